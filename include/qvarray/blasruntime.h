@@ -1,0 +1,48 @@
+#pragma once
+// Which OpenBLAS kernels this process runs on, and how to get the fast ones.
+//
+// OpenBLAS picks its kernels once, when it is loaded, from the processor it
+// recognises or from the environment variable OPENBLAS_CORETYPE. On a
+// processor it does not recognise it falls back to much older kernels (matrix
+// products several times slower). The library compares the core OpenBLAS
+// chose with the widest one this processor supports; initializeArray() warns
+// through the global run log when they differ, and relaunchWithFastBlas()
+// lets a program restart itself on the right kernels.
+#include <string>
+
+#include "qvarray/export.h"
+
+namespace qvarray {
+
+struct BlasRuntime {
+  std::string coreName;       ///< kernels OpenBLAS runs on, e.g. "Haswell"
+  std::string preferredCore;  ///< widest kernels this processor supports, e.g. "SkylakeX"
+  bool slowKernels = false;   ///< coreName is narrower than preferredCore
+  std::string config;         ///< OpenBLAS build configuration
+};
+
+/// Describes the BLAS of this process.
+QVARRAY_API BlasRuntime blasRuntime();
+
+/// When OpenBLAS runs slower kernels than this processor supports (because it
+/// does not recognise the processor, or OPENBLAS_CORETYPE names an older
+/// core), sets OPENBLAS_CORETYPE to the preferred core and re-executes the
+/// program (/proc/self/exe, same arguments); it does not return then. Returns
+/// normally when nothing needs doing, after one relaunch already happened, or
+/// when re-execution fails. Call it first thing in main(), before threads start.
+QVARRAY_API void relaunchWithFastBlas(int argc, char** argv);
+
+/// Runs BLAS/LAPACK calls made by this thread on one thread while alive. Small
+/// factorisations and solves are slower with a second BLAS thread.
+class QVARRAY_API SerialBlasScope {
+ public:
+  SerialBlasScope();
+  ~SerialBlasScope();
+  SerialBlasScope(const SerialBlasScope&) = delete;
+  SerialBlasScope& operator=(const SerialBlasScope&) = delete;
+
+ private:
+  int saved_;
+};
+
+}  // namespace qvarray

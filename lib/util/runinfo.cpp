@@ -1,0 +1,39 @@
+#include "qvutil/runinfo.h"
+
+#include <cstdio>
+
+namespace qvutil {
+
+void RunLog::append(bool warning, const std::string& text) {
+  std::lock_guard<std::mutex> guard(mutex_);
+  entries_.push_back({warning, text});
+  if (echo_) std::fprintf(stderr, "%s%s\n", warning ? "warning: " : "", text.c_str());
+}
+
+void RunLog::addMessage(const std::string& text) { append(false, text); }
+void RunLog::addWarning(const std::string& text) { append(true, text); }
+
+std::vector<RunLog::Entry> RunLog::entries() const {
+  std::lock_guard<std::mutex> guard(mutex_);
+  return entries_;
+}
+
+std::vector<std::string> RunLog::warnings() const {
+  std::lock_guard<std::mutex> guard(mutex_);
+  std::vector<std::string> out;
+  for (const auto& e : entries_)
+    if (e.warning) out.push_back(e.text);
+  return out;
+}
+
+void RunLog::clear() {
+  std::lock_guard<std::mutex> guard(mutex_);
+  entries_.clear();
+}
+
+RunLog& RunLog::global() {
+  static RunLog log(true);
+  return log;
+}
+
+}  // namespace qvutil

@@ -1,0 +1,18 @@
+#!/usr/bin/env bash
+# Installs from Debian's packages what building and testing qvarray needs.
+# Idempotent: when everything is present it only asks dpkg and returns.
+set -euo pipefail
+pkgs=(g++ cmake ninja-build
+      libopenblas0-openmp libopenblas-openmp-dev   # BLAS + LAPACK, OpenMP threading
+      libgtest-dev libbenchmark-dev                # tests and benchmarks
+      libeigen3-dev)                               # side-by-side benchmarks only
+missing=()
+for p in "${pkgs[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+echo "setup: installing ${missing[*]}"
+sudo=""
+[ "$(id -u)" -eq 0 ] || sudo="sudo"
+$sudo apt-get update -qq
+DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"

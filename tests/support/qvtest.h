@@ -1,0 +1,57 @@
+#pragma once
+// Helpers shared by the tests: expectations on library exceptions and
+// deterministic random data.
+#include <gtest/gtest.h>
+
+#include <complex>
+#include <functional>
+#include <random>
+#include <string>
+
+#include "qvarray/array.h"
+#include "qvutil/exception.h"
+
+namespace qvtest {
+
+/// Runs f, expects a qvbase::Exception with `key` and, when given, whose
+/// first detail text is `detail`. Returns the exception for further checks.
+inline qvbase::Exception expectThrowKey(const std::function<void()>& f, const std::string& key,
+                                        const std::string& detail = std::string()) {
+  try {
+    f();
+  } catch (const qvbase::Exception& e) {
+    EXPECT_EQ(e.key(), key) << e.what();
+    if (!detail.empty()) {
+      EXPECT_EQ(e.detailText(0), detail) << e.what();
+    }
+    return e;
+  }
+  ADD_FAILURE() << "expected qvbase::Exception with key " << key;
+  return qvbase::Exception("none", 0, "none");
+}
+
+/// Fixed-seed random numbers in [-1, 1].
+class Rng {
+ public:
+  explicit Rng(unsigned seed = 12345) : gen_(seed) {}
+  double real() { return dist_(gen_); }
+  std::complex<double> complex() { return {dist_(gen_), dist_(gen_)}; }
+  template <class T>
+  T value() {
+    if constexpr (std::is_same_v<T, double>) {
+      return real();
+    } else {
+      return complex();
+    }
+  }
+  template <class T, int N>
+  void fill(qvarray::Array<T, N>& a) {
+    for (auto& v : a) v = value<T>();
+  }
+
+ private:
+  std::mt19937_64 gen_;
+  std::uniform_real_distribution<double> dist_{-1.0, 1.0};
+};
+
+}  // namespace qvtest
