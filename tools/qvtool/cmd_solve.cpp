@@ -78,11 +78,27 @@ double relativeResidual(const Array<T, 2>& A, const Array<T, 2>& X, const Array<
   return worst;
 }
 
-// Solves, prints the solution, residual and time; writes X when asked.
+// "(i,j)" of the first non-finite element of M, or empty.
+template <class T>
+std::string firstNonFinite(const Array<T, 2>& M) {
+  for (size_t j = 0; j < M.sizes[1]; ++j)
+    for (size_t i = 0; i < M.sizes[0]; ++i)
+      if (!isFinite(M(i, j)))
+        return "(" + std::to_string(i + 1) + "," + std::to_string(j + 1) + ")";
+  return {};
+}
+
+// Solves, prints the solution, residual and time (readSeconds < 0: nothing
+// was read); writes X when asked.
 template <class T>
 int solveAndReport(Array<T, 2>& A, Array<T, 2>& B, const std::string& aName,
-                   const std::string& outPath, double readSeconds) {
+                   const std::string& bName, const std::string& outPath, double readSeconds) {
   const size_t n = A.sizes[0];
+  // An infinite or NaN input makes both the solution and its check meaningless.
+  if (const std::string at = firstNonFinite(A); !at.empty())
+    return qvtool::fail(aName + ": A holds a non-finite value at " + at);
+  if (const std::string at = firstNonFinite(B); !at.empty())
+    return qvtool::fail(bName + ": B holds a non-finite value at " + at);
   const Array<T, 2> A0 = A, B0 = B;
   qvutil::Stopwatch clock;
   const int info = qvarray::linsolv(A, B, qvarray::RaiseOnIllegal);
@@ -103,7 +119,9 @@ int solveAndReport(Array<T, 2>& A, Array<T, 2>& B, const std::string& aName,
 
   const double rel = relativeResidual(A0, X, B0);
   std::printf("relative residual ||A*x - b|| / (||A||*||x||) = %.3g\n", rel);
-  std::printf("time: read %.3f ms, solve %.3f ms\n", readSeconds * 1e3, solveSeconds * 1e3);
+  if (readSeconds >= 0) std::printf("time: read %.3f ms, ", readSeconds * 1e3);
+  else std::printf("time: ");
+  std::printf("solve %.3f ms\n", solveSeconds * 1e3);
   if (!outPath.empty()) {
     qvarray::writeMatrixMarket(outPath, X, "solution of A*X = B for A = " + aName);
     std::printf("solution written to %s\n", outPath.c_str());
@@ -111,8 +129,8 @@ int solveAndReport(Array<T, 2>& A, Array<T, 2>& B, const std::string& aName,
 
   for (const T& v : X)
     if (!isFinite(v))
-      return qvtool::fail("the solution is not finite: A or B holds non-finite values, or A is "
-                          "singular to working precision");
+      return qvtool::fail(aName + ": the solution overflowed; A is singular to working "
+                          "precision");
   // LU with partial pivoting is backward stable unless its pivots grow
   // greatly; a residual far above n·ε says that happened.
   if (rel > 1e3 * static_cast<double>(n) * 2.2e-16)
@@ -140,7 +158,8 @@ int solveFiles(const std::vector<std::string>& files, const MatrixMarketInfo& in
   else
     std::printf("b: all ones\n");
   if constexpr (std::is_same_v<T, dcomplex>) std::printf("solving in complex arithmetic\n");
-  return solveAndReport(A, B, files[0], outPath, readSeconds);
+  return solveAndReport(A, B, files[0], files.size() > 1 ? files[1] : "b", outPath,
+                        readSeconds);
 }
 
 // A small, well-conditioned nonsymmetric system whose solution is known.
@@ -163,7 +182,7 @@ int solveExample(const std::string& outPath) {
     std::printf(" ]   [ %4g ]\n", B(i, 0));
   }
   std::printf("exact solution: 1 -2 3 -4\n");
-  return solveAndReport(A, B, "built-in example", outPath, 0.0);
+  return solveAndReport(A, B, "built-in example", "b", outPath, -1.0);
 }
 
 int usageError(const std::string& message) {

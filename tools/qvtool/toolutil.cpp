@@ -2,12 +2,14 @@
 
 #include <cstdio>
 #include <new>
+#include <string>
 
 #include "qvutil/exception.h"
 
 namespace qvtool {
 
 int fail(const std::string& message) {
+  std::fflush(stdout);  // the message follows what was printed so far
   std::fprintf(stderr, "qvtool: %s\n", message.c_str());
   return 1;
 }
@@ -37,13 +39,13 @@ int reportError(const std::exception& e) {
 
 std::string formatValue(double v) {
   char buf[40];
-  std::snprintf(buf, sizeof buf, "%.12g", v);
+  std::snprintf(buf, sizeof buf, "% .12g", v);
   return buf;
 }
 
 std::string formatValue(const std::complex<double>& v) {
   char buf[80];
-  std::snprintf(buf, sizeof buf, "%.12g%+.12gi", v.real(), v.imag());
+  std::snprintf(buf, sizeof buf, "% .12g%+.12gi", v.real(), v.imag());
   return buf;
 }
 
@@ -51,11 +53,12 @@ template <class T>
 void printValues(const T* v, size_t n, size_t limit) {
   const size_t head = n > limit ? limit * 2 / 3 : n;
   const size_t tail = n > limit ? limit - head : 0;
+  const int width = static_cast<int>(std::to_string(n).size());
   for (size_t i = 0; i < head; ++i)
-    std::printf("  %8zu  %s\n", i + 1, formatValue(v[i]).c_str());
-  if (tail) std::printf("  %8s  (%zu values not shown)\n", "...", n - head - tail);
+    std::printf("  %*zu: %s\n", width, i + 1, formatValue(v[i]).c_str());
+  if (tail) std::printf("  %*s  (%zu values not shown)\n", width, "...", n - head - tail);
   for (size_t i = n - tail; i < n; ++i)
-    std::printf("  %8zu  %s\n", i + 1, formatValue(v[i]).c_str());
+    std::printf("  %*zu: %s\n", width, i + 1, formatValue(v[i]).c_str());
 }
 
 template void printValues(const double*, size_t, size_t);

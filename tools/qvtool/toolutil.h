@@ -16,7 +16,8 @@ int fail(const std::string& message);
 /// errors print their key and details; allocation failure says so.
 int reportError(const std::exception& e);
 
-/// "1.5", "-2e-07"; complex values as "1.5-2i". 12 significant digits.
+/// " 1.5", "-2e-07" (a blank where the sign goes); complex values as
+/// " 1.5-2i". 12 significant digits.
 std::string formatValue(double v);
 std::string formatValue(const std::complex<double>& v);
 
