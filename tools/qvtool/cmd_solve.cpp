@@ -5,6 +5,7 @@
 #include <cmath>
 #include <complex>
 #include <cstdio>
+#include <new>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -211,10 +212,11 @@ int cmdSolve(int argc, char** argv) {
     }
   }
   if (files.size() > 2) return usageError("too many files");
+  MatrixMarketInfo infoA;
   try {
     if (files.empty()) return solveExample(outPath);
     // Shapes are checked from the headers, before any dense storage is taken.
-    const MatrixMarketInfo infoA = qvarray::readMatrixMarketInfo(files[0]);
+    infoA = qvarray::readMatrixMarketInfo(files[0]);
     if (infoA.rows != infoA.cols)
       return qvtool::fail(files[0] + ": the matrix is " + std::to_string(infoA.rows) + " x " +
                           std::to_string(infoA.cols) + "; solve needs a square matrix");
@@ -230,6 +232,11 @@ int cmdSolve(int argc, char** argv) {
     }
     return complexSystem ? solveFiles<dcomplex>(files, infoA, outPath)
                          : solveFiles<double>(files, infoA, outPath);
+  } catch (const std::bad_alloc&) {
+    return qvtool::fail(files.empty() ? "not enough memory"
+                                      : files[0] + ": a " + std::to_string(infoA.rows) + " x " +
+                                            std::to_string(infoA.cols) +
+                                            " matrix does not fit in memory as a dense array");
   } catch (const std::exception& e) {
     return qvtool::reportError(e);
   }
