@@ -39,6 +39,7 @@ mm "array real general" "2 1" 1 2 >"$tmp/b2.mtx"
 mm "coordinate real general" "3 3 4" "1 1 2" "2 2 3" "3 3 4" "2 1 x" >"$tmp/bad.mtx"
 mm "coordinate real general" "2 2 2" "1 1 1" "2 1 1" >"$tmp/singular.mtx"
 mm "coordinate real general" "2 2 2" "1 1 inf" "2 2 1" >"$tmp/inf.mtx"
+mm "array real general" "0 0" >"$tmp/empty.mtx"
 
 check usage 2 'solve .*MatrixMarket' -- "$qvtool"
 check help 0 'blas ' -- "$qvtool" --help
@@ -60,6 +61,7 @@ check bad-value 1 "^qvtool: $tmp/bad.mtx:6: Invalid number 'x'\.$" -- "$qvtool" 
 check missing-file 1 "^qvtool: $tmp/none.mtx: Cannot open file: " -- "$qvtool" solve "$tmp/none.mtx"
 check singular 1 'the matrix is singular: U\(2,2\)' -- "$qvtool" solve "$tmp/singular.mtx"
 check non-finite 1 'A holds a non-finite value at \(1,1\)' -- "$qvtool" solve "$tmp/inf.mtx"
+check empty 1 'empty.mtx: the matrix is empty' -- "$qvtool" solve "$tmp/empty.mtx"
 check rows-mismatch 1 'b2.mtx: B has 2 rows but A has 3' -- "$qvtool" solve "$tmp/D.mtx" "$tmp/b2.mtx"
 check non-square 1 'lp_afiro.mtx: the matrix is 27 x 51; solve needs a square matrix' \
   -- "$qvtool" solve "$matrices/lp_afiro.mtx"

@@ -1,6 +1,7 @@
 // qvtool solve: solves a dense linear system A·X = B read from MatrixMarket
 // files with qvarray::linsolv and checks the answer by its relative residual.
 #include <algorithm>
+#include <cfloat>
 #include <climits>
 #include <cmath>
 #include <complex>
@@ -134,7 +135,7 @@ int solveAndReport(Array<T, 2>& A, Array<T, 2>& B, const std::string& aName,
                           "precision");
   // LU with partial pivoting is backward stable unless its pivots grow
   // greatly; a residual far above n·ε says that happened.
-  if (rel > 1e3 * static_cast<double>(n) * 2.2e-16)
+  if (rel > 1e3 * static_cast<double>(n) * DBL_EPSILON)
     std::printf("warning: the residual is large; the factorisation lost accuracy "
                 "(strong pivot growth)\n");
   return 0;
@@ -220,6 +221,7 @@ int cmdSolve(int argc, char** argv) {
     if (infoA.rows != infoA.cols)
       return qvtool::fail(files[0] + ": the matrix is " + std::to_string(infoA.rows) + " x " +
                           std::to_string(infoA.cols) + "; solve needs a square matrix");
+    if (infoA.rows == 0) return qvtool::fail(files[0] + ": the matrix is empty");
     if (infoA.rows > static_cast<size_t>(INT_MAX))
       return qvtool::fail(files[0] + ": the matrix is too large for LAPACK's 32-bit sizes");
     bool complexSystem = infoA.isComplex();
