@@ -25,6 +25,7 @@
 #include <type_traits>
 
 #include "arraycheck.h"
+#include "qvarray/arrayutil.h"
 #include "qvarray/blasruntime.h"
 #include "qvutil/exception.h"
 
@@ -206,10 +207,10 @@ inline int checkInfo(int info, int flags, const Failure& failure,
       throw qvbase::Exception(detail::kArrayModule, line, failure.key);
     return info;
   }
-  if (info < 0 && (flags & 2))
+  if (info < 0 && (flags & RaiseOnIllegal))
     throw qvbase::Exception(detail::kArrayModule, line, "Internal_numerical_error",
                             "Illegal_input_values_in_LAPACK_call");
-  if (info > 0 && (flags & 1)) {
+  if (info > 0 && (flags & RaiseOnFailure)) {
     if (failure.infoName)
       throw qvbase::Exception(detail::kArrayModule, line, failure.key, failure.infoName,
                               static_cast<std::int64_t>(info));
