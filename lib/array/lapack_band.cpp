@@ -26,10 +26,10 @@ int luBandT(int n, int kl, int ku, Array<T, 2>& AB, Array<int, 1>& ipiv, int fla
 }
 
 template <class T>
-void backSubstBandT(int n, int kl, int ku, const Array<T, 2>& AB, const Array<int, 1>& ipiv,
-                    T* b, size_t ldb, size_t nrhs) {
-  QV_ARRAY_ASSERT(n <= 0 || (AB.sizes[1] >= static_cast<size_t>(n) &&
-                             ipiv.count >= static_cast<size_t>(n)));
+void backSubstBandT(int n, int kl, int ku, const Array<T, 2>& AB, const Array<int, 1>& ipiv, T* b,
+                    size_t ldb, size_t nrhs) {
+  QV_ARRAY_ASSERT(n <= 0 ||
+                  (AB.sizes[1] >= static_cast<size_t>(n) && ipiv.count >= static_cast<size_t>(n)));
   lapack::gbtrs('N', n, kl, ku, toInt(nrhs), AB.data, ld(AB.sizes[0], 2 * kl + ku + 1), ipiv.data,
                 b, ld(ldb, n));
 }

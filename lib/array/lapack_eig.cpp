@@ -43,8 +43,8 @@ size_t pencilOrder(const Array<T, 2>& A, const Array<T, 2>& B) {
 
 }  // namespace
 
-int eig(char jobz, char range, char uplo, int n, Array<double, 1>& AP, double vl, double vu,
-        int il, int iu, double abstol, int& m, Array<double, 1>& W, Array<double, 2>& Z,
+int eig(char jobz, char range, char uplo, int n, Array<double, 1>& AP, double vl, double vu, int il,
+        int iu, double abstol, int& m, Array<double, 1>& W, Array<double, 2>& Z,
         Array<int, 1>& ifail, int flags) {
   const size_t order = n > 0 ? static_cast<size_t>(n) : 0;
   QV_ARRAY_CHECK(AP.count >= order * (order + 1) / 2, "eig: AP is shorter than n*(n+1)/2.");
@@ -55,8 +55,8 @@ int eig(char jobz, char range, char uplo, int n, Array<double, 1>& AP, double vl
   int ldz = 1;
   double* z = vectors(jz, Z, order, dummy, ldz);
   m = 0;
-  const int info = lapack::spevx(jz, range, uplo, n, AP.data, vl, vu, il, iu, abstol, m, W.data,
-                                 z, ldz, ifail.data);
+  const int info = lapack::spevx(jz, range, uplo, n, AP.data, vl, vu, il, iu, abstol, m, W.data, z,
+                                 ldz, ifail.data);
   return lapack::checkInfo(info, flags, lapack::kQRFailed);
 }
 
@@ -105,9 +105,9 @@ int eig(Array<dcomplex, 2>& A, Array<dcomplex, 1>& w, int flags) {
   return eig('N', 'N', A, w, none, none, flags);
 }
 
-int eig(char jobvl, char jobvr, Array<double, 2>& A, Array<double, 2>& B,
-        Array<double, 1>& alphar, Array<double, 1>& alphai, Array<double, 1>& beta,
-        Array<double, 2>& VL, Array<double, 2>& VR, int flags) {
+int eig(char jobvl, char jobvr, Array<double, 2>& A, Array<double, 2>& B, Array<double, 1>& alphar,
+        Array<double, 1>& alphai, Array<double, 1>& beta, Array<double, 2>& VL,
+        Array<double, 2>& VR, int flags) {
   const size_t n = pencilOrder(A, B);
   const char jl = upper(jobvl), jr = upper(jobvr);
   alphar.resize(n);
@@ -150,9 +150,8 @@ int eig(Array<dcomplex, 2>& A, Array<dcomplex, 2>& B, Array<dcomplex, 1>& alpha,
   return eig('N', 'N', A, B, alpha, beta, none, none, flags);
 }
 
-int eig(Array<double, 2>& A, Array<double, 2>& B, char balanc, char jobvr,
-        Array<double, 1>& alphar, Array<double, 1>& alphai, Array<double, 1>& beta,
-        Array<double, 2>& VR, int flags) {
+int eig(Array<double, 2>& A, Array<double, 2>& B, char balanc, char jobvr, Array<double, 1>& alphar,
+        Array<double, 1>& alphai, Array<double, 1>& beta, Array<double, 2>& VR, int flags) {
   const size_t n = pencilOrder(A, B);
   const char jr = upper(jobvr);
   alphar.resize(n);

@@ -119,9 +119,7 @@ int qr(Array<double, 2>& A, Array<int, 1>& jpvt) { return qrRT(A, jpvt); }
 int qr(Array<dcomplex, 2>& A, Array<int, 1>& jpvt) { return qrRT(A, jpvt); }
 
 int q(Array<double, 2>& A, const Array<double, 1>& tau, int flags) { return qT(A, tau, flags); }
-int q(Array<dcomplex, 2>& A, const Array<dcomplex, 1>& tau, int flags) {
-  return qT(A, tau, flags);
-}
+int q(Array<dcomplex, 2>& A, const Array<dcomplex, 1>& tau, int flags) { return qT(A, tau, flags); }
 
 int leastSquaresQR(Array<double, 2>& A, Array<double, 2>& B, int flags) {
   return leastSquaresQRT(A, B, flags);

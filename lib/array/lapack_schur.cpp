@@ -39,8 +39,7 @@ int hessT(Array<T, 2>& A, Array<T, 2>& Q, bool wantQ, int flags) {
 }
 
 template <class T>
-int generalizedHessT(Array<T, 2>& A, Array<T, 2>& B, Array<T, 2>& Q, Array<T, 2>& Z,
-                     int flags) {
+int generalizedHessT(Array<T, 2>& A, Array<T, 2>& B, Array<T, 2>& Q, Array<T, 2>& Z, int flags) {
   QV_ARRAY_CHECK(A.sizes[0] == A.sizes[1] && B.sizes[0] == A.sizes[0] && B.sizes[1] == A.sizes[0],
                  "generalizedHess: A and B are not square matrices of the same size.");
   const size_t n = A.sizes[0];
@@ -93,8 +92,8 @@ int ordschurT(Array<T, 2>& T_, Array<T, 2>& Q, const Array<int, 1>& select, int 
   int m = 0;
   int info;
   if constexpr (std::is_same_v<T, double>)
-    info = lapack::trsen('V', sel.data, toInt(n), T_.data, ld(n), Q.data, ld(n), w.data, wi.data,
-                         m);
+    info =
+        lapack::trsen('V', sel.data, toInt(n), T_.data, ld(n), Q.data, ld(n), w.data, wi.data, m);
   else
     info = lapack::trsen('V', sel.data, toInt(n), T_.data, ld(n), Q.data, ld(n), w.data, m);
   return lapack::checkInfo(info, flags, kReorderFailed);
@@ -148,8 +147,7 @@ int schur(Array<dcomplex, 2>& A, Array<dcomplex, 2>& Q, bool wantQ, int flags) {
 int ordschur(Array<double, 2>& T, Array<double, 2>& Q, const Array<int, 1>& select, int flags) {
   return ordschurT(T, Q, select, flags);
 }
-int ordschur(Array<dcomplex, 2>& T, Array<dcomplex, 2>& Q, const Array<int, 1>& select,
-             int flags) {
+int ordschur(Array<dcomplex, 2>& T, Array<dcomplex, 2>& Q, const Array<int, 1>& select, int flags) {
   return ordschurT(T, Q, select, flags);
 }
 

@@ -56,8 +56,8 @@ int linsolvT(Array<T, 2>& A, T* b, size_t bcount, size_t nrhs, int flags) {
   if (nrhs == 0) return 0;
   const int n = toInt(A.sizes[0]);
   auto ipiv = lapack::scratch<int>(n);
-  const int info = lapack::gesv(n, toInt(nrhs), A.data, ld(A.sizes[0]), ipiv.get(), b,
-                                ld(A.sizes[0]));
+  const int info =
+      lapack::gesv(n, toInt(nrhs), A.data, ld(A.sizes[0]), ipiv.get(), b, ld(A.sizes[0]));
   lapack::checkInfo(info, flags, lapack::kSingular);
   if (info > 0) std::fill(b, b + bcount, T(qvGetNaN()));
   return info;
@@ -115,8 +115,7 @@ int linsolvsolve(const Array<dcomplex, 2>& LU, const Array<int, 1>& ipiv, Array<
                  int flags) {
   return luSolve(LU, ipiv, B.data, B.sizes[0], B.sizes[1], flags);
 }
-void linsolvsolve(const Array<dcomplex, 2>& LU, const Array<int, 1>& ipiv,
-                  Array<dcomplex, 3>& B) {
+void linsolvsolve(const Array<dcomplex, 2>& LU, const Array<int, 1>& ipiv, Array<dcomplex, 3>& B) {
   luSolve(LU, ipiv, B.data, B.sizes[0], B.sizes[1] * B.sizes[2], RaiseOnIllegal);
 }
 

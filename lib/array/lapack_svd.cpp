@@ -77,9 +77,7 @@ int svd(char jobu, char jobvt, Array<dcomplex, 2>& A, Array<dcomplex, 2>& U, Arr
   return svdT(jobu, jobvt, A, U, S, VT, flags);
 }
 int svd(Array<double, 2>& A, Array<double, 1>& S, int flags) { return svdValuesT(A, S, flags); }
-int svd(Array<dcomplex, 2>& A, Array<double, 1>& S, int flags) {
-  return svdValuesT(A, S, flags);
-}
+int svd(Array<dcomplex, 2>& A, Array<double, 1>& S, int flags) { return svdValuesT(A, S, flags); }
 
 int rank(const Array<double, 2>& A, double tol) {
   double sigmaMax = 0;

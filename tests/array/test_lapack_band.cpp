@@ -88,8 +88,7 @@ TYPED_TEST(LapackBand, TooFewColumnsIsAnAssertion) {
   Array<int, 1> ipiv(6);
   Array<T, 1> b(6);
   expectThrowKey([&] { qvarray::luBand(6, 1, 1, AB, ipiv, 0); }, "QUBRIX_assertion_failure");
-  expectThrowKey([&] { qvarray::backSubstBand(6, 1, 1, AB, ipiv, b); },
-                 "QUBRIX_assertion_failure");
+  expectThrowKey([&] { qvarray::backSubstBand(6, 1, 1, AB, ipiv, b); }, "QUBRIX_assertion_failure");
 }
 
 TYPED_TEST(LapackBand, TooSmallLeadingDimensionIsAnIllegalArgument) {

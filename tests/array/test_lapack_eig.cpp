@@ -138,8 +138,8 @@ TEST(LapackEig, PackedSymmetricAllSubsetAndShortForm) {
   ASSERT_EQ(m, 3);
   for (int i = 0; i < 3; ++i) EXPECT_NEAR(Ws[i], W[i + 1], 1e-13);
   ap = AP;
-  qvarray::eig('V', 'V', 'U', static_cast<int>(n), ap, 0.5 * (W[1] + W[2]), 0.5 * (W[4] + W[5]),
-               0, 0, 0.0, m, Ws, Z, ifail, qvarray::RaiseAll);
+  qvarray::eig('V', 'V', 'U', static_cast<int>(n), ap, 0.5 * (W[1] + W[2]), 0.5 * (W[4] + W[5]), 0,
+               0, 0.0, m, Ws, Z, ifail, qvarray::RaiseAll);
   ASSERT_EQ(m, 3);
   for (int i = 0; i < 3; ++i) EXPECT_NEAR(Ws[i], W[i + 2], 1e-13);
 
@@ -259,8 +259,7 @@ TEST(LapackEig, RealGeneralisedEigenpairs) {
   // uᴴ·(β·A − α·B) = 0  ⇔  (β̄·Aᴴ − ᾱ·Bᴴ)·u = 0
   Array<dcomplex, 1> alphaBar(n);
   for (size_t i = 0; i < n; ++i) alphaBar[i] = std::conj(alpha[i]);
-  EXPECT_LT(pencilResidual(adj(Ac), adj(Bc), alphaBar, b, complexVectors(VL, ai)),
-            kScaledBound);
+  EXPECT_LT(pencilResidual(adj(Ac), adj(Bc), alphaBar, b, complexVectors(VL, ai)), kScaledBound);
 
   // Eigenvalues only, and the balancing driver, find the same λ = α/β.
   Array<dcomplex, 1> lambda(n);
@@ -277,8 +276,7 @@ TEST(LapackEig, RealGeneralisedEigenpairs) {
       xbeta[i] = xb[i];
     }
     expectSameValues(xl, lambda, 1e-8);
-    EXPECT_LT(pencilResidual(Ac, Bc, combine(xr, xi), xbeta, complexVectors(XV, xi)),
-              kScaledBound)
+    EXPECT_LT(pencilResidual(Ac, Bc, combine(xr, xi), xbeta, complexVectors(XV, xi)), kScaledBound)
         << balanc;
   }
   FA = A;

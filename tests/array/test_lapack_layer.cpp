@@ -13,8 +13,8 @@ namespace lapack = qvarray::lapack;
 using qvtest::expectThrowKey;
 
 TEST(LapackLayer, ZeroAndUnflaggedInfoComeBack) {
-  for (const lapack::Failure& f : {lapack::kSingular, lapack::kQRFailed, lapack::kQZFailed,
-                                   lapack::kSvdFailed<double>}) {
+  for (const lapack::Failure& f :
+       {lapack::kSingular, lapack::kQRFailed, lapack::kQZFailed, lapack::kSvdFailed<double>}) {
     EXPECT_EQ(lapack::checkInfo(0, qvarray::RaiseAll, f), 0);
     EXPECT_EQ(lapack::checkInfo(4, qvarray::RaiseOnIllegal, f), 4);
     EXPECT_EQ(lapack::checkInfo(-3, qvarray::RaiseOnFailure, f), -3);
@@ -76,10 +76,9 @@ struct FakeRoutine {
 
 TEST(LapackLayer, WorkspaceIsQueriedThenAllocated) {
   FakeRoutine big{250.0, {}};
-  EXPECT_EQ(lapack::callWithWorkspace<double>([&](double* w, int lw, int& info) {
-              big(w, lw, info);
-            }),
-            0);
+  EXPECT_EQ(
+      lapack::callWithWorkspace<double>([&](double* w, int lw, int& info) { big(w, lw, info); }),
+      0);
   EXPECT_EQ(big.calls, (std::vector<int>{-1, 250}));
 
   FakeRoutine one{1.0, {}};

@@ -174,8 +174,8 @@ TEST(LapackSchurFailure, InfiniteEntryDefeatsTheQRIteration) {
   const int info = qvarray::schur(S, Q, true, 0);
   ASSERT_GT(info, 0);
   S = A;
-  auto e = expectThrowKey([&] { qvarray::schur(S, Q, true); },
-                          "Iteration_in_the_QR_algorithm_failed");
+  auto e =
+      expectThrowKey([&] { qvarray::schur(S, Q, true); }, "Iteration_in_the_QR_algorithm_failed");
   EXPECT_EQ(e.detail("Iteration"), std::to_string(info));
 }
 

@@ -51,10 +51,10 @@ void zgeqrf_(const int* m, const int* n, qv_z* a, const int* lda, qv_z* tau, qv_
              const int* lwork, int* info);
 void dgeqp3_(const int* m, const int* n, double* a, const int* lda, int* jpvt, double* tau,
              double* work, const int* lwork, int* info);
-void zgeqp3_(const int* m, const int* n, qv_z* a, const int* lda, int* jpvt, qv_z* tau,
-             qv_z* work, const int* lwork, double* rwork, int* info);
-void dorgqr_(const int* m, const int* n, const int* k, double* a, const int* lda,
-             const double* tau, double* work, const int* lwork, int* info);
+void zgeqp3_(const int* m, const int* n, qv_z* a, const int* lda, int* jpvt, qv_z* tau, qv_z* work,
+             const int* lwork, double* rwork, int* info);
+void dorgqr_(const int* m, const int* n, const int* k, double* a, const int* lda, const double* tau,
+             double* work, const int* lwork, int* info);
 void zungqr_(const int* m, const int* n, const int* k, qv_z* a, const int* lda, const qv_z* tau,
              qv_z* work, const int* lwork, int* info);
 void dormqr_(const char* side, const char* trans, const int* m, const int* n, const int* k,
@@ -66,9 +66,8 @@ void zunmqr_(const char* side, const char* trans, const int* m, const int* n, co
 void dgels_(const char* trans, const int* m, const int* n, const int* nrhs, double* a,
             const int* lda, double* b, const int* ldb, double* work, const int* lwork, int* info,
             size_t);
-void zgels_(const char* trans, const int* m, const int* n, const int* nrhs, qv_z* a,
-            const int* lda, qv_z* b, const int* ldb, qv_z* work, const int* lwork, int* info,
-            size_t);
+void zgels_(const char* trans, const int* m, const int* n, const int* nrhs, qv_z* a, const int* lda,
+            qv_z* b, const int* ldb, qv_z* work, const int* lwork, int* info, size_t);
 void dgelss_(const int* m, const int* n, const int* nrhs, double* a, const int* lda, double* b,
              const int* ldb, double* s, const double* rcond, int* rank, double* work,
              const int* lwork, int* info);
@@ -84,9 +83,9 @@ void zgesvd_(const char* jobu, const char* jobvt, const int* m, const int* n, qv
              qv_z* work, const int* lwork, double* rwork, int* info, size_t, size_t);
 
 void dspevx_(const char* jobz, const char* range, const char* uplo, const int* n, double* ap,
-             const double* vl, const double* vu, const int* il, const int* iu,
-             const double* abstol, int* m, double* w, double* z, const int* ldz, double* work,
-             int* iwork, int* ifail, int* info, size_t, size_t, size_t);
+             const double* vl, const double* vu, const int* il, const int* iu, const double* abstol,
+             int* m, double* w, double* z, const int* ldz, double* work, int* iwork, int* ifail,
+             int* info, size_t, size_t, size_t);
 void dgeev_(const char* jobvl, const char* jobvr, const int* n, double* a, const int* lda,
             double* wr, double* wi, double* vl, const int* ldvl, double* vr, const int* ldvr,
             double* work, const int* lwork, int* info, size_t, size_t);
@@ -95,18 +94,18 @@ void zgeev_(const char* jobvl, const char* jobvr, const int* n, qv_z* a, const i
             double* rwork, int* info, size_t, size_t);
 void dggev_(const char* jobvl, const char* jobvr, const int* n, double* a, const int* lda,
             double* b, const int* ldb, double* alphar, double* alphai, double* beta, double* vl,
-            const int* ldvl, double* vr, const int* ldvr, double* work, const int* lwork,
-            int* info, size_t, size_t);
+            const int* ldvl, double* vr, const int* ldvr, double* work, const int* lwork, int* info,
+            size_t, size_t);
 void zggev_(const char* jobvl, const char* jobvr, const int* n, qv_z* a, const int* lda, qv_z* b,
             const int* ldb, qv_z* alpha, qv_z* beta, qv_z* vl, const int* ldvl, qv_z* vr,
             const int* ldvr, qv_z* work, const int* lwork, double* rwork, int* info, size_t,
             size_t);
 void dggevx_(const char* balanc, const char* jobvl, const char* jobvr, const char* sense,
              const int* n, double* a, const int* lda, double* b, const int* ldb, double* alphar,
-             double* alphai, double* beta, double* vl, const int* ldvl, double* vr,
-             const int* ldvr, int* ilo, int* ihi, double* lscale, double* rscale, double* abnrm,
-             double* bbnrm, double* rconde, double* rcondv, double* work, const int* lwork,
-             int* iwork, int* bwork, int* info, size_t, size_t, size_t, size_t);
+             double* alphai, double* beta, double* vl, const int* ldvl, double* vr, const int* ldvr,
+             int* ilo, int* ihi, double* lscale, double* rscale, double* abnrm, double* bbnrm,
+             double* rconde, double* rcondv, double* work, const int* lwork, int* iwork, int* bwork,
+             int* info, size_t, size_t, size_t, size_t);
 
 void dgehrd_(const int* n, const int* ilo, const int* ihi, double* a, const int* lda, double* tau,
              double* work, const int* lwork, int* info);
@@ -114,8 +113,8 @@ void zgehrd_(const int* n, const int* ilo, const int* ihi, qv_z* a, const int* l
              qv_z* work, const int* lwork, int* info);
 void dorghr_(const int* n, const int* ilo, const int* ihi, double* a, const int* lda,
              const double* tau, double* work, const int* lwork, int* info);
-void zunghr_(const int* n, const int* ilo, const int* ihi, qv_z* a, const int* lda,
-             const qv_z* tau, qv_z* work, const int* lwork, int* info);
+void zunghr_(const int* n, const int* ilo, const int* ihi, qv_z* a, const int* lda, const qv_z* tau,
+             qv_z* work, const int* lwork, int* info);
 void dgghrd_(const char* compq, const char* compz, const int* n, const int* ilo, const int* ihi,
              double* a, const int* lda, double* b, const int* ldb, double* q, const int* ldq,
              double* z, const int* ldz, int* info, size_t, size_t);
@@ -130,14 +129,14 @@ void zhseqr_(const char* job, const char* compz, const int* n, const int* ilo, c
              const int* lwork, int* info, size_t, size_t);
 void dtrsen_(const char* job, const char* compq, const int* select, const int* n, double* t,
              const int* ldt, double* q, const int* ldq, double* wr, double* wi, int* m, double* s,
-             double* sep, double* work, const int* lwork, int* iwork, const int* liwork,
-             int* info, size_t, size_t);
+             double* sep, double* work, const int* lwork, int* iwork, const int* liwork, int* info,
+             size_t, size_t);
 void ztrsen_(const char* job, const char* compq, const int* select, const int* n, qv_z* t,
              const int* ldt, qv_z* q, const int* ldq, qv_z* w, int* m, double* s, double* sep,
              qv_z* work, const int* lwork, int* info, size_t, size_t);
 
-void dgbtrf_(const int* m, const int* n, const int* kl, const int* ku, double* ab,
-             const int* ldab, int* ipiv, int* info);
+void dgbtrf_(const int* m, const int* n, const int* kl, const int* ku, double* ab, const int* ldab,
+             int* ipiv, int* info);
 void zgbtrf_(const int* m, const int* n, const int* kl, const int* ku, qv_z* ab, const int* ldab,
              int* ipiv, int* info);
 void dgbtrs_(const char* trans, const int* n, const int* kl, const int* ku, const int* nrhs,
@@ -192,9 +191,9 @@ inline constexpr Failure kNotPositiveDefinite{"Input_matrix_must_be_positive_def
 
 /// The singular-value iteration's key names the real or complex routine.
 template <class T>
-inline constexpr Failure kSvdFailed{std::is_same_v<T, double> ? "DBDSQR_did_not_converge"
-                                                              : "ZBDSQR_did_not_converge",
-                                    nullptr, "Unconverged_superdiagonals"};
+inline constexpr Failure kSvdFailed{
+    std::is_same_v<T, double> ? "DBDSQR_did_not_converge" : "ZBDSQR_did_not_converge", nullptr,
+    "Unconverged_superdiagonals"};
 
 /// Applies the flag word to INFO: bit value 2 raises on INFO < 0
 /// ("Internal_numerical_error" / "Illegal_input_values_in_LAPACK_call"), bit
@@ -203,8 +202,7 @@ inline int checkInfo(int info, int flags, const Failure& failure,
                      std::source_location where = std::source_location::current()) {
   const int line = static_cast<int>(where.line());
   if (failure.anyInfoAnyFlag) {
-    if (info != 0 && flags != 0)
-      throw qvbase::Exception(detail::kArrayModule, line, failure.key);
+    if (info != 0 && flags != 0) throw qvbase::Exception(detail::kArrayModule, line, failure.key);
     return info;
   }
   if (info < 0 && (flags & RaiseOnIllegal))
@@ -298,8 +296,8 @@ inline int getrsArgumentInfo(char trans, int n, int nrhs, int lda, int ldb) {
   return 0;
 }
 
-inline int getrs(char trans, int n, int nrhs, const double* a, int lda, const int* ipiv,
-                 double* b, int ldb) {
+inline int getrs(char trans, int n, int nrhs, const double* a, int lda, const int* ipiv, double* b,
+                 int ldb) {
   if (int illegal = getrsArgumentInfo(trans, n, nrhs, lda, ldb)) return illegal;
   SmallProblem small(n);
   int info = 0;
@@ -357,9 +355,8 @@ inline int geqrf(int m, int n, dcomplex* a, int lda, dcomplex* tau) {
 
 inline int geqp3(int m, int n, double* a, int lda, int* jpvt, double* tau) {
   SmallProblem small(std::max(m, n));
-  return callWithWorkspace<double>([&](double* w, int lw, int& info) {
-    dgeqp3_(&m, &n, a, &lda, jpvt, tau, w, &lw, &info);
-  });
+  return callWithWorkspace<double>(
+      [&](double* w, int lw, int& info) { dgeqp3_(&m, &n, a, &lda, jpvt, tau, w, &lw, &info); });
 }
 inline int geqp3(int m, int n, dcomplex* a, int lda, int* jpvt, dcomplex* tau) {
   SmallProblem small(std::max(m, n));
@@ -372,15 +369,13 @@ inline int geqp3(int m, int n, dcomplex* a, int lda, int* jpvt, dcomplex* tau) {
 /// Forms the m×n matrix Q of k reflectors (xORGQR / xUNGQR).
 inline int orgqr(int m, int n, int k, double* a, int lda, const double* tau) {
   SmallProblem small(std::max(m, n));
-  return callWithWorkspace<double>([&](double* w, int lw, int& info) {
-    dorgqr_(&m, &n, &k, a, &lda, tau, w, &lw, &info);
-  });
+  return callWithWorkspace<double>(
+      [&](double* w, int lw, int& info) { dorgqr_(&m, &n, &k, a, &lda, tau, w, &lw, &info); });
 }
 inline int orgqr(int m, int n, int k, dcomplex* a, int lda, const dcomplex* tau) {
   SmallProblem small(std::max(m, n));
-  return callWithWorkspace<dcomplex>([&](dcomplex* w, int lw, int& info) {
-    zungqr_(&m, &n, &k, a, &lda, tau, w, &lw, &info);
-  });
+  return callWithWorkspace<dcomplex>(
+      [&](dcomplex* w, int lw, int& info) { zungqr_(&m, &n, &k, a, &lda, tau, w, &lw, &info); });
 }
 
 /// C = op(Q)·C or C·op(Q) with Q given by k reflectors (xORMQR / xUNMQR);
@@ -440,8 +435,8 @@ inline int gesvd(char jobu, char jobvt, int m, int n, double* a, int lda, double
     dgesvd_(&jobu, &jobvt, &m, &n, a, &lda, s, u, &ldu, vt, &ldvt, w, &lw, &info, 1, 1);
   });
 }
-inline int gesvd(char jobu, char jobvt, int m, int n, dcomplex* a, int lda, double* s,
-                 dcomplex* u, int ldu, dcomplex* vt, int ldvt) {
+inline int gesvd(char jobu, char jobvt, int m, int n, dcomplex* a, int lda, double* s, dcomplex* u,
+                 int ldu, dcomplex* vt, int ldvt) {
   SmallProblem small(std::max(m, n));
   auto rwork = scratch<double>(5 * std::min(m, n));
   return callWithWorkspace<dcomplex>([&](dcomplex* w, int lw, int& info) {
@@ -477,8 +472,7 @@ inline int geev(char jobvl, char jobvr, int n, dcomplex* a, int lda, dcomplex* e
   SmallProblem small(n);
   auto rwork = scratch<double>(2 * n);
   return callWithWorkspace<dcomplex>([&](dcomplex* w, int lw, int& info) {
-    zgeev_(&jobvl, &jobvr, &n, a, &lda, ev, vl, &ldvl, vr, &ldvr, w, &lw, rwork.get(), &info, 1,
-           1);
+    zgeev_(&jobvl, &jobvr, &n, a, &lda, ev, vl, &ldvl, vr, &ldvr, w, &lw, rwork.get(), &info, 1, 1);
   });
 }
 
@@ -487,8 +481,8 @@ inline int ggev(char jobvl, char jobvr, int n, double* a, int lda, double* b, in
                 int ldvr) {
   SmallProblem small(n);
   return callWithWorkspace<double>([&](double* w, int lw, int& info) {
-    dggev_(&jobvl, &jobvr, &n, a, &lda, b, &ldb, alphar, alphai, beta, vl, &ldvl, vr, &ldvr, w,
-           &lw, &info, 1, 1);
+    dggev_(&jobvl, &jobvr, &n, a, &lda, b, &ldb, alphar, alphai, beta, vl, &ldvl, vr, &ldvr, w, &lw,
+           &info, 1, 1);
   });
 }
 inline int ggev(char jobvl, char jobvr, int n, dcomplex* a, int lda, dcomplex* b, int ldb,
@@ -515,9 +509,9 @@ inline int ggevx(char balanc, char jobvr, int n, double* a, int lda, double* b, 
   auto rconde = scratch<double>(n), rcondv = scratch<double>(n);
   auto iwork = scratch<int>(n + 6), bwork = scratch<int>(n);
   return callWithWorkspace<double>([&](double* w, int lw, int& info) {
-    dggevx_(&balanc, &jobvl, &jobvr, &sense, &n, a, &lda, b, &ldb, alphar, alphai, beta, vl,
-            &ldvl, vr, &ldvr, &ilo, &ihi, lscale.get(), rscale.get(), &abnrm, &bbnrm,
-            rconde.get(), rcondv.get(), w, &lw, iwork.get(), bwork.get(), &info, 1, 1, 1, 1);
+    dggevx_(&balanc, &jobvl, &jobvr, &sense, &n, a, &lda, b, &ldb, alphar, alphai, beta, vl, &ldvl,
+            vr, &ldvr, &ilo, &ihi, lscale.get(), rscale.get(), &abnrm, &bbnrm, rconde.get(),
+            rcondv.get(), w, &lw, iwork.get(), bwork.get(), &info, 1, 1, 1, 1);
   });
 }
 
@@ -526,9 +520,8 @@ inline int ggevx(char balanc, char jobvr, int n, double* a, int lda, double* b, 
 
 inline int gehrd(int n, int ilo, int ihi, double* a, int lda, double* tau) {
   SmallProblem small(n);
-  return callWithWorkspace<double>([&](double* w, int lw, int& info) {
-    dgehrd_(&n, &ilo, &ihi, a, &lda, tau, w, &lw, &info);
-  });
+  return callWithWorkspace<double>(
+      [&](double* w, int lw, int& info) { dgehrd_(&n, &ilo, &ihi, a, &lda, tau, w, &lw, &info); });
 }
 inline int gehrd(int n, int ilo, int ihi, dcomplex* a, int lda, dcomplex* tau) {
   SmallProblem small(n);
@@ -540,9 +533,8 @@ inline int gehrd(int n, int ilo, int ihi, dcomplex* a, int lda, dcomplex* tau) {
 /// Forms Q of a Hessenberg reduction (xORGHR / xUNGHR).
 inline int orghr(int n, int ilo, int ihi, double* a, int lda, const double* tau) {
   SmallProblem small(n);
-  return callWithWorkspace<double>([&](double* w, int lw, int& info) {
-    dorghr_(&n, &ilo, &ihi, a, &lda, tau, w, &lw, &info);
-  });
+  return callWithWorkspace<double>(
+      [&](double* w, int lw, int& info) { dorghr_(&n, &ilo, &ihi, a, &lda, tau, w, &lw, &info); });
 }
 inline int orghr(int n, int ilo, int ihi, dcomplex* a, int lda, const dcomplex* tau) {
   SmallProblem small(n);
@@ -558,8 +550,8 @@ inline int gghrd(char compq, char compz, int n, int ilo, int ihi, double* a, int
   dgghrd_(&compq, &compz, &n, &ilo, &ihi, a, &lda, b, &ldb, q, &ldq, z, &ldz, &info, 1, 1);
   return info;
 }
-inline int gghrd(char compq, char compz, int n, int ilo, int ihi, dcomplex* a, int lda,
-                 dcomplex* b, int ldb, dcomplex* q, int ldq, dcomplex* z, int ldz) {
+inline int gghrd(char compq, char compz, int n, int ilo, int ihi, dcomplex* a, int lda, dcomplex* b,
+                 int ldb, dcomplex* q, int ldq, dcomplex* z, int ldz) {
   SmallProblem small(n);
   int info = 0;
   zgghrd_(&compq, &compz, &n, &ilo, &ihi, a, &lda, b, &ldb, q, &ldq, z, &ldz, &info, 1, 1);
@@ -575,8 +567,8 @@ inline int hseqr(char job, char compz, int n, int ilo, int ihi, double* h, int l
     dhseqr_(&job, &compz, &n, &ilo, &ihi, h, &ldh, ev, evi, z, &ldz, w, &lw, &info, 1, 1);
   });
 }
-inline int hseqr(char job, char compz, int n, int ilo, int ihi, dcomplex* h, int ldh,
-                 dcomplex* ev, dcomplex* z, int ldz) {
+inline int hseqr(char job, char compz, int n, int ilo, int ihi, dcomplex* h, int ldh, dcomplex* ev,
+                 dcomplex* z, int ldz) {
   SmallProblem small(n);
   return callWithWorkspace<dcomplex>([&](dcomplex* w, int lw, int& info) {
     zhseqr_(&job, &compz, &n, &ilo, &ihi, h, &ldh, ev, z, &ldz, w, &lw, &info, 1, 1);
