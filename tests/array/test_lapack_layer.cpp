@@ -1,11 +1,12 @@
 // The typed LAPACK layer itself: the INFO translation (every key, including
-// those no input provokes reliably) and the workspace query rule.
+// those no input provokes reliably), the workspace query rule, and empty
+// problems.
 #include <gtest/gtest.h>
 
 #include <vector>
 
 #include "backend/lapack.h"
-#include "qvtest.h"
+#include "densecheck.h"
 
 namespace {
 
@@ -93,6 +94,39 @@ TEST(LapackLayer, WorkspaceIsQueriedThenAllocated) {
             }),
             -4);
   EXPECT_EQ(calls.size(), 1u);
+}
+
+// Empty matrices reach LAPACK with null storage; every wrapper must treat
+// them as the trivial problem they are.
+template <class T>
+class LapackEmpty : public ::testing::Test {};
+TYPED_TEST_SUITE(LapackEmpty, qvtest::ScalarTypes);
+
+TYPED_TEST(LapackEmpty, ZeroByZeroProblemsSucceed) {
+  using T = TypeParam;
+  using qvarray::Array;
+  const int all = qvarray::RaiseAll;
+  Array<T, 2> A, B, U, VT, Q, Z;
+  Array<T, 1> b, tau;
+  Array<int, 1> ipiv, select;
+  Array<double, 1> s;
+  EXPECT_EQ(qvarray::lu(A, ipiv, all), 0);
+  EXPECT_EQ(qvarray::linsolv(A, b, all), 0);
+  EXPECT_EQ(qvarray::linsolvsolve(A, ipiv, b, all), 0);
+  EXPECT_EQ(qvarray::chol(A, all), 0);
+  EXPECT_EQ(qvarray::qr(A, tau, all), 0);
+  EXPECT_EQ(qvarray::q(A, tau, all), 0);
+  EXPECT_EQ(qvarray::leastSquaresQRResize(A, B, all), 0);
+  EXPECT_EQ(qvarray::leastSquares(A, B, Z, -1.0, all), 0);
+  EXPECT_EQ(qvarray::svd('A', 'A', A, U, s, VT, all), 0);
+  EXPECT_EQ(qvarray::rank(A, -1.0), 0);
+  EXPECT_EQ(qvarray::hess(A, Q, true), 0);
+  EXPECT_EQ(qvarray::generalizedHess(A, B, Q, Z), 0);
+  EXPECT_EQ(qvarray::schur(A, Q, true), 0);
+  EXPECT_EQ(qvarray::ordschur(A, Q, select), 0);
+  EXPECT_EQ(qvarray::luBand(0, 0, 0, A, ipiv, all), 0);
+  qvarray::backSubstBand(0, 0, 0, A, ipiv, b);
+  EXPECT_EQ(s.count + U.count + VT.count + Q.count + Z.count, 0u);
 }
 
 }  // namespace

@@ -254,7 +254,8 @@ int callWithWorkspace(Routine&& routine) {
   int info = 0;
   routine(query, -1, info);
   if (info != 0) return info;
-  const int lwork = std::max(1, static_cast<int>(std::real(query[0])));
+  const double optimal = std::min(std::real(query[0]), static_cast<double>(INT_MAX));
+  const int lwork = std::max(1, static_cast<int>(optimal));
   if (lwork == 1) {
     routine(query, 1, info);
     return info;
