@@ -67,12 +67,15 @@ int schurT(Array<T, 2>& A, Array<T, 2>& Q, bool wantQ, int flags) {
   const size_t n = A.sizes[0];
   int info = reduceToHessenberg(A, Q, wantQ);
   if (info != 0) return lapack::checkInfo(info, flags, lapack::kQRFailed);
-  Array<T, 1> w(n), wi(n);
+  // Eigenvalues (the real routine splits them into real and imaginary parts).
+  constexpr bool real = std::is_same_v<T, double>;
+  Array<T, 1> w(n);
+  Array<double, 1> wi(real ? n : 0);
   T dummy[1] = {T(0)};
   const char compz = wantQ ? 'V' : 'N';
   T* z = wantQ ? Q.data : dummy;
   const int ldz = wantQ ? ld(n) : 1;
-  if constexpr (std::is_same_v<T, double>)
+  if constexpr (real)
     info = lapack::hseqr('S', compz, toInt(n), 1, toInt(n), A.data, ld(n), w.data, wi.data, z, ldz);
   else
     info = lapack::hseqr('S', compz, toInt(n), 1, toInt(n), A.data, ld(n), w.data, z, ldz);
@@ -88,10 +91,12 @@ int ordschurT(Array<T, 2>& T_, Array<T, 2>& Q, const Array<int, 1>& select, int 
   // LAPACK's LOGICAL wants exactly 0 or 1.
   Array<int, 1> sel(n);
   for (size_t i = 0; i < n; ++i) sel[i] = select[i] != 0 ? 1 : 0;
-  Array<T, 1> w(n), wi(n);
+  constexpr bool real = std::is_same_v<T, double>;
+  Array<T, 1> w(n);
+  Array<double, 1> wi(real ? n : 0);
   int m = 0;
   int info;
-  if constexpr (std::is_same_v<T, double>)
+  if constexpr (real)
     info =
         lapack::trsen('V', sel.data, toInt(n), T_.data, ld(n), Q.data, ld(n), w.data, wi.data, m);
   else
