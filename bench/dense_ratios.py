@@ -44,15 +44,15 @@ def run(binary, repetitions, min_time, bench_filter, threads):
     return data
 
 
-def medians(data):
-    """{(kernel, n): {form: median real time in ns}} and the context."""
+def medians(data, field):
+    """{(kernel, n): {form: median time in ns}}, time from `field`."""
     table = defaultdict(dict)
     for b in data["benchmarks"]:
         if b.get("aggregate_name", "median") != "median":
             continue
         kernel, form, n = b["run_name"].split("/")
         scale = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}[b["time_unit"]]
-        table[(kernel, int(n))][form] = b["real_time"] * scale
+        table[(kernel, int(n))][form] = b[field] * scale
     return table
 
 
@@ -86,10 +86,14 @@ def main():
             data = json.load(f)
     else:
         data = run(a.binary, a.repetitions, a.min_time, a.filter, a.threads)
-    table = medians(data)
+    # One thread: CPU time, which other processes on a shared machine do not
+    # inflate. Several threads: wall-clock time.
+    field = "cpu_time" if a.threads == 1 else "real_time"
+    table = medians(data, field)
     ctx = data.get("context", {})
     if not a.json:
-        print(f"medians of {a.repetitions} repetitions, {a.threads} thread(s); ", end="")
+        print(f"medians of {a.repetitions} repetitions of {field}, {a.threads} thread(s); ",
+              end="")
     print(f"{ctx.get('num_cpus', '?')} CPUs at {ctx.get('mhz_per_cpu', '?')} MHz")
     head = (f"{'kernel':<11}{'n':>7}  {'wrapper':>10}{'direct':>10}{'eigen':>10}{'loop':>10}"
             f"  {'wrap/dir':>8}{'wrap/eig':>9}{'loop/dir':>9}")
