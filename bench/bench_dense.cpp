@@ -10,6 +10,10 @@
 //            call is where the threshold belongs
 // bench/dense_ratios.py runs this program with repetitions and prints the
 // ratios wrapper/direct, wrapper/eigen and loop/direct per n.
+//
+// Eigen is compiled for the same portable x86-64 baseline as the library
+// (SSE2), while OpenBLAS chooses its kernels (AVX-512 here) at run time; its
+// norm() is the plain sum of squares, where dnrm2 scales against overflow.
 #include <benchmark/benchmark.h>
 #include <cblas.h>
 
