@@ -11,16 +11,19 @@ using dcomplex = std::complex<double>;
 
 namespace {
 
-// A random band matrix and the same matrix in dense storage.
+// A random band matrix and the same matrix in dense storage. General band
+// matrices are not diagonally dominant, so that pivoting matters; triangular
+// ones are (random triangular matrices are badly conditioned).
 template <class T>
 void randomBand(int n, int kl, int ku, qvtest::Rng& rng, qvarray::BasicBandMatrix<T>& B,
                 Array<T, 2>& dense) {
   B.resize(n, kl, ku);
   dense.resize(n, n);
   dense.fill(T(0));
+  const double shift = (kl == 0 || ku == 0) ? kl + ku + 1.5 : 0.5;
   for (int j = 0; j < n; ++j)
     for (int i = std::max(0, j - ku); i <= std::min(n - 1, j + kl); ++i) {
-      const T v = rng.value<T>() + (i == j ? T(0.5) : T(0));  // not dominant: pivoting matters
+      const T v = rng.value<T>() + (i == j ? T(shift) : T(0));
       B.set(i, j, v);
       dense(i, j) = v;
     }

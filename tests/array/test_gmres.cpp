@@ -87,7 +87,9 @@ TEST(Gmres, ReachesToleranceOnNonsymmetricRealAndComplexSystems) {
       EXPECT_EQ(res.cycles, (res.iterations + restart - 1) / restart);
       // Within a cycle the residual estimate never grows (GMRES minimises it).
       for (size_t k = 1; k < res.history.size(); ++k) {
-        if ((k - 1) % restart != 0) EXPECT_LE(res.history[k], res.history[k - 1] * (1 + 1e-12));
+        if ((k - 1) % restart != 0) {
+          EXPECT_LE(res.history[k], res.history[k - 1] * (1 + 1e-12));
+        }
       }
     }
 }
