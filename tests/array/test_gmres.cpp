@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "mmtriplets.h"
 #include "qvarray/gmres.h"
 #include "qvarray/matrixutil.h"
 #include "qvtest.h"
@@ -62,6 +63,46 @@ class DiagonalInverse : public qvarray::LinearOperator {
   Array<double, 1> inv_;
 };
 
+// A sparse matrix in compressed rows: how matrices other than Matrix plug in.
+class CsrOperator : public qvarray::LinearOperator {
+ public:
+  explicit CsrOperator(const qvtool::Triplets& t) : start_(t.rows + 1, 0), complex_(t.complex) {
+    for (int r : t.row) ++start_[r + 1];
+    for (size_t i = 0; i < t.rows; ++i) start_[i + 1] += start_[i];
+    std::vector<size_t> next(start_.begin(), start_.end() - 1);
+    col_.resize(t.row.size());
+    val_.resize(t.row.size());
+    for (size_t e = 0; e < t.row.size(); ++e) {
+      col_[next[t.row[e]]] = t.col[e];
+      val_[next[t.row[e]]++] = t.value[e];
+    }
+  }
+  size_t size() const override { return start_.size() - 1; }
+  bool isReal() const override { return !complex_; }
+
+ protected:
+  void applyReal(const Array<double, 1>& x, Array<double, 1>& y) const override {
+    for (size_t i = 0; i + 1 < start_.size(); ++i) {
+      double s = 0.0;
+      for (size_t k = start_[i]; k < start_[i + 1]; ++k) s += val_[k].real() * x[col_[k]];
+      y[i] = s;
+    }
+  }
+  void applyComplex(const Array<dcomplex, 1>& x, Array<dcomplex, 1>& y) const override {
+    for (size_t i = 0; i + 1 < start_.size(); ++i) {
+      dcomplex s = 0.0;
+      for (size_t k = start_[i]; k < start_[i + 1]; ++k) s += val_[k] * x[col_[k]];
+      y[i] = s;
+    }
+  }
+
+ private:
+  std::vector<size_t> start_;
+  std::vector<int> col_;
+  std::vector<dcomplex> val_;
+  bool complex_;
+};
+
 }  // namespace
 
 TEST(Gmres, ReachesToleranceOnNonsymmetricRealAndComplexSystems) {
@@ -92,6 +133,32 @@ TEST(Gmres, ReachesToleranceOnNonsymmetricRealAndComplexSystems) {
         }
       }
     }
+}
+
+TEST(Gmres, SolvesAComplexSparseMatrixThroughItsOwnOperator) {
+  // young1c: complex, nonsymmetric, from an acoustics problem.
+  const qvtool::Triplets t = qvtool::readTriplets(QV_MATRIX_DIR "/young1c.mtx");
+  const CsrOperator A(t);
+  ASSERT_FALSE(A.isReal());
+  Array<dcomplex, 1> ones(A.size()), b, x;
+  ones.fill(1.0);
+  A.apply(ones, b);
+  GmresOptions o;
+  o.tol = 1e-10;
+  o.restart = 200;
+  o.maxIter = 5000;
+  const auto res = qvarray::gmres(A, b, x, o);
+  ASSERT_TRUE(res.converged()) << res.iterations << " " << res.relResidual;
+  // Recompute the residual by the triplets themselves.
+  std::vector<dcomplex> r(b.begin(), b.end());
+  for (size_t e = 0; e < t.row.size(); ++e) r[t.row[e]] -= t.value[e] * x[t.col[e]];
+  double rn = 0.0, bn = 0.0;
+  for (size_t i = 0; i < r.size(); ++i) {
+    rn += std::norm(r[i]);
+    bn += std::norm(b[i]);
+  }
+  EXPECT_LE(std::sqrt(rn / bn), 1e-10);
+  EXPECT_LT(res.iterations, 1000);
 }
 
 TEST(Gmres, FullRestartIsExactWithinNSteps) {
