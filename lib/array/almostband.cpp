@@ -139,9 +139,10 @@ int AlmostBandMatrix::solve(Array<double, 2>& B, int flags) {
   }
   if (B.count == 0) return 0;
   Array<double, 2> z(n, k), x2(p, k);
+  const size_t N = n + p;
   for (size_t j = 0; j < k; ++j) {
-    std::copy(&B(0, j), &B(0, j) + n, &z(0, j));
-    std::copy(&B(0, j) + n, &B(0, j) + n + p, x2.data + j * p);
+    std::copy(B.data + j * N, B.data + j * N + n, z.data + j * n);
+    std::copy(B.data + j * N + n, B.data + (j + 1) * N, x2.data + j * p);
   }
   if (n > 0) band_.solve(z, flags);           // z = B⁻¹·f₁
   if (p > 0) {
@@ -150,8 +151,8 @@ int AlmostBandMatrix::solve(Array<double, 2>& B, int flags) {
     if (n > 0) matmatAMulB(y_, x2, -1.0, 1.0, z);   // x₁ = z − Y·x₂
   }
   for (size_t j = 0; j < k; ++j) {
-    std::copy(z.data + j * n, z.data + (j + 1) * n, &B(0, j));
-    std::copy(x2.data + j * p, x2.data + (j + 1) * p, &B(0, j) + n);
+    std::copy(z.data + j * n, z.data + (j + 1) * n, B.data + j * N);
+    std::copy(x2.data + j * p, x2.data + (j + 1) * p, B.data + j * N + n);
   }
   return 0;
 }

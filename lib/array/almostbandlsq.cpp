@@ -158,7 +158,7 @@ int AlmostBandedLSQ::solve(Array<double, 2>& X, double rcond, int flags) const {
 
   X.resize(static_cast<size_t>(n + p), static_cast<size_t>(m));
   for (int r = 0; r < m; ++r) {
-    double* x = &X(0, static_cast<size_t>(r));
+    double* x = X.data + static_cast<size_t>(r) * static_cast<size_t>(n + p);
     // Border unknowns: Rd·x₂ = (Qᵀb)₂.
     for (int c = p - 1; c >= 0; --c) {
       const auto cc = static_cast<size_t>(c);
