@@ -42,7 +42,8 @@ class QVARRAY_API BasicBandMatrix {
   BasicBandMatrix() = default;
   /// n×n zero matrix with kl sub- and ku super-diagonals (all ≥ 0).
   BasicBandMatrix(int n, int kl, int ku) { resize(n, kl, ku); }
-  /// New shape, all zeros, not factored.
+  /// New shape, all zeros, not factored. Bandwidths wider than the matrix
+  /// are narrowed to n − 1.
   void resize(int n, int kl, int ku);
 
   int size() const { return n_; }

@@ -58,21 +58,19 @@ void joinParts(const Array<double, 2>& r, dcomplex* z, size_t n, size_t k) {
     for (size_t i = 0; i < n; ++i) z[i + j * n] = dcomplex(r(i, j), r(i, j + k));
 }
 
-/// op(A) with op given by t, as a plain array (copied).
-Array<double, 2> applyOp(const Array<double, 2>& A, Trans_t t) {
+/// op(A) as a plain array: A itself for NoTrans, else the transpose built in tmp.
+const Array<double, 2>& applyOp(const Array<double, 2>& A, Trans_t t, Array<double, 2>& tmp) {
   if (t == NoTrans) return A;
-  Array<double, 2> B;
-  qvarray::adjoint(A, B);
-  return B;
+  qvarray::adjoint(A, tmp);
+  return tmp;
 }
 
-Array<dcomplex, 2> applyOp(Array<dcomplex, 2> A, Trans_t t) {
+const Array<dcomplex, 2>& applyOp(const Array<dcomplex, 2>& A, Trans_t t, Array<dcomplex, 2>& tmp) {
   if (t == NoTrans) return A;
-  Array<dcomplex, 2> B;
-  qvarray::adjoint(A, B);
+  qvarray::adjoint(A, tmp);
   if (t == qvarray::Trans)
-    for (auto& v : B) v = std::conj(v);
-  return B;
+    for (auto& v : tmp) v = std::conj(v);
+  return tmp;
 }
 
 }  // namespace
@@ -106,9 +104,10 @@ dcomplex dot(const Vector& x, const Vector& y, Trans_t t) {
   check(x.size() == y.size(), "dot: x and y does not have the same length.");
   const int n = asInt(x.size());
   if (x.isReal() && y.isReal()) return qvarray::dot(x.getdArr().data, y.getdArr().data, n);
-  const Array<dcomplex, 1> xz = x.isReal() ? toComplex(x.getdArr()) : x.getzArr();
-  const Array<dcomplex, 1> yz = y.isReal() ? toComplex(y.getdArr()) : y.getzArr();
-  return qvarray::dot(xz.data, yz.data, n, t);
+  if (!x.isReal() && !y.isReal()) return qvarray::dot(x.getzArr().data, y.getzArr().data, n, t);
+  // One operand is real: promote it.
+  if (x.isReal()) return qvarray::dot(toComplex(x.getdArr()).data, y.getzArr().data, n, t);
+  return qvarray::dot(x.getzArr().data, toComplex(y.getdArr()).data, n, t);
 }
 
 // ---------------------------------------------------------------------------
@@ -138,14 +137,18 @@ void yPlusAMulx(Vector& y, const Matrix& A, const Vector& x, Trans_t t) {
     qvarray::yPlusaMulx(y.getzArr().data, dcomplex(1.0), r.data, asInt(rowsOp));
     return;
   }
-  // Real A on complex x: one product with the real and imaginary parts as two columns.
-  const Array<double, 2> parts = splitParts(x.getzArr().data, colsOp, 1);
-  const Array<double, 2> opA = applyOp(A.getdArr(), t);
-  Array<double, 2> r;
-  qvarray::matmatAMulB(opA, parts, 1.0, 0.0, r);
+  // Real A on complex x: real and imaginary parts separately.
+  Array<double, 1> part(colsOp), re(rowsOp), im(rowsOp);
+  const dcomplex* xz = x.getzArr().data;
+  for (size_t i = 0; i < colsOp; ++i) part[i] = xz[i].real();
+  re.fill(0.0);
+  qvarray::yPlusAMulx(re, A.getdArr(), part, t);
+  for (size_t i = 0; i < colsOp; ++i) part[i] = xz[i].imag();
+  im.fill(0.0);
+  qvarray::yPlusAMulx(im, A.getdArr(), part, t);
   y.makeComplex();
   dcomplex* yz = y.getzArr().data;
-  for (size_t i = 0; i < rowsOp; ++i) yz[i] += dcomplex(r(i, 0), r(i, 1));
+  for (size_t i = 0; i < rowsOp; ++i) yz[i] += dcomplex(re[i], im[i]);
 }
 
 void mul(const Matrix& A, const Vector& x, Vector& y, Trans_t t) {
@@ -169,13 +172,17 @@ void mul(const Matrix& A, const Matrix& B, Matrix& C, Trans_t ta, Trans_t tb) {
   if (m == 0 || n == 0 || k == 0) {
     R.resize(m, n, real);
   } else if (real) {
-    Array<double, 2> Rd;
-    qvarray::matmatAMulB(applyOp(A.getdArr(), ta), applyOp(B.getdArr(), tb), 1.0, 0.0, Rd);
+    Array<double, 2> Rd, ta_, tb_;
+    qvarray::matmatAMulB(applyOp(A.getdArr(), ta, ta_), applyOp(B.getdArr(), tb, tb_), 1.0, 0.0, Rd);
     R = Matrix(std::move(Rd));
   } else {
-    Array<dcomplex, 2> Rz;
-    qvarray::matmatAMulB(applyOp(complexCopy(A), ta), applyOp(complexCopy(B), tb), dcomplex(1.0),
-                         dcomplex(0.0), Rz);
+    // A real operand is promoted; a complex one is used in place.
+    Array<dcomplex, 2> Rz, ca, cb, ta_, tb_;
+    if (A.isReal()) ca = complexCopy(A);
+    if (B.isReal()) cb = complexCopy(B);
+    const Array<dcomplex, 2>& za = A.isReal() ? ca : A.getzArr();
+    const Array<dcomplex, 2>& zb = B.isReal() ? cb : B.getzArr();
+    qvarray::matmatAMulB(applyOp(za, ta, ta_), applyOp(zb, tb, tb_), dcomplex(1.0), dcomplex(0.0), Rz);
     R = Matrix(std::move(Rz));
   }
   C = std::move(R);
@@ -284,7 +291,9 @@ int leastSquares(const Matrix& A, const Matrix& B, Matrix& X, double rcond, int 
     return info;
   }
   Array<dcomplex, 2> Xz;
-  const int info = qvarray::leastSquares(A.getzArr(), complexCopy(B), Xz, rcond, flags, rank);
+  const int info = B.isReal()
+                       ? qvarray::leastSquares(A.getzArr(), complexCopy(B), Xz, rcond, flags, rank)
+                       : qvarray::leastSquares(A.getzArr(), B.getzArr(), Xz, rcond, flags, rank);
   X = Matrix(std::move(Xz));
   return info;
 }
