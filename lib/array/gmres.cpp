@@ -6,7 +6,10 @@
 #include <limits>
 #include <string>
 
+#include <optional>
+
 #include "qvarray/arrayutil.h"
+#include "qvarray/blasruntime.h"
 #include "qvutil/exception.h"
 #include "qvutil/runinfo.h"
 
@@ -15,6 +18,23 @@ namespace qvarray {
 namespace {
 
 constexpr const char* kModule = "gmres";
+
+// The orthogonalisation and update are memory-bound level-2 BLAS calls on a
+// few hundred kB: a second BLAS thread gains little on them, and on a busy
+// machine waiting for it costs up to ten times the work (measured). Below
+// this many unknowns they run on one thread; the operator and preconditioner
+// keep whatever threading they use.
+constexpr size_t kSerialBelow = 100000;
+
+class KrylovBlasScope {
+ public:
+  explicit KrylovBlasScope(size_t n) {
+    if (n < kSerialBelow) scope_.emplace();
+  }
+
+ private:
+  std::optional<SerialBlasScope> scope_;
+};
 
 void check(bool cond, const char* sentence) {
   if (!cond) throw qvbase::Exception(kModule, __LINE__, "Internal_numerical_error", sentence);
@@ -120,7 +140,11 @@ GmresResult solve(const LinearOperator& A, const Array<T, 1>& b, Array<T, 1>& x,
         A.apply(v, w);
       }
       // h = Vᴴ·w, w ⊥ V and normalised, h[k+1] = ‖w‖ before normalisation.
-      const double hnext = gramSchmidt(V, k + 1, w, h);
+      double hnext;
+      {
+        const KrylovBlasScope serial(n);
+        hnext = gramSchmidt(V, k + 1, w, h);
+      }
       nonFinite = !std::isfinite(hnext);
       for (int i = 0; i <= k && !nonFinite; ++i) nonFinite = !isFinite(h[i]);
       if (nonFinite) break;
@@ -146,7 +170,10 @@ GmresResult solve(const LinearOperator& A, const Array<T, 1>& b, Array<T, 1>& x,
       copy(k, g.data, y.data);
       triSolve(H, y, true, NoTrans, k);
       v.fill(T(0));
-      yPlusAMulx(v, V, y, NoTrans, ni, k);
+      {
+        const KrylovBlasScope serial(n);
+        yPlusAMulx(v, V, y, NoTrans, ni, k);
+      }
       if (o.precond) {
         o.precond->apply(v, z);
         yPlusaMulx(x.data, T(1), z.data, ni);
