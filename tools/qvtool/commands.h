@@ -2,6 +2,9 @@
 // Subcommands of qvtool. Each takes the arguments from its own name on:
 // argv[0] is the subcommand's name, argv[1..argc-1] its arguments. It returns
 // the process's exit status: 0 done, 1 failed (message printed), 2 bad usage.
+// main.cpp lists every subcommand in its table with a one-line help.
 
+int cmdBlas(int argc, char** argv);   // cmd_blas.cpp
+int cmdSolve(int argc, char** argv);  // cmd_solve.cpp
 int cmdBand(int argc, char** argv);   // cmd_band.cpp (with mmtriplets.cpp)
 int cmdGmres(int argc, char** argv);  // cmd_gmres.cpp (with mmtriplets.cpp)
