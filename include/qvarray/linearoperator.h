@@ -46,6 +46,7 @@ class QVARRAY_API MatrixOperator : public LinearOperator {
  public:
   /// Raises "Internal_numerical_error" unless A is square.
   explicit MatrixOperator(const Matrix& A);
+  MatrixOperator(Matrix&&) = delete;  // would reference a temporary
   size_t size() const override { return A_.rows(); }
   bool isReal() const override { return A_.isReal(); }
 
