@@ -16,12 +16,14 @@ struct Command {
 
 const Command kCommands[] = {
     {"solve", cmdSolve, "solve a dense linear system A*x = b read from MatrixMarket files"},
+    {"band", cmdBand, "solve a banded system from a MatrixMarket coordinate file by band LU"},
+    {"gmres", cmdGmres, "solve a sparse system from a MatrixMarket file by restarted GMRES"},
     {"blas", cmdBlas, "show which OpenBLAS kernels this process runs on"},
 };
 
 void usage(std::FILE* out) {
   std::fprintf(out, "usage: qvtool <command> [arguments]\n\ncommands:\n");
-  for (const Command& c : kCommands) std::fprintf(out, "  %-10s %s\n", c.name, c.help);
+  for (const Command& c : kCommands) std::fprintf(out, "  %-7s %s\n", c.name, c.help);
   std::fprintf(out, "\n'qvtool <command> --help' describes a command.\n");
 }
 
