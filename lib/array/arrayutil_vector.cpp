@@ -78,6 +78,7 @@ T dotArray(const T* x, const T* y, size_t count, Trans_t t) {
 
 template <class T>
 double normArray(const T* x, size_t count) {
+  if (count <= detail::kMaxChunk) return normRun(x, static_cast<int>(count));
   double r = 0.0;
   detail::forChunks(count, [&](size_t off, int n) { r = std::hypot(r, normRun(x + off, n)); });
   return r;
