@@ -112,8 +112,10 @@ class QVARRAY_API SparseBase {
   /// conjugate transpose (t = ConjTrans) within tol (see isEqual).
   virtual bool isSymmetric(double tol, Trans_t t) const;
   /// True when the stored matrix equals op(B): sizes agree and every element
-  /// of the difference has magnitude ≤ tol·(largest stored magnitude of the
-  /// two). Raises "Internal_error_sparse_base" when B is not comparable.
+  /// pair is equal or differs by at most tol·(largest finite stored magnitude
+  /// of the two). Stored duplicates count as their sum; a stored zero equals
+  /// a missing entry. Raises "Internal_error_sparse_base" when B is not
+  /// comparable.
   virtual bool isEqual(const SparseBase& B, double tol, Trans_t t) const;
 
   // ---- construction ---------------------------------------------------------

@@ -85,23 +85,27 @@ Canonical canonical(const S& s, Trans_t t) {
 
 bool nearlyEqual(const Canonical& a, const Canonical& b, double tol) {
   if (a.m != b.m || a.n != b.n) return false;
+  // The scale is the largest finite magnitude; equal values (infinities
+  // included) always agree.
   double scale = 0;
-  for (const auto& v : a.value) scale = std::max(scale, std::abs(v));
-  for (const auto& v : b.value) scale = std::max(scale, std::abs(v));
-  const double bound = tol * scale;
+  for (const auto* values : {&a.value, &b.value})
+    for (const auto& v : *values)
+      if (std::isfinite(std::abs(v))) scale = std::max(scale, std::abs(v));
+  const double bound = tol > 0 ? tol * scale : 0.0;
   for (size_t j = 0; j < a.n; ++j) {
     size_t p = a.colptr[j], q = b.colptr[j];
     const size_t pe = a.colptr[j + 1], qe = b.colptr[j + 1];
     while (p < pe || q < qe) {
-      dcomplex diff;
+      dcomplex x, y;  // the two values of one element
       if (q == qe || (p < pe && a.row[p] < b.row[q])) {
-        diff = a.value[p++];
+        x = a.value[p++];
       } else if (p == pe || b.row[q] < a.row[p]) {
-        diff = b.value[q++];
+        y = b.value[q++];
       } else {
-        diff = a.value[p++] - b.value[q++];
+        x = a.value[p++];
+        y = b.value[q++];
       }
-      if (!(std::abs(diff) <= bound)) return false;
+      if (x != y && !(std::abs(x - y) <= bound)) return false;
     }
   }
   return true;
