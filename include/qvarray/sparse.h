@@ -18,6 +18,7 @@
 // thread reads it. Storage shared between handles is only read.
 #include <complex>
 #include <cstdint>
+#include <iosfwd>
 #include <memory>
 #include <vector>
 
@@ -198,6 +199,10 @@ class QVARRAY_API Sparse : public SparseBase {
   std::shared_ptr<ExternalSparse> extData_;
   bool hasExtData_ = false;
 };
+
+/// The first lines of A's text output: "Sparse <m>-by-<n> matrix. Nnz = <nnz>."
+/// and, for a non-zero symmetry mode, "Symmetric.".
+QVARRAY_API void outputSparseHeader(std::ostream& os, const Sparse& A);
 
 }  // namespace qvarray
 

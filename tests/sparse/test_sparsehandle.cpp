@@ -214,14 +214,14 @@ TEST(SparseHandle, TextOutput) {
   Z.vectorTripletToSparse({0}, {0}, std::vector<std::complex<double>>{{1.5, -2}}, 1, 1);
   Z.setSymm(qvarray::SymmHermitian);
   std::ostringstream os;
-  os << std::fixed << std::setprecision(2) << std::left;  // the caller's settings are restored
-  os << Z << 1.0;
+  os << std::fixed << std::setprecision(2) << std::left << std::hex << std::setw(30);
+  os << Z << 1.0 << ' ' << 255;  // the caller's settings are restored
   EXPECT_EQ(os.str(),
             "Sparse 1-by-1 matrix. Nnz = 1.\n"
             "Symmetric.\n"
             "    Row    Col               Value\n"
             "      0      0            (1.5,-2)\n"
-            "1.00");
+            "1.00 ff");
 
   Sparse E;
   EXPECT_EQ(text(E), "Sparse 0-by-0 matrix. Nnz = 0.\n    Row    Col               Value\n");

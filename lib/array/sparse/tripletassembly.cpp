@@ -34,6 +34,7 @@
 #include <sys/mman.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <cstdlib>
 #include <new>
@@ -47,7 +48,8 @@ namespace qvarray {
 namespace {
 
 constexpr const char* kModule = "sparse";
-constexpr size_t kAhead = 16;  // look-ahead distance in triplets (a power of 2)
+constexpr size_t kAhead = 32;  // look-ahead distance in triplets (a power of 2)
+constexpr int kChainPrefetch = 4;  // slots of a probe sequence prefetched after a collision
 constexpr std::uint64_t kLargeStepBase = 285349621;
 
 // Zero-filled scratch memory released on scope exit. Large blocks are
@@ -56,10 +58,14 @@ constexpr std::uint64_t kLargeStepBase = 285349621;
 // TLB miss.
 class ScratchBlock {
  public:
-  explicit ScratchBlock(size_t bytes) {
+  /// Blocks from this size on are mapped; smaller ones come from the heap,
+  /// where they are usually reused from call to call without page faults.
+  static constexpr size_t kLarge = size_t{32} << 20;
+
+  ScratchBlock(size_t bytes, bool zeroed) {
     if (bytes == 0) return;
     if (bytes < kLarge) {
-      ptr_ = std::calloc(bytes, 1);
+      ptr_ = zeroed ? std::calloc(bytes, 1) : std::malloc(bytes);
       if (!ptr_) throw std::bad_alloc();
       return;
     }
@@ -86,108 +92,208 @@ class ScratchBlock {
   }
 
  private:
-  static constexpr size_t kLarge = size_t{4} << 20;
   static constexpr size_t kHuge = size_t{2} << 20;
   void* ptr_ = nullptr;
   void* base_ = nullptr;
   size_t mapped_ = 0;
 };
 
-struct Slot {
-  std::uint64_t key;      // col·m + row (mod 2^64) of the pair held here
-  std::uint32_t ordinal;  // the pair's position within its column
-  std::uint32_t tag;      // index + 1 of the triplet that claimed the slot; 0 = empty
+// Asks for huge pages on the 2 MiB-aligned part of a fresh block that is
+// about to be written at random (advice only: contents are not affected).
+void adviseHugePages(void* p, size_t bytes) {
+  constexpr std::uintptr_t kHuge = std::uintptr_t{2} << 20;
+  if (bytes < ScratchBlock::kLarge) return;  // smaller blocks come from the heap
+  const std::uintptr_t b = (reinterpret_cast<std::uintptr_t>(p) + kHuge - 1) & ~(kHuge - 1);
+  const std::uintptr_t e = (reinterpret_cast<std::uintptr_t>(p) + bytes) & ~(kHuge - 1);
+  if (e > b) madvise(reinterpret_cast<void*>(b), e - b, MADV_HUGEPAGE);
+}
+
+// 16-byte slots, for any sizes: the key, the ordinal and the index + 1 of
+// the triplet that claimed the slot (0 = empty). When m·n exceeds 2^64 keys
+// can coincide for different pairs, and a key match is confirmed on the
+// pairs of the input.
+struct WideTable {
+  struct Slot {
+    std::uint64_t key;
+    std::uint32_t ordinal;
+    std::uint32_t tag;
+  };
+  static_assert(sizeof(Slot) == 16);
+
+  Slot* slots;
+  bool wrap;
+  const size_t* rows;
+  const size_t* cols;
+
+  static size_t bytes(std::uint64_t H) { return H * sizeof(Slot); }
+  static bool empty(const Slot& s) { return s.tag == 0; }
+  static bool sameKey(const Slot& s, std::uint64_t key) { return s.key == key; }
+  bool holds(const Slot& s, std::uint64_t key, size_t k) const {
+    if (s.key != key) return false;
+    if (!wrap) return true;
+    const size_t e = s.tag - 1;
+    return rows[e] == rows[k] && cols[e] == cols[k];
+  }
+  static std::uint64_t ordinal(const Slot& s) { return s.ordinal; }
+  static Slot make(std::uint64_t key, std::uint64_t ord, size_t k) {
+    return Slot{key, static_cast<std::uint32_t>(ord), static_cast<std::uint32_t>(k + 1)};
+  }
 };
-static_assert(sizeof(Slot) == 16);
+
+// 8-byte slots holding ((key + 1) << shift) | ordinal (0 = empty), used when
+// the keys are unique (m·n ≤ 2^64) and key + 1 and the largest possible
+// ordinal fit 64 bits together. Half the memory of the wide slots.
+struct PackedTable {
+  using Slot = std::uint64_t;
+
+  Slot* slots;
+  unsigned shift;
+  std::uint64_t mask;
+
+  static size_t bytes(std::uint64_t H) { return H * sizeof(Slot); }
+  static bool empty(Slot s) { return s == 0; }
+  bool sameKey(Slot s, std::uint64_t key) const { return (s >> shift) == key + 1; }
+  bool holds(Slot s, std::uint64_t key, size_t) const { return sameKey(s, key); }
+  std::uint64_t ordinal(Slot s) const { return s & mask; }
+  Slot make(std::uint64_t key, std::uint64_t ord, size_t) const { return ((key + 1) << shift) | ord; }
+};
+
+// Prefetch of the cache line at p. An asm statement rather than the
+// compiler's builtin, which GCC drops in some loops here (prefetches whose
+// address depends on a value loaded from the look-ahead ring).
+inline void prefetch(const void* p) {
+#if defined(__x86_64__)
+  asm volatile("prefetcht0 %0" : : "m"(*static_cast<const char*>(p)));
+#else
+  __builtin_prefetch(p, 1, 3);
+#endif
+}
 
 [[noreturn]] void throwIndexOutOfRange() {
   QV_THROW(kModule, "Internal_error_sparse", "Triplet index out of range.");
 }
 
 // Pass 1. Fills ord[k] (with the first-appearance bit `first`) and the column
-// counts count[col + 1]. Wrap: keys may coincide for different pairs (m·n
-// exceeds 2^64), so a key match is confirmed on the pairs.
-template <bool Wrap, class Ord>
+// counts count[col + 1].
+//
+// A three-stage pipeline over the triplets: 2·kAhead triplets ahead the key
+// and first slot are computed and the slot and column counter prefetched;
+// kAhead triplets ahead the (by then loaded) first slot is looked at, and if
+// another key holds it, the second and third slots of the probe sequence are
+// prefetched too. The probe itself then mostly finds its slots in cache. The
+// look at the first slot is only a hint: triplets in between may still claim
+// it, which the probe handles as usual.
+template <class Table, class Ord>
 void hashPass(const size_t* rows, const size_t* cols, size_t nnzIn, size_t m, size_t n,
-              size_t* count, Ord* ord, Slot* table, std::uint64_t H, std::uint64_t H2) {
+              size_t* count, Ord* ord, const Table& table, std::uint64_t H, std::uint64_t H2) {
   const detail::FastDivisor modH(H), modH2(H2);
   const Ord first = Ord(1) << (8 * sizeof(Ord) - 1);
-  std::uint64_t aheadKey[kAhead];
-  std::uint64_t aheadSlot[kAhead];
+  constexpr size_t kRing = 2 * kAhead;
+  std::uint64_t ringKey[kRing];
+  std::uint64_t ringSlot[kRing];
+  auto* slots = table.slots;
 
-  // Computes key and first slot of triplet kk and prefetches what its probe
-  // will touch. Every triplet passes here before it is probed.
-  auto lookAhead = [&](size_t kk) {
+  // Every triplet passes here before it is probed.
+  auto stageKey = [&](size_t kk) {
     const size_t r = rows[kk], c = cols[kk];
     if (r >= m || c >= n) throwIndexOutOfRange();
     const std::uint64_t key = std::uint64_t(c) * m + r;
     const std::uint64_t s = modH.remainder(key);
-    aheadKey[kk % kAhead] = key;
-    aheadSlot[kk % kAhead] = s;
-    __builtin_prefetch(table + s, 1, 1);
-    __builtin_prefetch(count + c + 1, 1, 1);
+    ringKey[kk % kRing] = key;
+    ringSlot[kk % kRing] = s;
+    prefetch(slots + s);
+    prefetch(count + c + 1);
   };
-  auto samePair = [&](const Slot* slot, std::uint64_t key, size_t k) {
-    if constexpr (Wrap) {
-      const size_t e = slot->tag - 1;
-      return slot->key == key && rows[e] == rows[k] && cols[e] == cols[k];
-    } else {
-      return slot->key == key;
+  auto stageSlot = [&](size_t kk) {
+    const std::uint64_t key = ringKey[kk % kRing];
+    std::uint64_t s = ringSlot[kk % kRing];
+    if (Table::empty(slots[s]) || table.sameKey(slots[s], key)) return;
+    const std::uint64_t step = H2 - modH2.remainder(key);
+    for (int d = 0; d < kChainPrefetch; ++d) {
+      s += step;
+      if (s >= H) s -= H;
+      prefetch(slots + s);
     }
   };
 
-  const size_t warm = std::min(kAhead, nnzIn);
-  for (size_t kk = 0; kk < warm; ++kk) lookAhead(kk);
+  for (size_t kk = 0; kk < std::min(kRing, nnzIn); ++kk) stageKey(kk);
+  for (size_t kk = 0; kk < std::min(kAhead, nnzIn); ++kk) stageSlot(kk);
   for (size_t k = 0; k < nnzIn; ++k) {
-    const std::uint64_t key = aheadKey[k % kAhead];
-    std::uint64_t s = aheadSlot[k % kAhead];
-    if (k + kAhead < nnzIn) lookAhead(k + kAhead);
-    Slot* slot = table + s;
-    if (slot->tag != 0 && !samePair(slot, key, k)) {
+    const std::uint64_t key = ringKey[k % kRing];
+    std::uint64_t s = ringSlot[k % kRing];
+    if (k + kRing < nnzIn) stageKey(k + kRing);
+    if (k + kAhead < nnzIn) stageSlot(k + kAhead);
+    if (!Table::empty(slots[s]) && !table.holds(slots[s], key, k)) {
       const std::uint64_t step = H2 - modH2.remainder(key);  // 1 … H2, never a multiple of H
       do {
         s += step;
         if (s >= H) s -= H;
-        slot = table + s;
-      } while (slot->tag != 0 && !samePair(slot, key, k));
+      } while (!Table::empty(slots[s]) && !table.holds(slots[s], key, k));
     }
-    if (slot->tag == 0) {
+    if (Table::empty(slots[s])) {
       const size_t o = count[cols[k] + 1]++;
-      slot->key = key;
-      slot->ordinal = static_cast<std::uint32_t>(o);
-      slot->tag = static_cast<std::uint32_t>(k + 1);
+      slots[s] = table.make(key, o, k);
       ord[k] = static_cast<Ord>(o) | first;
     } else {
-      ord[k] = slot->ordinal;
+      ord[k] = static_cast<Ord>(table.ordinal(slots[s]));
     }
   }
 }
 
-// Pass 3. colptr holds column starts; row and value have nnz entries.
-template <class T, class Ord>
+// Scatter targets: the output arrays themselves, or (for outputs larger than
+// the caches) a temporary array of (row, value) entries, so that a triplet
+// touches one cache line instead of one in each output array; the entries are
+// then split into the output arrays in one sequential pass.
+template <class T>
+struct DirectOut {
+  size_t* row;
+  T* value;
+  void prefetchAt(size_t p) const {
+    prefetch(row + p);
+    prefetch(value + p);
+  }
+  void set(size_t p, size_t r, const T& v) const {
+    row[p] = r;
+    value[p] = v;
+  }
+  void add(size_t p, const T& v) const { value[p] += v; }
+};
+
+template <class T>
+struct EntryOut {
+  struct Entry {
+    size_t row;
+    T value;
+  };
+  Entry* entry;
+  void prefetchAt(size_t p) const { prefetch(entry + p); }
+  void set(size_t p, size_t r, const T& v) const { entry[p] = Entry{r, v}; }
+  void add(size_t p, const T& v) const { entry[p].value += v; }
+};
+
+// Pass 3. colptr holds column starts. Triplet k goes to position
+// colptr[col] + ordinal; the column start and the target of the triplet
+// kAhead ahead are looked up and prefetched in turn.
+template <class Out, class T, class Ord>
 void scatterPass(const size_t* rows, const size_t* cols, const T* values, size_t valueStride,
-                 size_t nnzIn, const size_t* colptr, const Ord* ord, size_t* row, T* value) {
+                 size_t nnzIn, const size_t* colptr, const Ord* ord, const Out& out) {
   const Ord first = Ord(1) << (8 * sizeof(Ord) - 1);
   size_t aheadPos[kAhead];
   auto lookAhead = [&](size_t kk) {
     const size_t p = colptr[cols[kk]] + static_cast<size_t>(ord[kk] & ~first);
     aheadPos[kk % kAhead] = p;
-    __builtin_prefetch(value + p, 1, 1);
-    __builtin_prefetch(row + p, 1, 1);
+    out.prefetchAt(p);
   };
-  const size_t warm = std::min(kAhead, nnzIn);
-  for (size_t kk = 0; kk < warm; ++kk) lookAhead(kk);
+  for (size_t kk = 0; kk < std::min(kAhead, nnzIn); ++kk) lookAhead(kk);
   for (size_t k = 0; k < nnzIn; ++k) {
     const size_t p = aheadPos[k % kAhead];
-    if (k + 2 * kAhead < nnzIn) __builtin_prefetch(colptr + cols[k + 2 * kAhead], 0, 1);
+    if (k + 2 * kAhead < nnzIn) prefetch(colptr + cols[k + 2 * kAhead]);
     if (k + kAhead < nnzIn) lookAhead(k + kAhead);
     const T v = values[k * valueStride];
-    if (ord[k] & first) {
-      row[p] = rows[k];
-      value[p] = v;
-    } else {
-      value[p] += v;
-    }
+    if (ord[k] & first)
+      out.set(p, rows[k], v);  // first appearance
+    else
+      out.add(p, v);  // a repeat: summed in input order
   }
 }
 
@@ -199,47 +305,67 @@ void llsparse<T>::assembleTriplets(const size_t* rows, const size_t* cols, const
   if (nnzIn > kMaxHashSize) QV_THROW(kModule, "Size_input_vector_too_large");
   Array<size_t, 1> cp(nIn + 1);
   cp.fill(0);
-  const bool empty = mIn == 0 || nIn == 0 || nnzIn == 0;
   size_t count = 0;
   std::shared_ptr<Array<size_t, 1>> rowArr;
   std::shared_ptr<Array<T, 1>> valArr;
 
-  if (!empty) {
+  if (mIn != 0 && nIn != 0 && nnzIn != 0) {
     const std::uint64_t H = llsp_hashsize(nnzIn);
     const std::uint64_t H2 = H < 285349622 ? H - 2 : kLargeStepBase;
     size_t mn;
     const bool wrap = __builtin_mul_overflow(mIn, nIn, &mn);
-    const bool narrow = nnzIn < (size_t{1} << 31);  // ordinal and its flag fit 32 bits
-    ScratchBlock table(H * sizeof(Slot));
-    ScratchBlock ordinals(nnzIn * (narrow ? sizeof(std::uint32_t) : sizeof(std::uint64_t)));
-    Slot* slots = table.as<Slot>();
+    const bool narrow = nnzIn < (size_t{1} << 31);  // an ordinal and its flag fit 32 bits
+    // Packed slots when key + 1 (< 2^keyBits) and the largest ordinal
+    // (< min(m, nnzIn)) fit one word together.
+    const unsigned keyBits = wrap ? 64 : static_cast<unsigned>(std::bit_width(mn));
+    const unsigned ordBits =
+        static_cast<unsigned>(std::bit_width(std::min<size_t>(mIn, nnzIn) - 1));
+    const bool packed = !wrap && keyBits + ordBits <= 64;
+    ScratchBlock table(packed ? PackedTable::bytes(H) : WideTable::bytes(H), true);
+    ScratchBlock ordinals(nnzIn * (narrow ? sizeof(std::uint32_t) : sizeof(std::uint64_t)),
+                          false);
 
-    if (narrow) {
-      auto* ord = ordinals.as<std::uint32_t>();
-      if (wrap)
-        hashPass<true>(rows, cols, nnzIn, mIn, nIn, cp.data, ord, slots, H, H2);
+    // Pass 1.
+    auto hash = [&](const auto& tab) {
+      if (narrow)
+        hashPass(rows, cols, nnzIn, mIn, nIn, cp.data, ordinals.as<std::uint32_t>(), tab, H, H2);
       else
-        hashPass<false>(rows, cols, nnzIn, mIn, nIn, cp.data, ord, slots, H, H2);
-    } else {
-      auto* ord = ordinals.as<std::uint64_t>();
-      if (wrap)
-        hashPass<true>(rows, cols, nnzIn, mIn, nIn, cp.data, ord, slots, H, H2);
-      else
-        hashPass<false>(rows, cols, nnzIn, mIn, nIn, cp.data, ord, slots, H, H2);
-    }
+        hashPass(rows, cols, nnzIn, mIn, nIn, cp.data, ordinals.as<std::uint64_t>(), tab, H, H2);
+    };
+    if (packed)
+      hash(PackedTable{table.as<PackedTable::Slot>(), ordBits,
+                       ordBits ? (std::uint64_t{1} << ordBits) - 1 : 0});
+    else
+      hash(WideTable{table.as<WideTable::Slot>(), wrap, rows, cols});
 
+    // Pass 2.
     for (size_t j = 0; j < nIn; ++j) cp[j + 1] += cp[j];
     count = cp[nIn];
 
+    // Pass 3.
     rowArr = std::make_shared<Array<size_t, 1>>(count);
     valArr = std::make_shared<Array<T, 1>>(count);
+    adviseHugePages(rowArr->data, count * sizeof(size_t));
+    adviseHugePages(valArr->data, count * sizeof(T));
     const size_t stride = oneValue ? 0 : 1;
-    if (narrow)
-      scatterPass(rows, cols, values, stride, nnzIn, cp.data, ordinals.as<std::uint32_t>(),
-                  rowArr->data, valArr->data);
-    else
-      scatterPass(rows, cols, values, stride, nnzIn, cp.data, ordinals.as<std::uint64_t>(),
-                  rowArr->data, valArr->data);
+    auto scatter = [&](const auto& out) {
+      if (narrow)
+        scatterPass(rows, cols, values, stride, nnzIn, cp.data, ordinals.as<std::uint32_t>(), out);
+      else
+        scatterPass(rows, cols, values, stride, nnzIn, cp.data, ordinals.as<std::uint64_t>(), out);
+    };
+    using Entry = typename EntryOut<T>::Entry;
+    if (count * sizeof(Entry) < ScratchBlock::kLarge) {
+      scatter(DirectOut<T>{rowArr->data, valArr->data});
+    } else {
+      ScratchBlock entries(count * sizeof(Entry), false);
+      const EntryOut<T> out{entries.as<Entry>()};
+      scatter(out);
+      for (size_t p = 0; p < count; ++p) {
+        rowArr->data[p] = out.entry[p].row;
+        valArr->data[p] = out.entry[p].value;
+      }
+    }
   }
 
   // Commit: nothing above touched *this.
