@@ -35,6 +35,7 @@
 
 #include <algorithm>
 #include <bit>
+#include <complex>
 #include <cstdint>
 #include <cstdlib>
 #include <new>
@@ -48,8 +49,8 @@ namespace qvarray {
 namespace {
 
 constexpr const char* kModule = "sparse";
-constexpr size_t kAhead = 32;  // look-ahead distance in triplets (a power of 2)
-constexpr int kChainPrefetch = 4;  // slots of a probe sequence prefetched after a collision
+constexpr size_t kAhead = 64;  // look-ahead distance in triplets (a power of 2)
+constexpr int kChainPrefetch = 6;  // slots of a probe sequence prefetched after a collision
 constexpr std::uint64_t kLargeStepBase = 285349621;
 
 // Zero-filled scratch memory released on scope exit. Large blocks are
@@ -75,7 +76,10 @@ class ScratchBlock {
     base_ = p;
     ptr_ = reinterpret_cast<void*>((reinterpret_cast<std::uintptr_t>(p) + kHuge - 1) &
                                    ~std::uintptr_t{kHuge - 1});
-    madvise(ptr_, bytes, MADV_HUGEPAGE);  // advisory; failure is harmless
+    // Advice only; failures are harmless. Faulting the pages in up front, in
+    // order, is much cheaper than faulting them at random during the passes.
+    madvise(ptr_, bytes, MADV_HUGEPAGE);
+    madvise(ptr_, bytes, MADV_POPULATE_WRITE);
   }
   ~ScratchBlock() {
     if (base_)
@@ -230,20 +234,32 @@ void hashPass(const size_t* rows, const size_t* cols, size_t nnzIn, size_t m, si
         if (s >= H) s -= H;
       } while (!Table::empty(slots[s]) && !table.holds(slots[s], key, k));
     }
-    if (Table::empty(slots[s])) {
-      const size_t o = count[cols[k] + 1]++;
-      slots[s] = table.make(key, o, k);
-      ord[k] = static_cast<Ord>(o) | first;
-    } else {
-      ord[k] = static_cast<Ord>(table.ordinal(slots[s]));
+    {
+      const auto cur = slots[s];
+      const bool fresh = Table::empty(cur);
+      size_t& columnCount = count[cols[k] + 1];
+      const size_t cc = columnCount;
+      const size_t o = fresh ? cc : static_cast<size_t>(table.ordinal(cur));
+      columnCount = cc + fresh;
+      slots[s] = fresh ? table.make(key, o, k) : cur;
+      ord[k] = static_cast<Ord>(o) | (fresh ? first : Ord(0));
     }
   }
 }
 
-// Scatter targets: the output arrays themselves, or (for outputs larger than
-// the caches) a temporary array of (row, value) entries, so that a triplet
-// touches one cache line instead of one in each output array; the entries are
-// then split into the output arrays in one sequential pass.
+// a when c, else b, bit for bit and without a branch (the compiler turns
+// a plain conditional around a floating-point addition into a jump).
+inline double select(bool c, double a, double b) {
+  const std::uint64_t mask = std::uint64_t{0} - c;
+  return std::bit_cast<double>((std::bit_cast<std::uint64_t>(a) & mask) |
+                               (std::bit_cast<std::uint64_t>(b) & ~mask));
+}
+inline std::complex<double> select(bool c, const std::complex<double>& a,
+                                   const std::complex<double>& b) {
+  return {select(c, a.real(), b.real()), select(c, a.imag(), b.imag())};
+}
+
+// The scatter target: the output arrays.
 template <class T>
 struct DirectOut {
   size_t* row;
@@ -252,23 +268,13 @@ struct DirectOut {
     prefetch(row + p);
     prefetch(value + p);
   }
-  void set(size_t p, size_t r, const T& v) const {
+  // A first appearance writes row and value, a repeat adds its value (in
+  // input order). Written without a branch: the two alternate at random. A
+  // repeat has the same row, so the row is simply written again.
+  void put(size_t p, size_t r, const T& v, bool fresh) const {
     row[p] = r;
-    value[p] = v;
+    value[p] = select(fresh, v, value[p] + v);
   }
-  void add(size_t p, const T& v) const { value[p] += v; }
-};
-
-template <class T>
-struct EntryOut {
-  struct Entry {
-    size_t row;
-    T value;
-  };
-  Entry* entry;
-  void prefetchAt(size_t p) const { prefetch(entry + p); }
-  void set(size_t p, size_t r, const T& v) const { entry[p] = Entry{r, v}; }
-  void add(size_t p, const T& v) const { entry[p].value += v; }
 };
 
 // Pass 3. colptr holds column starts. Triplet k goes to position
@@ -289,11 +295,7 @@ void scatterPass(const size_t* rows, const size_t* cols, const T* values, size_t
     const size_t p = aheadPos[k % kAhead];
     if (k + 2 * kAhead < nnzIn) prefetch(colptr + cols[k + 2 * kAhead]);
     if (k + kAhead < nnzIn) lookAhead(k + kAhead);
-    const T v = values[k * valueStride];
-    if (ord[k] & first)
-      out.set(p, rows[k], v);  // first appearance
-    else
-      out.add(p, v);  // a repeat: summed in input order
+    out.put(p, rows[k], values[k * valueStride], (ord[k] & first) != 0);
   }
 }
 
@@ -347,6 +349,7 @@ void llsparse<T>::assembleTriplets(const size_t* rows, const size_t* cols, const
     valArr = std::make_shared<Array<T, 1>>(count);
     adviseHugePages(rowArr->data, count * sizeof(size_t));
     adviseHugePages(valArr->data, count * sizeof(T));
+    if constexpr (std::is_same_v<T, double>) valArr->fill(0.0);  // read by the blend below
     const size_t stride = oneValue ? 0 : 1;
     auto scatter = [&](const auto& out) {
       if (narrow)
@@ -354,18 +357,7 @@ void llsparse<T>::assembleTriplets(const size_t* rows, const size_t* cols, const
       else
         scatterPass(rows, cols, values, stride, nnzIn, cp.data, ordinals.as<std::uint64_t>(), out);
     };
-    using Entry = typename EntryOut<T>::Entry;
-    if (count * sizeof(Entry) < ScratchBlock::kLarge) {
-      scatter(DirectOut<T>{rowArr->data, valArr->data});
-    } else {
-      ScratchBlock entries(count * sizeof(Entry), false);
-      const EntryOut<T> out{entries.as<Entry>()};
-      scatter(out);
-      for (size_t p = 0; p < count; ++p) {
-        rowArr->data[p] = out.entry[p].row;
-        valArr->data[p] = out.entry[p].value;
-      }
-    }
+    scatter(DirectOut<T>{rowArr->data, valArr->data});
   }
 
   // Commit: nothing above touched *this.
