@@ -124,6 +124,15 @@ TEST(TripletAssembly, HugeDimensionsWhoseKeysWrap) {
   expectModel(A, model(t));
 }
 
+TEST(TripletAssembly, LargeKeysUseWideSlots) {
+  // m·n = 2^60 fits 64 bits, but key and ordinal do not fit one word together.
+  const size_t m = size_t{1} << 40, n = size_t{1} << 20;
+  Triplets<std::complex<double>> t(m, n);
+  for (size_t k = 0; k < 3000; ++k)
+    t.add((k * 2654435761u) % 700 + (m - 700), (k * 40503u) % 9 + (n - 9), {double(k), 1.0});
+  expectModel(t.assemble(), model(t));
+}
+
 TEST(TripletAssembly, BadInputLeavesMatrixUnchanged) {
   Sparse A;
   A.eye(3);

@@ -19,18 +19,26 @@
 //  3. Scatter: triplet k goes to position colptr[col] + ordinal; the first
 //     appearance of a pair writes row and value, later ones add their value.
 //
-// How it is made fast, without changing what it computes:
-//  - A slot keeps the key and the ordinal beside the triplet index, so a probe
-//    reads one 16-byte slot and never the arrays of an earlier triplet (the
-//    key identifies the pair whenever m·n ≤ 2^64; otherwise the pair is
-//    compared too).
-//  - Both passes look kAhead triplets ahead: the first slot of triplet
-//    k + kAhead and its column counter (pass 1), its column start and target
-//    position (pass 3) are computed then and prefetched.
+// How it is made fast, without changing what it computes (the same probe
+// sequences, the same table contents, the same result bit for bit):
+//  - A slot keeps the key and the ordinal together (beside the triplet index
+//    in the wide layout), so a probe reads one slot and never the arrays of
+//    an earlier triplet. When key + 1 and the largest possible ordinal fit one
+//    64-bit word, slots are 8 bytes instead of 16.
+//  - Pass 1 is a software pipeline: 2·kAhead triplets ahead the key and first
+//    slot are computed and the slot and the column counter prefetched; kAhead
+//    triplets ahead the first slot is looked at and, if another key holds it,
+//    the next kChainPrefetch slots of its probe sequence are prefetched too.
+//    (The probe step correlates with the first slot, so collisions tend to go
+//    on for several slots.) Pass 3 prefetches column starts and targets the
+//    same way.
 //  - Division by the fixed H and H2 uses precomputed reciprocals (fastmod.h).
-//  - The table is a zero-filled anonymous mapping (empty = tag 0) on huge
-//    pages where the system offers them; the ordinal array carries a "first
-//    appearance" bit so that the scatter needs no unfilled-row marker.
+//  - Scratch memory below 32 MiB comes from the heap, where it is reused from
+//    call to call; larger blocks are mappings on huge pages, faulted in up
+//    front in order rather than at random during the passes.
+//  - The ordinal array carries a "first appearance" bit, so the scatter needs
+//    no unfilled-row marker, and the scatter's first-or-repeat choice is a
+//    bit blend rather than an unpredictable branch.
 #include <sys/mman.h>
 
 #include <algorithm>
@@ -53,10 +61,10 @@ constexpr size_t kAhead = 64;  // look-ahead distance in triplets (a power of 2)
 constexpr int kChainPrefetch = 6;  // slots of a probe sequence prefetched after a collision
 constexpr std::uint64_t kLargeStepBase = 285349621;
 
-// Zero-filled scratch memory released on scope exit. Large blocks are
-// anonymous mappings aligned to 2 MiB and advised to use huge pages: the
-// table is probed at random, and small pages would make nearly every probe a
-// TLB miss.
+// Scratch memory released on scope exit, zero-filled on request (mapped
+// blocks always are). Large blocks are anonymous mappings aligned to 2 MiB on
+// huge pages: they are accessed at random, and small pages would make nearly
+// every access a TLB miss and every first touch a page fault.
 class ScratchBlock {
  public:
   /// Blocks from this size on are mapped; smaller ones come from the heap,
@@ -112,6 +120,9 @@ void adviseHugePages(void* p, size_t bytes) {
   if (e > b) madvise(reinterpret_cast<void*>(b), e - b, MADV_HUGEPAGE);
 }
 
+// The hash table's slot layouts. A probe compares a slot with the triplet's
+// token, a form of its key prepared once per triplet.
+//
 // 16-byte slots, for any sizes: the key, the ordinal and the index + 1 of
 // the triplet that claimed the slot (0 = empty). When m·n exceeds 2^64 keys
 // can coincide for different pairs, and a key match is confirmed on the
@@ -130,36 +141,41 @@ struct WideTable {
   const size_t* cols;
 
   static size_t bytes(std::uint64_t H) { return H * sizeof(Slot); }
+  static std::uint64_t token(std::uint64_t key) { return key; }
+  static std::uint64_t keyOf(std::uint64_t token) { return token; }
   static bool empty(const Slot& s) { return s.tag == 0; }
-  static bool sameKey(const Slot& s, std::uint64_t key) { return s.key == key; }
-  bool holds(const Slot& s, std::uint64_t key, size_t k) const {
-    if (s.key != key) return false;
+  static bool sameKey(const Slot& s, std::uint64_t token) { return s.key == token; }
+  bool holds(const Slot& s, std::uint64_t token, size_t k) const {
+    if (s.key != token) return false;
     if (!wrap) return true;
     const size_t e = s.tag - 1;
     return rows[e] == rows[k] && cols[e] == cols[k];
   }
   static std::uint64_t ordinal(const Slot& s) { return s.ordinal; }
-  static Slot make(std::uint64_t key, std::uint64_t ord, size_t k) {
-    return Slot{key, static_cast<std::uint32_t>(ord), static_cast<std::uint32_t>(k + 1)};
+  static Slot make(std::uint64_t token, std::uint64_t ord, size_t k) {
+    return Slot{token, static_cast<std::uint32_t>(ord), static_cast<std::uint32_t>(k + 1)};
   }
 };
 
 // 8-byte slots holding ((key + 1) << shift) | ordinal (0 = empty), used when
 // the keys are unique (m·n ≤ 2^64) and key + 1 and the largest possible
-// ordinal fit 64 bits together. Half the memory of the wide slots.
+// ordinal fit 64 bits together: half the memory of the wide slots. The token
+// is (key + 1) << shift, so that a comparison is a mask and a compare.
 struct PackedTable {
   using Slot = std::uint64_t;
 
   Slot* slots;
   unsigned shift;
-  std::uint64_t mask;
+  std::uint64_t mask;  // the ordinal bits
 
   static size_t bytes(std::uint64_t H) { return H * sizeof(Slot); }
+  std::uint64_t token(std::uint64_t key) const { return (key + 1) << shift; }
+  std::uint64_t keyOf(std::uint64_t token) const { return (token >> shift) - 1; }
   static bool empty(Slot s) { return s == 0; }
-  bool sameKey(Slot s, std::uint64_t key) const { return (s >> shift) == key + 1; }
-  bool holds(Slot s, std::uint64_t key, size_t) const { return sameKey(s, key); }
+  bool sameKey(Slot s, std::uint64_t token) const { return (s & ~mask) == token; }
+  bool holds(Slot s, std::uint64_t token, size_t) const { return sameKey(s, token); }
   std::uint64_t ordinal(Slot s) const { return s & mask; }
-  Slot make(std::uint64_t key, std::uint64_t ord, size_t) const { return ((key + 1) << shift) | ord; }
+  static Slot make(std::uint64_t token, std::uint64_t ord, size_t) { return token | ord; }
 };
 
 // Prefetch of the cache line at p. An asm statement rather than the
@@ -180,39 +196,37 @@ inline void prefetch(const void* p) {
 // Pass 1. Fills ord[k] (with the first-appearance bit `first`) and the column
 // counts count[col + 1].
 //
-// A three-stage pipeline over the triplets: 2·kAhead triplets ahead the key
-// and first slot are computed and the slot and column counter prefetched;
-// kAhead triplets ahead the (by then loaded) first slot is looked at, and if
-// another key holds it, the second and third slots of the probe sequence are
-// prefetched too. The probe itself then mostly finds its slots in cache. The
-// look at the first slot is only a hint: triplets in between may still claim
-// it, which the probe handles as usual.
+// A three-stage pipeline over the triplets (see the top of the file). The
+// look at the first slot kAhead triplets ahead is only a hint for the
+// prefetches: triplets in between may still claim that slot, which the probe
+// itself handles as usual.
 template <class Table, class Ord>
 void hashPass(const size_t* rows, const size_t* cols, size_t nnzIn, size_t m, size_t n,
-              size_t* count, Ord* ord, const Table& table, std::uint64_t H, std::uint64_t H2) {
+              size_t* count, Ord* ord, const Table tab, std::uint64_t H, std::uint64_t H2) {
+  const Table table = tab;  // a local copy: its fields cannot alias the stores below
   const detail::FastDivisor modH(H), modH2(H2);
   const Ord first = Ord(1) << (8 * sizeof(Ord) - 1);
   constexpr size_t kRing = 2 * kAhead;
-  std::uint64_t ringKey[kRing];
+  std::uint64_t ringToken[kRing];
   std::uint64_t ringSlot[kRing];
-  auto* slots = table.slots;
+  auto* const slots = table.slots;
 
   // Every triplet passes here before it is probed.
   auto stageKey = [&](size_t kk) {
     const size_t r = rows[kk], c = cols[kk];
-    if (r >= m || c >= n) throwIndexOutOfRange();
+    if ((r >= m) | (c >= n)) throwIndexOutOfRange();
     const std::uint64_t key = std::uint64_t(c) * m + r;
     const std::uint64_t s = modH.remainder(key);
-    ringKey[kk % kRing] = key;
+    ringToken[kk % kRing] = table.token(key);
     ringSlot[kk % kRing] = s;
     prefetch(slots + s);
     prefetch(count + c + 1);
   };
   auto stageSlot = [&](size_t kk) {
-    const std::uint64_t key = ringKey[kk % kRing];
+    const std::uint64_t token = ringToken[kk % kRing];
     std::uint64_t s = ringSlot[kk % kRing];
-    if (Table::empty(slots[s]) || table.sameKey(slots[s], key)) return;
-    const std::uint64_t step = H2 - modH2.remainder(key);
+    if (Table::empty(slots[s]) || table.sameKey(slots[s], token)) return;
+    const std::uint64_t step = H2 - modH2.remainder(table.keyOf(token));
     for (int d = 0; d < kChainPrefetch; ++d) {
       s += step;
       if (s >= H) s -= H;
@@ -223,26 +237,24 @@ void hashPass(const size_t* rows, const size_t* cols, size_t nnzIn, size_t m, si
   for (size_t kk = 0; kk < std::min(kRing, nnzIn); ++kk) stageKey(kk);
   for (size_t kk = 0; kk < std::min(kAhead, nnzIn); ++kk) stageSlot(kk);
   for (size_t k = 0; k < nnzIn; ++k) {
-    const std::uint64_t key = ringKey[k % kRing];
+    const std::uint64_t token = ringToken[k % kRing];
     std::uint64_t s = ringSlot[k % kRing];
     if (k + kRing < nnzIn) stageKey(k + kRing);
     if (k + kAhead < nnzIn) stageSlot(k + kAhead);
-    if (!Table::empty(slots[s]) && !table.holds(slots[s], key, k)) {
-      const std::uint64_t step = H2 - modH2.remainder(key);  // 1 … H2, never a multiple of H
+    if (!Table::empty(slots[s]) && !table.holds(slots[s], token, k)) {
+      // 1 … H2, never a multiple of the prime H: the sequence visits every slot.
+      const std::uint64_t step = H2 - modH2.remainder(table.keyOf(token));
       do {
         s += step;
         if (s >= H) s -= H;
-      } while (!Table::empty(slots[s]) && !table.holds(slots[s], key, k));
+      } while (!Table::empty(slots[s]) && !table.holds(slots[s], token, k));
     }
-    {
-      const auto cur = slots[s];
-      const bool fresh = Table::empty(cur);
-      size_t& columnCount = count[cols[k] + 1];
-      const size_t cc = columnCount;
-      const size_t o = fresh ? cc : static_cast<size_t>(table.ordinal(cur));
-      columnCount = cc + fresh;
-      slots[s] = fresh ? table.make(key, o, k) : cur;
-      ord[k] = static_cast<Ord>(o) | (fresh ? first : Ord(0));
+    if (Table::empty(slots[s])) {
+      const size_t o = count[cols[k] + 1]++;
+      slots[s] = table.make(token, o, k);
+      ord[k] = static_cast<Ord>(o) | first;
+    } else {
+      ord[k] = static_cast<Ord>(table.ordinal(slots[s]));
     }
   }
 }
@@ -336,7 +348,7 @@ void llsparse<T>::assembleTriplets(const size_t* rows, const size_t* cols, const
     };
     if (packed)
       hash(PackedTable{table.as<PackedTable::Slot>(), ordBits,
-                       ordBits ? (std::uint64_t{1} << ordBits) - 1 : 0});
+                       (std::uint64_t{1} << ordBits) - 1});
     else
       hash(WideTable{table.as<WideTable::Slot>(), wrap, rows, cols});
 
