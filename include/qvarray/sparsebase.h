@@ -180,8 +180,8 @@ class QVARRAY_API SparseBase {
   /// removed as well. A new pattern version is drawn when the row array
   /// changes.
   virtual SparseBase& format(Form_t form, bool dropZeros);
-  /// Sets the capacity to max(nnz, ⌈factor·nnz⌉) entries, at least 1 for
-  /// factor > 1 (values and pattern kept); reallocate(1) trims spare room.
+  /// Sets the capacity to ⌈factor·max(nnz, 1)⌉ entries for factor > 1, else
+  /// to nnz (trimming spare room); values, pattern and version are kept.
   virtual SparseBase& reallocate(double factor);
   /// Counts the entries with a non-zero value per column (dim 0, n counts) or
   /// per row (dim 1, m counts) into `counts`; returns their total.

@@ -153,8 +153,14 @@ TEST(TripletAssembly, BadInputLeavesMatrixUnchanged) {
   EXPECT_EQ(A.getN(), 3u);
   EXPECT_EQ(A.getNnz(), 3u);
 
-  // Above the largest hash size; the storage-level check comes before any
-  // input is read, so no such array is needed.
+  // Above the largest hash size: refused before any input is read, so arrays
+  // that merely claim that many entries do.
+  Array<size_t, 1> r(1), c(1);
+  r.count = c.count = qvarray::kMaxHashSize + 1;
+  const qvarray::Vector one(Array<double, 1>(1));  // one value for all triplets
+  qvtest::expectThrowKey([&] { A.triplet2sparse(r, c, one, 2, 2); }, "Size_input_vector_too_large");
+  r.count = c.count = 1;
+  EXPECT_EQ(A.getRowColptrVersion(), version);
   qvarray::llsparse<double> s;
   const size_t dummy = 0;
   const double v = 1;
