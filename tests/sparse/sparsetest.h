@@ -1,0 +1,160 @@
+#pragma once
+// Oracles shared by the sparse tests: a dense matrix built in lockstep with
+// the triplets, and a straightforward model of first-appearance assembly.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <complex>
+#include <map>
+#include <random>
+#include <utility>
+#include <vector>
+
+#include "qvarray/sparse.h"
+
+namespace sparsetest {
+
+using dcomplex = std::complex<double>;
+
+/// Column-major dense matrix.
+template <class T>
+struct Dense {
+  size_t m = 0, n = 0;
+  std::vector<T> a;
+  Dense(size_t m_, size_t n_) : m(m_), n(n_), a(m_ * n_, T(0)) {}
+  T& operator()(size_t i, size_t j) { return a[i + j * m]; }
+  const T& operator()(size_t i, size_t j) const { return a[i + j * m]; }
+};
+
+/// The stored matrix of A as a dense one (stored duplicates summed).
+template <class T>
+Dense<T> toDense(const qvarray::Sparse& A) {
+  Dense<T> D(A.getM(), A.getN());
+  const size_t* cp = A.getColPtr();
+  const size_t* row = A.getRow();
+  for (size_t j = 0; j < A.getN(); ++j)
+    for (size_t p = cp[j]; p < cp[j + 1]; ++p) {
+      if constexpr (std::is_same_v<T, double>)
+        D(row[p], j) += A.getDoubleVal()[p];
+      else
+        D(row[p], j) += A.getDcmplxVal()[p];
+    }
+  return D;
+}
+
+/// Triplets and their expected assembly, built side by side.
+template <class T>
+struct Triplets {
+  size_t m, n;
+  std::vector<size_t> rows, cols;
+  std::vector<T> values;
+  Triplets(size_t m_, size_t n_) : m(m_), n(n_) {}
+  void add(size_t i, size_t j, T v) {
+    rows.push_back(i);
+    cols.push_back(j);
+    values.push_back(v);
+  }
+  size_t size() const { return rows.size(); }
+  Dense<T> dense() const {
+    Dense<T> D(m, n);
+    for (size_t k = 0; k < size(); ++k) D(rows[k], cols[k]) += values[k];
+    return D;
+  }
+  void shuffle(unsigned seed) {
+    std::vector<size_t> perm(size());
+    for (size_t k = 0; k < perm.size(); ++k) perm[k] = k;
+    std::shuffle(perm.begin(), perm.end(), std::mt19937(seed));
+    Triplets t(m, n);
+    for (size_t k : perm) t.add(rows[k], cols[k], values[k]);
+    *this = t;
+  }
+  qvarray::Sparse assemble() const {
+    qvarray::Sparse A;
+    A.vectorTripletToSparse(rows, cols, values, m, n);
+    return A;
+  }
+};
+
+/// Expected compressed columns of first-appearance assembly: per column the
+/// distinct rows in order of first appearance, values summed in input order.
+template <class T>
+struct Model {
+  std::vector<size_t> colptr, row;
+  std::vector<T> value;
+};
+
+template <class T>
+Model<T> model(const Triplets<T>& t) {
+  std::vector<std::vector<std::pair<size_t, T>>> columns(t.n);
+  std::map<std::pair<size_t, size_t>, size_t> where;  // (row, col) -> slot in its column
+  for (size_t k = 0; k < t.size(); ++k) {
+    const auto key = std::make_pair(t.rows[k], t.cols[k]);
+    auto it = where.find(key);
+    if (it == where.end()) {
+      where.emplace(key, columns[t.cols[k]].size());
+      columns[t.cols[k]].emplace_back(t.rows[k], t.values[k]);
+    } else {
+      columns[t.cols[k]][it->second].second += t.values[k];
+    }
+  }
+  Model<T> md;
+  md.colptr.push_back(0);
+  for (const auto& c : columns) {
+    for (const auto& [r, v] : c) {
+      md.row.push_back(r);
+      md.value.push_back(v);
+    }
+    md.colptr.push_back(md.row.size());
+  }
+  return md;
+}
+
+template <class T>
+const T* values(const qvarray::Sparse& A) {
+  if constexpr (std::is_same_v<T, double>)
+    return A.getDoubleVal();
+  else
+    return A.getDcmplxVal();
+}
+
+/// Bit-exact comparison of A's arrays with the model.
+template <class T>
+void expectModel(const qvarray::Sparse& A, const Model<T>& md) {
+  ASSERT_EQ(A.getNnz(), md.row.size());
+  for (size_t j = 0; j + 1 < md.colptr.size(); ++j) ASSERT_EQ(A.getColPtr()[j + 1], md.colptr[j + 1]) << j;
+  for (size_t p = 0; p < md.row.size(); ++p) {
+    ASSERT_EQ(A.getRow()[p], md.row[p]) << p;
+    ASSERT_EQ(values<T>(A)[p], md.value[p]) << p;
+  }
+}
+
+template <class T>
+void expectDenseEq(const Dense<T>& a, const Dense<T>& b) {
+  ASSERT_EQ(a.m, b.m);
+  ASSERT_EQ(a.n, b.n);
+  for (size_t k = 0; k < a.a.size(); ++k) ASSERT_EQ(a.a[k], b.a[k]) << k;
+}
+
+/// A random m×n matrix's triplets with about `count` entries, repeats included.
+template <class T>
+Triplets<T> randomTriplets(size_t m, size_t n, size_t count, double dupFraction, unsigned seed) {
+  std::mt19937_64 g(seed);
+  std::uniform_real_distribution<double> u(-1, 1);
+  Triplets<T> t(m, n);
+  for (size_t k = 0; k < count; ++k) {
+    T v;
+    if constexpr (std::is_same_v<T, double>)
+      v = u(g);
+    else
+      v = T(u(g), u(g));
+    if (t.size() > 0 && std::uniform_real_distribution<double>(0, 1)(g) < dupFraction) {
+      const size_t e = g() % t.size();
+      t.add(t.rows[e], t.cols[e], v);
+    } else {
+      t.add(g() % m, g() % n, v);
+    }
+  }
+  return t;
+}
+
+}  // namespace sparsetest

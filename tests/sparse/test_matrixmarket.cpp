@@ -1,0 +1,290 @@
+// MatrixMarket reading and writing: the collection's files, bit-exact round
+// trips, symmetric storage, and every malformed input.
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cmath>
+#include <cstring>
+#include <filesystem>
+#include <limits>
+#include <locale>
+#include <sstream>
+
+#include "qvarray/matrixmarket.h"
+#include "qvtest.h"
+#include "sparsetest.h"
+
+using namespace sparsetest;
+using qvarray::Sparse;
+
+namespace {
+
+std::string matrixFile(const char* name) { return std::string(QV_MATRIX_DIR) + "/" + name; }
+
+std::string written(const Sparse& A) {
+  std::ostringstream os;
+  qvarray::writeMatrixMarket(os, A);
+  return os.str();
+}
+
+Sparse parsed(const std::string& text, bool keepSymmetric = false) {
+  Sparse A;
+  qvarray::parseMatrixMarket(text, "text", keepSymmetric).assemble(A);
+  return A;
+}
+
+// Same sizes, modes, column pointers, rows and value bits.
+void expectIdentical(const Sparse& A, const Sparse& B) {
+  ASSERT_EQ(A.getM(), B.getM());
+  ASSERT_EQ(A.getN(), B.getN());
+  ASSERT_EQ(A.getNnz(), B.getNnz());
+  ASSERT_EQ(A.isReal(), B.isReal());
+  ASSERT_EQ(A.getSymm(), B.getSymm());
+  const size_t nnz = A.getNnz();
+  EXPECT_EQ(0, std::memcmp(A.getColPtr(), B.getColPtr(), (A.getN() + 1) * sizeof(size_t)));
+  if (nnz == 0) return;
+  EXPECT_EQ(0, std::memcmp(A.getRow(), B.getRow(), nnz * sizeof(size_t)));
+  if (A.isReal())
+    EXPECT_EQ(0, std::memcmp(A.getDoubleVal(), B.getDoubleVal(), nnz * sizeof(double)));
+  else
+    EXPECT_EQ(0, std::memcmp(A.getDcmplxVal(), B.getDcmplxVal(), nnz * 2 * sizeof(double)));
+}
+
+struct FileCase {
+  const char* name;
+  size_t m, n, stored;
+  bool real;
+  const char* symmetry;
+};
+
+const FileCase kFiles[] = {
+    {"west0067.mtx", 67, 67, 294, true, "general"},
+    {"494_bus.mtx", 494, 494, 1080, true, "symmetric"},
+    {"dwt_992.mtx", 992, 992, 8868, true, "symmetric"},
+    {"young1c.mtx", 841, 841, 4089, false, "general"},
+    {"c.mtx", 3, 3, 5, false, "hermitian"},
+    {"lp_afiro.mtx", 27, 51, 102, true, "general"},
+    {"bcsstk13.mtx", 2003, 2003, 42943, true, "symmetric"},
+    {"skew_fp64.mtx", 6, 6, 10, true, "skew-symmetric"},
+    {"nnc1374.mtx", 1374, 1374, 8606, true, "general"},
+};
+
+TEST(MatrixMarket, CollectionFilesExpandAndRoundTrip) {
+  for (const FileCase& f : kFiles) {
+    SCOPED_TRACE(f.name);
+    const auto t = qvarray::readMatrixMarketTriplets(matrixFile(f.name));
+    EXPECT_EQ(t.symmetry, f.symmetry);
+    const Sparse A = qvarray::readMatrixMarket(matrixFile(f.name));
+    EXPECT_EQ(A.getM(), f.m);
+    EXPECT_EQ(A.getN(), f.n);
+    EXPECT_EQ(A.isReal(), f.real);
+    EXPECT_EQ(A.getSymm(), qvarray::SymmNone);
+    if (std::string(f.symmetry) == "general") {
+      EXPECT_EQ(A.getNnz(), f.stored);
+    } else {
+      // Expanded: off-diagonal entries twice, and the matrix is (skew-)symmetric.
+      size_t diagonal = 0;
+      for (size_t k = 0; k < t.rows.size(); ++k) diagonal += t.rows[k] == t.cols[k];
+      EXPECT_EQ(t.rows.size(), 2 * f.stored - diagonal);
+      EXPECT_TRUE(A.isSymmetric(0.0, f.real ? qvarray::Trans : qvarray::ConjTrans) ||
+                  std::string(f.symmetry) == "skew-symmetric");
+    }
+    EXPECT_TRUE(A.isReal() ? A.getptrD()->isConsistent() : A.getptrZ()->isConsistent());
+    const std::string once = written(A);
+    const Sparse B = parsed(once);
+    expectIdentical(A, B);
+    EXPECT_EQ(written(B), once);
+  }
+}
+
+TEST(MatrixMarket, SymmetricStorageKeepsLowerTriangleWithHalfDiagonal) {
+  for (const char* name : {"494_bus.mtx", "dwt_992.mtx", "bcsstk13.mtx", "c.mtx"}) {
+    SCOPED_TRACE(name);
+    const Sparse A = qvarray::readMatrixMarket(matrixFile(name));
+    const Sparse S = qvarray::readMatrixMarket(matrixFile(name), true);
+    const bool hermitian = std::string(name) == "c.mtx";
+    EXPECT_EQ(S.getSymm(), hermitian ? qvarray::SymmHermitian : qvarray::SymmSymmetric);
+    // A = S + Sᵀ (or S + Sᴴ), entry by entry.
+    const auto dS = toDense<std::complex<double>>([&] {
+      Sparse Z = S;
+      Z.real2complex();
+      return Z;
+    }());
+    const auto dA = toDense<std::complex<double>>([&] {
+      Sparse Z = A;
+      Z.real2complex();
+      return Z;
+    }());
+    for (size_t j = 0; j < dA.n; ++j)
+      for (size_t i = 0; i < dA.m; ++i) {
+        ASSERT_TRUE(i >= j || dS(i, j) == 0.0);
+        const auto mirrored = hermitian ? std::conj(dS(j, i)) : dS(j, i);
+        ASSERT_EQ(dA(i, j), dS(i, j) + mirrored) << i << "," << j;
+      }
+    // Written back as the same kind of file, it reads to the same storage.
+    const std::string text = written(S);
+    EXPECT_EQ(text.rfind(hermitian ? "%%MatrixMarket matrix coordinate complex hermitian\n"
+                                   : "%%MatrixMarket matrix coordinate real symmetric\n",
+                         0),
+              0u);
+    expectIdentical(S, parsed(text, true));
+  }
+}
+
+TEST(MatrixMarket, HermitianAndSkewEntries) {
+  const Sparse H = qvarray::readMatrixMarket(matrixFile("c.mtx"));
+  EXPECT_EQ(H.getNnz(), 7u);
+  EXPECT_EQ(H.getImag(2, 0), -1.0);
+  EXPECT_EQ(H.getImag(0, 2), 1.0);
+  EXPECT_EQ(H.getReal(2, 2), 42.0);
+  const Sparse K = qvarray::readMatrixMarket(matrixFile("skew_fp64.mtx"));
+  EXPECT_EQ(K.getReal(3, 0), -.12565458736262625);
+  EXPECT_EQ(K.getReal(0, 3), .12565458736262625);
+  EXPECT_EQ(K.getReal(4, 0), std::numeric_limits<double>::infinity());
+  EXPECT_EQ(K.getReal(0, 4), -std::numeric_limits<double>::infinity());
+}
+
+TEST(MatrixMarket, GeneratedRoundTripsAreBitExact) {
+  const double special[] = {0.0,     -0.0,    1e-310,  -4.9406564584124654e-324, 1e308,
+                            -1.7976931348623157e308, 0.1,     1.0 / 3.0, std::nextafter(1.0, 2.0),
+                            std::numeric_limits<double>::infinity(), 123456789012345678.0};
+  auto t = randomTriplets<double>(40, 30, 500, 0.1, 8);
+  for (size_t k = 0; k < t.size(); ++k)
+    if (k % 3 == 0) t.values[k] = special[k % std::size(special)];
+  const Sparse A = t.assemble();
+  expectIdentical(A, parsed(written(A)));
+
+  auto z = randomTriplets<std::complex<double>>(25, 35, 400, 0.1, 6);
+  for (size_t k = 0; k < z.size(); ++k)
+    if (k % 4 == 0) z.values[k] = {special[k % std::size(special)], special[(k + 3) % std::size(special)]};
+  const Sparse Z = z.assemble();
+  expectIdentical(Z, parsed(written(Z)));
+
+  // NaN keeps its bits through "nan".
+  Sparse N;
+  N.vectorTripletToSparse({0}, {0}, std::vector<double>{std::numeric_limits<double>::quiet_NaN()}, 1, 1);
+  expectIdentical(N, parsed(written(N)));
+
+  // The transposed mode writes the matrix it represents.
+  Sparse T = t.assemble();
+  T.setSymm(qvarray::SymmTransposed);
+  const Sparse Tt = parsed(written(T));
+  EXPECT_EQ(Tt.getM(), 30u);
+  EXPECT_TRUE(Tt.isEqual(A, 0.0, qvarray::Trans));
+
+  // Through a file.
+  const std::string path =
+      (std::filesystem::temp_directory_path() / "qvarray_test_roundtrip.mtx").string();
+  qvarray::writeMatrixMarket(path, Z);
+  expectIdentical(Z, qvarray::readMatrixMarket(path));
+  std::filesystem::remove(path);
+}
+
+TEST(MatrixMarket, FieldsAndLayout) {
+  // Integer, pattern, blank and comment lines, upper-triangle entries of a
+  // symmetric file, keywords in any case, duplicates summed, '+' signs.
+  const Sparse I = parsed(
+      "%%MatrixMarket Matrix Coordinate INTEGER General\n%c\n\n 2 3  3 \n1 3 -7\n2 1 +5\n\n1 3 2\n");
+  EXPECT_EQ(I.getNnz(), 2u);
+  EXPECT_EQ(I.getReal(0, 2), -5.0);
+  EXPECT_EQ(I.getReal(1, 0), 5.0);
+  const Sparse P = parsed("%%MatrixMarket matrix coordinate pattern symmetric\n3 3 3\n1 1\n3 1\n2 3\n");
+  Dense<double> E(3, 3);
+  E(0, 0) = 1;
+  E(2, 0) = E(0, 2) = 1;
+  E(2, 1) = E(1, 2) = 1;
+  expectDenseEq(toDense<double>(P), E);
+  const Sparse Ps = parsed("%%MatrixMarket matrix coordinate pattern symmetric\n3 3 3\n1 1\n3 1\n2 3\n", true);
+  EXPECT_EQ(Ps.getReal(0, 0), 0.5);
+  EXPECT_EQ(Ps.getReal(2, 1), 1.0);
+  const Sparse R = parsed("%%MatrixMarket matrix coordinate real general\r\n2 2 2\r\n1 1 1.5e0\r\n2 2 -.25\r\n");
+  EXPECT_EQ(R.getReal(1, 1), -0.25);
+  const Sparse Empty = parsed("%%MatrixMarket matrix coordinate real general\n0 4 0\n");
+  EXPECT_EQ(Empty.getN(), 4u);
+  // 64-bit sizes.
+  const Sparse Big = parsed("%%MatrixMarket matrix coordinate real general\n8589934592 3 1\n8589934592 2 1\n");
+  EXPECT_EQ(Big.getM(), 8589934592ULL);
+  EXPECT_EQ(Big.getRow()[0], 8589934591ULL);
+}
+
+// A C++ locale whose decimal point is a comma.
+struct CommaDecimal : std::numpunct<char> {
+  char do_decimal_point() const override { return ','; }
+};
+
+TEST(MatrixMarket, NumbersIgnoreTheLocale) {
+  const std::locale savedGlobal = std::locale::global(std::locale(std::locale::classic(), new CommaDecimal));
+  const char* previous = std::setlocale(LC_NUMERIC, nullptr);
+  const std::string saved = previous ? previous : "C";
+  for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "fr_FR.UTF-8", "fr_FR.utf8"})
+    if (std::setlocale(LC_NUMERIC, name)) break;  // used where installed
+  const Sparse A = parsed("%%MatrixMarket matrix coordinate real general\n1 1 1\n1 1 2.5\n");
+  const std::string text = written(A);
+  std::setlocale(LC_NUMERIC, saved.c_str());
+  std::locale::global(savedGlobal);
+  EXPECT_EQ(A.getReal(0, 0), 2.5);
+  EXPECT_EQ(text, "%%MatrixMarket matrix coordinate real general\n1 1 1\n1 1 2.5\n");
+}
+
+TEST(MatrixMarket, MalformedInputNamesFileAndLine) {
+  struct Bad {
+    const char* text;
+    size_t line;
+    const char* sentence;
+  };
+  const std::string head = "%%MatrixMarket matrix coordinate real general\n";
+  const Bad cases[] = {
+      {"", 0, "Missing %%MatrixMarket banner."},
+      {"%MatrixMarket matrix coordinate real general\n", 1, "Missing %%MatrixMarket banner."},
+      {"%%MatrixMarket matrix array real general\n", 1,
+       "Unsupported format 'array'; only coordinate is read."},
+      {"%%MatrixMarket vector coordinate real general\n", 1, "Unsupported object 'vector'."},
+      {"%%MatrixMarket matrix coordinate double general\n", 1, "Unsupported field 'double'."},
+      {"%%MatrixMarket matrix coordinate real upper\n", 1, "Unsupported symmetry 'upper'."},
+      {"%%MatrixMarket matrix coordinate real general extra\n", 1, "Unexpected text 'extra'."},
+      {"%%MatrixMarket matrix coordinate pattern hermitian\n", 1,
+       "A pattern file cannot be hermitian."},
+      {"%%MatrixMarket matrix coordinate real general\n% only comments\n", 2, "Missing size line."},
+      {"%%MatrixMarket matrix coordinate real general\n3 x 1\n", 2, "Invalid column count 'x'."},
+      {"%%MatrixMarket matrix coordinate real general\n3 3\n", 2, "Invalid entry count ''."},
+      {"%%MatrixMarket matrix coordinate real general\n3 3 1 4\n", 2, "Unexpected text '4'."},
+      {"%%MatrixMarket matrix coordinate real general\n3 3 2\n1 1 1\n\n4 1 1\n", 5,
+       "Row index 4 out of range."},
+      {"%%MatrixMarket matrix coordinate real general\n3 3 1\n1 0 1\n", 3,
+       "Column index 0 out of range."},
+      {"%%MatrixMarket matrix coordinate real general\n3 3 1\n-1 1 1\n", 3, "Invalid row index '-1'."},
+      {"%%MatrixMarket matrix coordinate real general\n3 3 1\n1 1 1,5\n", 3, "Invalid value '1,5'."},
+      {"%%MatrixMarket matrix coordinate real general\n3 3 1\n1 1 1e999\n", 3,
+       "Value out of range '1e999'."},
+      {"%%MatrixMarket matrix coordinate real general\n3 3 1\n1 1\n", 3, "Invalid value ''."},
+      {"%%MatrixMarket matrix coordinate integer general\n3 3 1\n1 1 1.5\n", 3,
+       "Invalid integer value '1.5'."},
+      {"%%MatrixMarket matrix coordinate complex general\n3 3 1\n1 1 1\n", 3, "Invalid value ''."},
+      {"%%MatrixMarket matrix coordinate real general\n3 3 1\n1 1 1 2\n", 3, "Unexpected text '2'."},
+      {"%%MatrixMarket matrix coordinate real general\n3 3 2\n1 1 1\n", 3,
+       "The file ends after 1 of 2 entries."},
+      {"%%MatrixMarket matrix coordinate real general\n3 3 1\n1 1 1\n2 2 2\n", 4,
+       "More entries than the size line announces."},
+      {"%%MatrixMarket matrix coordinate real skew-symmetric\n3 3 1\n2 2 1\n", 3,
+       "Diagonal entry in a skew-symmetric file."},
+      {"%%MatrixMarket matrix coordinate complex hermitian\n3 3 1\n2 2 1 1\n", 3,
+       "Non-real diagonal entry in a Hermitian file."},
+  };
+  for (const Bad& b : cases) {
+    SCOPED_TRACE(b.text);
+    const auto e = qvtest::expectThrowKey([&] { (void)qvarray::parseMatrixMarket(b.text, "bad.mtx"); },
+                                          "Invalid_MatrixMarket_file", b.sentence);
+    EXPECT_EQ(e.module(), "matrixmarket");
+    EXPECT_EQ(e.detail("File").value_or(""), "bad.mtx");
+    EXPECT_EQ(e.detail("Line").value_or(""), std::to_string(b.line));
+  }
+  const auto e = qvtest::expectThrowKey([] { (void)qvarray::readMatrixMarket("/nonexistent/a.mtx"); },
+                                        "Cannot_open_file");
+  EXPECT_EQ(e.detail("File").value_or(""), "/nonexistent/a.mtx");
+  Sparse A;
+  A.eye(2);
+  qvtest::expectThrowKey([&] { qvarray::writeMatrixMarket("/nonexistent/dir/a.mtx", A); },
+                         "Cannot_write_file");
+}
+
+}  // namespace
