@@ -276,4 +276,21 @@ TEST(SparseHandle, UnavailableOperations) {
   EXPECT_EQ(B.getptrD(), A.getptrD());
 }
 
+TEST(SparseHandle, FailedAssemblyKeepsThePreviousStorage) {
+  Sparse A;
+  A.eye(3);
+  const auto version = A.getRowColptrVersion();
+  const auto storage = A.getptrD();
+  Array<size_t, 1> rows(1), cols(1);
+  rows[0] = 0;
+  cols[0] = 0;
+  Vector values(1);
+  // 2^61 columns need a column-pointer array no allocator can provide.
+  EXPECT_THROW(A.triplet2sparse(rows, cols, values, 1, size_t{1} << 61), std::bad_alloc);
+  EXPECT_EQ(A.getptrD(), storage);
+  EXPECT_EQ(A.getRowColptrVersion(), version);
+  EXPECT_EQ(A.getN(), 3u);
+  EXPECT_EQ(A.getNnz(), 3u);
+}
+
 }  // namespace
