@@ -13,30 +13,14 @@ namespace {
 namespace lapack = qvarray::lapack;
 using qvtest::expectThrowKey;
 
-TEST(LapackLayer, ZeroAndUnflaggedInfoComeBack) {
-  for (const lapack::Failure& f :
-       {lapack::kSingular, lapack::kQRFailed, lapack::kQZFailed, lapack::kSvdFailed<double>}) {
-    EXPECT_EQ(lapack::checkInfo(0, qvarray::RaiseAll, f), 0);
-    EXPECT_EQ(lapack::checkInfo(4, qvarray::RaiseOnIllegal, f), 4);
-    EXPECT_EQ(lapack::checkInfo(-3, qvarray::RaiseOnFailure, f), -3);
-  }
-}
-
-TEST(LapackLayer, NegativeInfoWithBitTwoIsAnIllegalArgument) {
-  auto e = expectThrowKey([] { lapack::checkInfo(-2, qvarray::RaiseOnIllegal, lapack::kQRFailed); },
-                          "Internal_numerical_error", "Illegal_input_values_in_LAPACK_call");
-  EXPECT_EQ(e.module(), "arrayutil");
-}
-
-TEST(LapackLayer, PositiveInfoWithBitOneRaisesTheRoutinesKey) {
-  expectThrowKey([] { lapack::checkInfo(2, 1, lapack::kSingular); }, "Error_in_LAPACK_call",
-                 "Singular_matrix");
+TEST(LapackLayer, InfoTranslation) {
   struct Case {
     lapack::Failure failure;
     const char* key;
-    const char* name;
+    const char* name;  // the detail naming INFO, or the fixed detail sentence
   };
   const Case cases[] = {
+      {lapack::kSingular, "Error_in_LAPACK_call", nullptr},
       {lapack::kQRFailed, "Iteration_in_the_QR_algorithm_failed", "Iteration"},
       {lapack::kQZFailed, "Iteration_in_the_QZ_algorithm_failed", "Iteration"},
       {lapack::kSvdFailed<double>, "DBDSQR_did_not_converge", "Unconverged_superdiagonals"},
@@ -44,12 +28,21 @@ TEST(LapackLayer, PositiveInfoWithBitOneRaisesTheRoutinesKey) {
        "Unconverged_superdiagonals"},
   };
   for (const Case& c : cases) {
-    auto e = expectThrowKey([&] { lapack::checkInfo(7, qvarray::RaiseAll, c.failure); }, c.key);
-    EXPECT_EQ(e.detail(c.name), "7") << c.key;
+    // Zero, and INFO whose sign the flags do not ask for, come back.
+    EXPECT_EQ(lapack::checkInfo(0, qvarray::RaiseAll, c.failure), 0);
+    EXPECT_EQ(lapack::checkInfo(4, qvarray::RaiseOnIllegal, c.failure), 4);
+    EXPECT_EQ(lapack::checkInfo(-3, qvarray::RaiseOnFailure, c.failure), -3);
+    // Positive INFO with bit 1: the routine's key; negative with bit 2: illegal argument.
+    auto e = expectThrowKey([&] { lapack::checkInfo(7, 1, c.failure); }, c.key,
+                            c.name ? "" : "Singular_matrix");
+    if (c.name) {
+      EXPECT_EQ(e.detail(c.name), "7") << c.key;
+    }
+    e = expectThrowKey([&] { lapack::checkInfo(-2, qvarray::RaiseOnIllegal, c.failure); },
+                       "Internal_numerical_error", "Illegal_input_values_in_LAPACK_call");
+    EXPECT_EQ(e.module(), "arrayutil");
   }
-}
-
-TEST(LapackLayer, CholeskyKeyFollowsAnyFlagAndAnyInfo) {
+  // The Cholesky key follows any flag and any non-zero INFO.
   EXPECT_EQ(lapack::checkInfo(3, 0, lapack::kNotPositiveDefinite), 3);
   EXPECT_EQ(lapack::checkInfo(-1, 0, lapack::kNotPositiveDefinite), -1);
   EXPECT_EQ(lapack::checkInfo(0, 3, lapack::kNotPositiveDefinite), 0);
@@ -76,14 +69,10 @@ struct FakeRoutine {
 };
 
 TEST(LapackLayer, WorkspaceIsQueriedThenAllocated) {
-  FakeRoutine big{250.0, {}};
-  EXPECT_EQ(
-      lapack::callWithWorkspace<double>([&](double* w, int lw, int& info) { big(w, lw, info); }),
-      0);
+  FakeRoutine big{250.0, {}}, one{1.0, {}};
+  EXPECT_EQ(lapack::callWithWorkspace<double>(big), 0);
   EXPECT_EQ(big.calls, (std::vector<int>{-1, 250}));
-
-  FakeRoutine one{1.0, {}};
-  lapack::callWithWorkspace<double>([&](double* w, int lw, int& info) { one(w, lw, info); });
+  EXPECT_EQ(lapack::callWithWorkspace<double>(one), 0);
   EXPECT_EQ(one.calls, (std::vector<int>{-1, 1}));
 
   // A query that already reports an illegal argument is not repeated.
