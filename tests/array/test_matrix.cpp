@@ -20,24 +20,6 @@ namespace {
 
 constexpr const char* kNumErr = "Internal_numerical_error";
 
-Matrix randomM(size_t m, size_t n, bool real, Rng& rng) {
-  return real ? Matrix(randomMatrix<double>(m, n, rng)) : Matrix(randomMatrix<dcomplex>(m, n, rng));
-}
-
-Vector randomV(size_t n, bool real, Rng& rng) {
-  return real ? Vector(randomVector<double>(n, rng)) : Vector(randomVector<dcomplex>(n, rng));
-}
-
-// Complex copies of the storage, for the oracles.
-CMat Z(Matrix A) {
-  A.makeComplex();
-  return A.getzArr();
-}
-CVec Z(Vector v) {
-  v.makeComplex();
-  return v.getzArr();
-}
-
 // op(A) by the definition of the selector.
 CMat op(const CMat& A, Trans_t t) {
   if (t == NoTrans) return A;

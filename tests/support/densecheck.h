@@ -13,6 +13,7 @@
 #include <type_traits>
 
 #include "qvarray/array.h"
+#include "qvarray/matriximpl.h"
 #include "qvtest.h"
 
 namespace qvtest {
@@ -230,6 +231,26 @@ double scaledResidual(const Array<T, 2>& A, const Array<T, 1>& x, const Array<T,
   std::copy(x.begin(), x.end(), X.begin());
   std::copy(b.begin(), b.end(), B.begin());
   return scaledResidual(A, X, B);
+}
+
+/// Random dense Matrix and Vector objects, real or complex.
+inline qvarray::Matrix randomM(size_t m, size_t n, bool real, Rng& rng) {
+  return real ? qvarray::Matrix(randomMatrix<double>(m, n, rng))
+              : qvarray::Matrix(randomMatrix<dcomplex>(m, n, rng));
+}
+inline qvarray::Vector randomV(size_t n, bool real, Rng& rng) {
+  return real ? qvarray::Vector(randomVector<double>(n, rng))
+              : qvarray::Vector(randomVector<dcomplex>(n, rng));
+}
+
+/// Complex copies of a Matrix's or Vector's storage, for the oracles above.
+inline Array<dcomplex, 2> Z(qvarray::Matrix A) {
+  A.makeComplex();
+  return A.getzArr();
+}
+inline Array<dcomplex, 1> Z(qvarray::Vector v) {
+  v.makeComplex();
+  return v.getzArr();
 }
 
 /// Bound on the scaled errors above that a backward-stable routine meets.
