@@ -74,9 +74,7 @@ TYPED_TEST(LapackSchur, HessReconstructsWithAndWithoutQ) {
 
   Array<T, 2> H2(A), untouched(2, 3);
   EXPECT_EQ(qvarray::hess(H2, untouched, false), 0);
-  EXPECT_EQ(untouched.sizes[1], 3u);
-  EXPECT_EQ(normF(minus(H2, H)), 0.0);
-
+  EXPECT_TRUE(untouched.sizes[1] == 3 && normF(minus(H2, H)) == 0.0);
   expectThrowKey([&] { qvarray::hess(untouched, Q, true); }, "Internal_numerical_error",
                  "hess: A is not square.");
 }
@@ -122,8 +120,8 @@ TYPED_TEST(LapackSchur, SchurReconstructsAndHasSchurForm) {
   EXPECT_EQ(none.count, 0u);
   expectSchurForm(S2);
   const auto w2 = diagonalEigenvalues(S2);
-  ASSERT_EQ(w.size(), w2.size());
-  for (size_t i = 0; i < w.size(); ++i) EXPECT_LT(std::abs(w[i] - w2[i]), 1e-10);
+  auto near = [](dcomplex a, dcomplex b) { return std::abs(a - b) < 1e-10; };
+  EXPECT_TRUE(std::equal(w.begin(), w.end(), w2.begin(), w2.end(), near));
 }
 
 TYPED_TEST(LapackSchur, OrdschurMovesSelectedEigenvaluesToTheFront) {
@@ -160,17 +158,11 @@ TYPED_TEST(LapackSchur, OrdschurMovesSelectedEigenvaluesToTheFront) {
 }
 
 TEST(LapackSchurFailure, InfiniteEntryDefeatsTheQRIteration) {
-  const size_t n = 5;
-  Array<double, 2> A(n, n), S, Q;
+  Array<double, 2> A(5, 5);
   for (size_t k = 0; k < A.count; ++k) A[k] = std::sin(k + 1.0);
-  A(n - 1, 0) = std::numeric_limits<double>::infinity();
-  S = A;
-  const int info = qvarray::schur(S, Q, true, 0);
-  ASSERT_GT(info, 0);
-  S = A;
-  auto e =
-      expectThrowKey([&] { qvarray::schur(S, Q, true); }, "Iteration_in_the_QR_algorithm_failed");
-  EXPECT_EQ(e.detail("Iteration"), std::to_string(info));
+  A(4, 0) = std::numeric_limits<double>::infinity();
+  expectFailure([&](int flags) { Array<double, 2> S(A), Q; return qvarray::schur(S, Q, true, flags); },
+                "Iteration_in_the_QR_algorithm_failed", "", "Iteration");
 }
 
 // ---------------------------------------------------------------------------

@@ -7,9 +7,11 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <functional>
 #include <initializer_list>
 #include <iterator>
 #include <limits>
+#include <string>
 #include <type_traits>
 
 #include "qvarray/array.h"
@@ -251,6 +253,28 @@ inline Array<dcomplex, 2> Z(qvarray::Matrix A) {
 inline Array<dcomplex, 1> Z(qvarray::Vector v) {
   v.makeComplex();
   return v.getzArr();
+}
+
+/// LAPACK's INFO convention for a wrapper called as call(flags) on fresh
+/// copies of its inputs: without flags a failure comes back as INFO > 0, with
+/// flag bit 1 it raises `key` (and `detail`, or INFO under the name `infoName`).
+inline int expectFailure(const std::function<int(int)>& call, const std::string& key,
+                         const std::string& detail, const char* infoName = nullptr) {
+  const int info = call(0);
+  EXPECT_GT(info, 0);
+  const qvbase::Exception e = expectThrowKey([&] { call(1); }, key, detail);
+  if (infoName) {
+    EXPECT_EQ(e.detail(infoName), std::to_string(info));
+  }
+  return info;
+}
+
+/// An illegal argument: INFO < 0 without flags, raised with flag bit 2.
+inline int expectIllegal(const std::function<int(int)>& call) {
+  const int info = call(0);
+  EXPECT_LT(info, 0);
+  expectThrowKey([&] { call(2); }, "Internal_numerical_error", "Illegal_input_values_in_LAPACK_call");
+  return info;
 }
 
 /// Bound on the scaled errors above that a backward-stable routine meets.
