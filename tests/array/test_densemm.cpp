@@ -164,8 +164,8 @@ TEST(DenseMM, ReadsTheSharedMatricesLikeASecondReader) {
 }
 
 TEST(DenseMM, EveryFormatErrorNamesFileAndLine) {
-  const std::string real = "%%MatrixMarket matrix coordinate real general\n";
-  const std::string arr = "%%MatrixMarket matrix array real general\n";
+  const std::string mm = "%%MatrixMarket matrix ";
+  const std::string real = mm + "coordinate real general\n", arr = mm + "array real general\n";
   struct Case {
     std::string text;
     int line;
@@ -174,30 +174,28 @@ TEST(DenseMM, EveryFormatErrorNamesFileAndLine) {
   const Case cases[] = {
       {"", 1, "The file is empty; expected a '%%MatrixMarket matrix ...' header."},
       {"2 2\n1\n", 1, "The first line is not a '%%MatrixMarket matrix ...' header."},
-      {"%%MatrixMarket matrix array real\n", 1,
+      {mm + "array real\n", 1,
        "The header needs object, format, field and symmetry after '%%MatrixMarket'."},
-      {"%%MatrixMarket matrix array real general x\n", 1,
-       "Unexpected 'x' after the header's symmetry."},
+      {mm + "array real general x\n", 1, "Unexpected 'x' after the header's symmetry."},
       {"%%MatrixMarket vector array real general\n", 1,
        "Object 'vector' is not supported; expected 'matrix'."},
-      {"%%MatrixMarket matrix dense real general\n", 1,
-       "Unknown format 'dense'; expected 'array' or 'coordinate'."},
-      {"%%MatrixMarket matrix array double general\n", 1,
+      {mm + "dense real general\n", 1, "Unknown format 'dense'; expected 'array' or 'coordinate'."},
+      {mm + "array double general\n", 1,
        "Unknown field 'double'; expected 'real', 'integer', 'complex' or 'pattern'."},
-      {"%%MatrixMarket matrix array real upper\n", 1,
+      {mm + "array real upper\n", 1,
        "Unknown symmetry 'upper'; expected 'general', 'symmetric', 'skew-symmetric' or "
        "'hermitian'."},
-      {"%%MatrixMarket matrix array pattern general\n", 1,
-       "The array format has no 'pattern' field."},
-      {"%%MatrixMarket matrix array real hermitian\n", 1,
+      {mm + "array pattern general\n", 1, "The array format has no 'pattern' field."},
+      {mm + "array real hermitian\n", 1,
        "Hermitian symmetry needs the 'complex' field, not 'real'."},
-      {"%%MatrixMarket matrix coordinate pattern skew-symmetric\n", 1,
+      {mm + "coordinate pattern skew-symmetric\n", 1,
        "A 'pattern' matrix cannot be skew-symmetric."},
-      {real + "% only a comment\n", 2, "The file ends before the size line 'rows columns entries'."},
+      {real + "% only a comment\n", 2,
+       "The file ends before the size line 'rows columns entries'."},
       {real + "2 2\n", 2, "The size line must hold three numbers: rows columns entries."},
       {arr + "2 2 4\n", 2, "The size line must hold two numbers: rows columns."},
       {arr + "2 -2\n", 2, "Invalid column count '-2'."},
-      {"%%MatrixMarket matrix array real symmetric\n2 3\n", 2,
+      {mm + "array real symmetric\n2 3\n", 2,
        "A 2 x 3 matrix cannot be stored as symmetric; the symmetries need a square matrix."},
       {arr + "4294967296 4294967296\n", 2,
        "A 4294967296 x 4294967296 matrix is too large for a dense array."},
@@ -206,7 +204,7 @@ TEST(DenseMM, EveryFormatErrorNamesFileAndLine) {
       {arr + "1 2\n1\n1,5\n", 4, "Invalid number '1,5'."},
       {arr + "1 1\n1e999\n", 3, "Number '1e999' is out of range."},
       {arr + "1 1\n1\n2\n", 4, "More data than the 1 value announced."},
-      {"%%MatrixMarket matrix array complex general\n1 1\n1\n", 3,
+      {mm + "array complex general\n1 1\n1\n", 3,
        "Expected two numbers (real and imaginary part), found 1."},
       {real + "2 2 2\n1 1 1\n", 3, "The file ends after 1 of the 2 entries announced."},
       {real + "2 2 1\n1 1\n", 3, "Expected an entry 'row column value', found 2 numbers."},
@@ -214,15 +212,14 @@ TEST(DenseMM, EveryFormatErrorNamesFileAndLine) {
       {real + "2 2 1\n1 0 1\n", 3, "Column index 0 is outside 1..2."},
       {real + "2 2 1\n1.0 1 1\n", 3, "Invalid row index '1.0'."},
       {real + "2 2 1\n1 1 1\n\n2 2 1\n", 5, "More data than the 1 entry announced."},
-      {"%%MatrixMarket matrix coordinate integer general\n1 1 1\n1 1 2.5\n", 3,
-       "Invalid integer '2.5'."},
-      {"%%MatrixMarket matrix coordinate real symmetric\n2 2 1\n1 2 1\n", 3,
+      {mm + "coordinate integer general\n1 1 1\n1 1 2.5\n", 3, "Invalid integer '2.5'."},
+      {mm + "coordinate real symmetric\n2 2 1\n1 2 1\n", 3,
        "Entry (1, 2) lies above the diagonal; symmetric storage holds the lower triangle only."},
-      {"%%MatrixMarket matrix coordinate real skew-symmetric\n2 2 1\n2 2 1\n", 3,
+      {mm + "coordinate real skew-symmetric\n2 2 1\n2 2 1\n", 3,
        "Diagonal entry (2, 2) is not zero; a skew-symmetric matrix has a zero diagonal."},
-      {"%%MatrixMarket matrix coordinate complex hermitian\n2 2 1\n1 1 1 1\n", 3,
+      {mm + "coordinate complex hermitian\n2 2 1\n1 1 1 1\n", 3,
        "Diagonal entry (1, 1) has an imaginary part; a hermitian matrix has a real diagonal."},
-      {"%%MatrixMarket matrix array complex hermitian\n1 1\n1 1\n", 3,
+      {mm + "array complex hermitian\n1 1\n1 1\n", 3,
        "Diagonal entry (1, 1) has an imaginary part; a hermitian matrix has a real diagonal."},
   };
   for (const Case& c : cases) {

@@ -3,6 +3,7 @@
 // problems.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 #include "backend/lapack.h"
@@ -52,37 +53,27 @@ TEST(LapackLayer, InfoTranslation) {
                      "Input_matrix_must_be_positive_definite");
 }
 
-/// A stand-in for a LAPACK routine with a work array: answers the query with
-/// `optimal` and records the work sizes it is called with.
-struct FakeRoutine {
-  double optimal;
-  std::vector<int> calls;
-  void operator()(double* work, int lwork, int& info) {
-    calls.push_back(lwork);
-    if (lwork == -1) {
-      work[0] = optimal;
-      return;
-    }
-    for (int i = 0; i < lwork; ++i) work[i] = 1.0;  // the whole array must be writable
-    info = lwork >= static_cast<int>(optimal) ? 0 : -99;
-  }
-};
-
 TEST(LapackLayer, WorkspaceIsQueriedThenAllocated) {
-  FakeRoutine big{250.0, {}}, one{1.0, {}};
-  EXPECT_EQ(lapack::callWithWorkspace<double>(big), 0);
-  EXPECT_EQ(big.calls, (std::vector<int>{-1, 250}));
-  EXPECT_EQ(lapack::callWithWorkspace<double>(one), 0);
-  EXPECT_EQ(one.calls, (std::vector<int>{-1, 1}));
-
+  // A stand-in routine: answers the query with `optimal`, records the work
+  // sizes it is called with, and writes the whole work array.
+  for (double optimal : {250.0, 1.0}) {
+    std::vector<int> calls;
+    auto routine = [&](double* work, int lwork, int& info) {
+      calls.push_back(lwork);
+      if (lwork == -1) {
+        work[0] = optimal;
+        return;
+      }
+      std::fill(work, work + lwork, 1.0);
+      info = lwork >= static_cast<int>(optimal) ? 0 : -99;
+    };
+    EXPECT_EQ(lapack::callWithWorkspace<double>(routine), 0);
+    EXPECT_EQ(calls, (std::vector<int>{-1, static_cast<int>(optimal)}));
+  }
   // A query that already reports an illegal argument is not repeated.
-  std::vector<int> calls;
-  EXPECT_EQ(lapack::callWithWorkspace<double>([&](double*, int lw, int& info) {
-              calls.push_back(lw);
-              info = -4;
-            }),
-            -4);
-  EXPECT_EQ(calls.size(), 1u);
+  int calls = 0;
+  EXPECT_EQ(lapack::callWithWorkspace<double>([&](double*, int, int& info) { info = -4 - calls++; }), -4);
+  EXPECT_EQ(calls, 1);
 }
 
 // Empty matrices reach LAPACK with null storage; every wrapper must treat
