@@ -30,8 +30,9 @@ TEST(Array, LayoutIsTheBindingContract) {
   EXPECT_EQ(&a(1, 2, 3), a.data + 1 + 2 * 2 + 3 * 6);
   expectEmpty(Array<double, 3>());
   static_assert(qvarray::NoTrans == 0 && qvarray::Trans == 1 && qvarray::ConjTrans == 2);
-  EXPECT_EQ(std::string() + qvarray::transChar(qvarray::NoTrans) + qvarray::transChar(qvarray::Trans) +
-                qvarray::transChar(qvarray::ConjTrans) + qvarray::transChar(static_cast<Trans_t>(7)),
+  EXPECT_EQ(std::string() + qvarray::transChar(qvarray::NoTrans) +
+                qvarray::transChar(qvarray::Trans) + qvarray::transChar(qvarray::ConjTrans) +
+                qvarray::transChar(static_cast<Trans_t>(7)),
             "NTC?");
 }
 
@@ -82,7 +83,8 @@ TEST(Array, OverflowingCountsFailBeforeAllocatingAndLeaveTheArrayEmpty) {
   EXPECT_THROW(i.resize(size_t{1} << 62), std::bad_alloc);
   expectEmpty(i);
   Array<double, 2> d(2, 2);
-  EXPECT_THROW(d.resize(size_t{1} << 40, size_t{1} << 40), std::bad_alloc);  // size product overflows
+  EXPECT_THROW(d.resize(size_t{1} << 40, size_t{1} << 40),
+               std::bad_alloc);  // size product overflows
   expectEmpty(d);
   // The largest representable count is not rejected by the overflow rule; the
   // allocator refuses it instead, with the same result.

@@ -53,7 +53,8 @@ TYPED_TEST_SUITE(BandSolve, ScalarTypes);
 TYPED_TEST(BandSolve, AgreesWithDenseProductAndSolve) {
   using T = TypeParam;
   Rng rng(17);
-  const int shapes[][3] = {{40, 3, 2}, {40, 0, 4}, {40, 5, 0}, {1, 0, 0}, {12, 11, 11}, {30, 1, 1}, {25, 2, 4}};
+  const int shapes[][3] = {{40, 3, 2},   {40, 0, 4}, {40, 5, 0}, {1, 0, 0},
+                           {12, 11, 11}, {30, 1, 1}, {25, 2, 4}};
   for (const auto& s : shapes) {
     qvarray::BasicBandMatrix<T> B;
     const Array<T, 2> dense = randomBand(s[0], s[1], s[2], rng, B);
@@ -79,11 +80,12 @@ TEST(BandMatrix, ErrorsFollowTheConventions) {
   BandMatrix B(5, 1, 1);
   for (int i = 0; i < 5; ++i) B.set(i, i, 1.0);
   Array<double, 1> shortB(4), b(5);
-  expectThrowsAll(kNumErr, {
-      {[&] { B.set(0, 3, 1.0); }, "BandMatrix set: Element outside the band."},
-      {[&] { B.set(5, 5, 1.0); }, "BandMatrix set: Index out of range."},
-      {[&] { B.solve(shortB); }, "BandMatrix solve: Length of b differs from the matrix size."},
-      {[&] { BandMatrix(3, -1, 0); }, "BandMatrix: Size and bandwidths must not be negative."}});
+  expectThrowsAll(
+      kNumErr,
+      {{[&] { B.set(0, 3, 1.0); }, "BandMatrix set: Element outside the band."},
+       {[&] { B.set(5, 5, 1.0); }, "BandMatrix set: Index out of range."},
+       {[&] { B.solve(shortB); }, "BandMatrix solve: Length of b differs from the matrix size."},
+       {[&] { BandMatrix(3, -1, 0); }, "BandMatrix: Size and bandwidths must not be negative."}});
   EXPECT_FALSE(B.isFactored()) << "a failed check changes nothing";
   // Singular: zero third column. INFO names the zero pivot.
   B.set(2, 2, 0.0);
@@ -93,7 +95,8 @@ TEST(BandMatrix, ErrorsFollowTheConventions) {
   for (double v : b) EXPECT_TRUE(std::isnan(v));
   expectThrowKey([&] { C.solve(b, 1); }, "Error_in_LAPACK_call", "Singular_matrix");
   expectThrowKey([&] { D.factor(1); }, "Error_in_LAPACK_call", "Singular_matrix");
-  expectThrowKey([&] { C.set(0, 0, 2.0); }, kNumErr, "BandMatrix: The matrix holds its LU factors.");
+  expectThrowKey([&] { C.set(0, 0, 2.0); }, kNumErr,
+                 "BandMatrix: The matrix holds its LU factors.");
   C.setZero();
   EXPECT_FALSE(C.isFactored());
 }
@@ -126,7 +129,8 @@ TEST(ExtSymBandMatrix, IndefiniteSystemAndEitherTriangle) {
   U.setFromTriangle('U', up);
   L.setFromTriangle('L', lo);
   for (int i = 0; i < m; ++i)
-    for (int j = 0; j < m; ++j) EXPECT_TRUE(U.get(i, j) == L.get(i, j) && U.get(i, j) == U.get(j, i));
+    for (int j = 0; j < m; ++j)
+      EXPECT_TRUE(U.get(i, j) == L.get(i, j) && U.get(i, j) == U.get(j, i));
 }
 
 TEST(AlmostBandMatrix, AgreesWithDenseProductAndSolve) {
@@ -183,58 +187,41 @@ TEST(AlmostBandMatrix, PeriodicTridiagonalAndSingularComplement) {
   expectThrowKey([&] { S2.factor(1); }, "Error_in_LAPACK_call", "Singular_matrix");
 }
 
-namespace {
-
-// An overdetermined spline-like system: m rows, each with w consecutive band
-// entries starting at a non-decreasing column, plus p dense border entries;
-// the rows go into L in the given order.
-struct LsqProblem {
-  Array<double, 2> A, b;  // dense copies
-  std::vector<int> first;
-  void addRows(AlmostBandedLSQ& L, int n, int w, int p, bool reversed) const {
-    for (int k = 0; k < int(first.size()); ++k) {
-      const int i = reversed ? int(first.size()) - 1 - k : k;
-      std::vector<double> band(w), border(p), rhs(b.sizes[1]);
-      for (int j = 0; j < w; ++j) band[j] = A(i, first[i] + j);
-      for (int c = 0; c < p; ++c) border[c] = A(i, n + c);
-      for (size_t r = 0; r < rhs.size(); ++r) rhs[r] = b(i, r);
-      L.addRow(first[i], band, border, rhs);
-    }
-  }
-};
-
-LsqProblem makeLsq(int m, int n, int w, int p, int nrhs, Rng& rng) {
-  LsqProblem P{zeros<double>(m, n + p), randomMatrix<double>(m, nrhs, rng), {}};
-  for (int i = 0; i < m; ++i) {
-    P.first.push_back(static_cast<int>(static_cast<long>(i) * (n - w + 1) / m));
-    for (int j = 0; j < w; ++j) P.A(i, P.first[i] + j) = 0.5 + 0.5 * rng.real();
-    for (int c = 0; c < p; ++c) P.A(i, n + c) = rng.real();
-  }
-  return P;
-}
-
-}  // namespace
-
 TEST(AlmostBandedLSQ, AgreesWithDenseLeastSquaresAndResidualIsOrthogonal) {
+  // Overdetermined spline-like systems: m rows, each with w consecutive band
+  // entries starting at a non-decreasing column, plus p dense border entries.
   Rng rng(44);
   const int shapes[][4] = {{200, 30, 4, 0}, {200, 30, 4, 2}, {60, 10, 1, 1}, {80, 12, 12, 3}};
   for (const auto& s : shapes) {
     const int m = s[0], n = s[1], w = s[2], p = s[3], nrhs = 2;
-    const LsqProblem P = makeLsq(m, n, w, p, nrhs, rng);
-    AlmostBandedLSQ L(n, w, p, nrhs), L2(n, w, p, nrhs);
-    P.addRows(L, n, w, p, false);
-    P.addRows(L2, n, w, p, true);  // any order: fill-in just travels further
+    Array<double, 2> A = zeros<double>(m, n + p), X, X2, Xd;
+    const Array<double, 2> b = randomMatrix<double>(m, nrhs, rng);
+    std::vector<int> first(m);
+    for (int i = 0; i < m; ++i) {
+      first[i] = static_cast<int>(static_cast<long>(i) * (n - w + 1) / m);
+      for (int j = 0; j < w; ++j) A(i, first[i] + j) = 0.5 + 0.5 * rng.real();
+      for (int c = 0; c < p; ++c) A(i, n + c) = rng.real();
+    }
+    AlmostBandedLSQ L(n, w, p, nrhs), L2(n, w, p, nrhs);  // L2: rows in reverse order
+    for (int k = 0; k < m; ++k)
+      for (AlmostBandedLSQ* to : {&L, &L2}) {
+        const int i = to == &L ? k : m - 1 - k;
+        std::vector<double> band(w), border(p), rhs(nrhs);
+        for (int j = 0; j < w; ++j) band[j] = A(i, first[i] + j);
+        for (int c = 0; c < p; ++c) border[c] = A(i, n + c);
+        for (int r = 0; r < nrhs; ++r) rhs[r] = b(i, r);
+        to->addRow(first[i], band, border, rhs);
+      }
     EXPECT_EQ(L.rows(), m);
-    Array<double, 2> X, X2, Xd;
     EXPECT_EQ(L.solve(X), 0);
-    L2.solve(X2);
-    qvarray::leastSquares(P.A, P.b, Xd, 1e-14, 3);
+    L2.solve(X2);  // any order: fill-in just travels further
+    qvarray::leastSquares(A, b, Xd, 1e-14, 3);
     EXPECT_LT(relDiff(X, Xd), 1e-10) << m << " " << n << " " << w << " " << p;
     EXPECT_LT(relDiff(X2, Xd), 1e-10);
     // The residual r = b − A·x is orthogonal to every column of A, and its norm
     // is what the rotations left over.
-    const Array<double, 2> R = minus(P.b, mul(P.A, X));
-    EXPECT_LT(normF(mul(adj(P.A), R)), 1e-11);
+    const Array<double, 2> R = minus(b, mul(A, X));
+    EXPECT_LT(normF(mul(adj(A), R)), 1e-11);
     for (int r = 0; r < nrhs; ++r) EXPECT_NEAR(L.residualNorm(r), normF(column(R, r)), 1e-11);
   }
 }
@@ -251,7 +238,10 @@ TEST(AlmostBandedLSQ, RankDeficiencyIsReported) {
   EXPECT_TRUE(x[8] == 0.0 && x[9] == 0.0);
   const auto e = expectThrowKey([&] { L.solve(x, 1e-13, 1); }, "Rank_deficient_system");
   EXPECT_EQ(e.detail("Rank"), "8");
-  expectThrowKey([&] { L.addRow(9, std::vector<double>{1.0, 1.0}, {}, std::vector<double>{0.0}); },
-                 kNumErr, "AlmostBandedLSQ addRow: The row does not fit the band.");
+  expectThrowKey(
+      [&] {
+        L.addRow(9, std::vector<double>{1.0, 1.0}, {}, std::vector<double>{0.0});
+      },
+      kNumErr, "AlmostBandedLSQ addRow: The row does not fit the band.");
   EXPECT_EQ(L.rows(), 40) << "a rejected row is not counted";
 }

@@ -13,8 +13,8 @@
 #include <sstream>
 
 #include "qvarray/densemm.h"
-#include "qvutil/numeric.h"
 #include "qvtest.h"
+#include "qvutil/numeric.h"
 
 using qvarray::MatrixMarketInfo;
 using dcomplex = std::complex<double>;
@@ -119,10 +119,12 @@ TEST(DenseMM, ExpandsSymmetriesAndToleratesCommentsBlankLinesCrLfAndCase) {
   };
   for (const Case& c : cases) {
     const Array<dcomplex, 2> Z = parse<dcomplex>(c.text);
-    EXPECT_TRUE(std::equal(Z.begin(), Z.end(), c.columnMajor.begin(), c.columnMajor.end())) << c.text;
+    EXPECT_TRUE(std::equal(Z.begin(), Z.end(), c.columnMajor.begin(), c.columnMajor.end()))
+        << c.text;
     if (std::strstr(c.text, "complex")) continue;
     const Array<double, 2> A = parse<double>(c.text);  // real fields also into real arrays
-    EXPECT_TRUE(std::equal(A.begin(), A.end(), c.columnMajor.begin(), c.columnMajor.end())) << c.text;
+    EXPECT_TRUE(std::equal(A.begin(), A.end(), c.columnMajor.begin(), c.columnMajor.end()))
+        << c.text;
   }
 }
 
@@ -239,9 +241,8 @@ TEST(DenseMM, EveryFormatErrorNamesFileAndLine) {
 TEST(DenseMM, FileLevelErrors) {
   Array<double, 2> A(1, 1);
   A(0, 0) = 3;
-  auto e = qvtest::expectThrowKey(
-      [&] { qvarray::readMatrixMarket(kDir + "/young1c.mtx", A); },
-      "Complex_MatrixMarket_file_for_real_array");
+  auto e = qvtest::expectThrowKey([&] { qvarray::readMatrixMarket(kDir + "/young1c.mtx", A); },
+                                  "Complex_MatrixMarket_file_for_real_array");
   EXPECT_EQ(e.detail("File"), kDir + "/young1c.mtx");
   EXPECT_EQ(e.detail("Line"), "1");
   EXPECT_EQ(A(0, 0), 3.0);
@@ -272,7 +273,8 @@ struct CommaPunct : std::numpunct<char> {
 }  // namespace
 
 TEST(DenseMM, IndependentOfTheLocale) {
-  const std::locale savedCpp = std::locale::global(std::locale(std::locale::classic(), new CommaPunct));
+  const std::locale savedCpp =
+      std::locale::global(std::locale(std::locale::classic(), new CommaPunct));
   const std::string savedC = std::setlocale(LC_ALL, nullptr);
   const bool haveC = std::setlocale(LC_ALL, "de_DE.UTF-8") || std::setlocale(LC_ALL, "fr_FR.UTF-8");
   Array<double, 2> A(2, 1000);

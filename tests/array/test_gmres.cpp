@@ -87,7 +87,8 @@ TEST(Gmres, ReachesToleranceOnNonsymmetricRealAndComplexSystems) {
       const Matrix A = testMatrix(n, real, 3.0, rng);
       const Vector b = randomV(n, real, rng);
       Vector x;
-      const auto res = qvarray::gmres(qvarray::MatrixOperator(A), b, x, options(1e-10, restart, 1000));
+      const auto res =
+          qvarray::gmres(qvarray::MatrixOperator(A), b, x, options(1e-10, restart, 1000));
       ASSERT_TRUE(res.converged()) << real << " " << restart;
       EXPECT_EQ(x.isReal(), real);
       const double rel = trueRelResidual(A, x, b);
@@ -200,12 +201,13 @@ TEST(Gmres, FailuresAreReported) {
   bad.restart = 0;
   const Matrix Zc(3, 3, dcomplex(0.0, 1.0));
   const qvarray::MatrixOperator opz(Zc);
-  expectThrowsAll("Internal_numerical_error", {
-      {[&] { qvarray::gmres(op, b.getdArr(), xa, guess); },
-       "gmres: Length of x differs from the operator size."},
-      {[&] { qvarray::gmres(op, b.getdArr(), xa, bad); },
-       "gmres: restart must be positive, maxIter and tol not negative."},
-      {[&] { qvarray::gmres(opz, b3, xa); }, "gmres: A complex operator needs complex vectors."}});
+  expectThrowsAll(
+      "Internal_numerical_error",
+      {{[&] { qvarray::gmres(op, b.getdArr(), xa, guess); },
+        "gmres: Length of x differs from the operator size."},
+       {[&] { qvarray::gmres(op, b.getdArr(), xa, bad); },
+        "gmres: restart must be positive, maxIter and tol not negative."},
+       {[&] { qvarray::gmres(opz, b3, xa); }, "gmres: A complex operator needs complex vectors."}});
   EXPECT_EQ(xa[0], 7.0);
 }
 

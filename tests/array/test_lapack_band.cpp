@@ -8,7 +8,6 @@
 namespace {
 
 using namespace qvtest;
-using qvarray::Array;
 
 template <class T>
 class LapackBand : public ::testing::Test {};
@@ -81,14 +80,19 @@ TYPED_TEST(LapackBand, BadShapesAndSingularMatrices) {
   // 2·kl + ku rows: one short of what the factorisation needs for fill-in.
   AB = randomMatrix<T>(2 * 2 + 1, 5, rng);
   const Array<T, 2> before(AB);
-  EXPECT_EQ(expectIllegal([&](int flags) { return qvarray::luBand(5, 2, 1, AB, ipiv, flags); }), -6);
+  EXPECT_EQ(expectIllegal([&](int flags) { return qvarray::luBand(5, 2, 1, AB, ipiv, flags); }),
+            -6);
   EXPECT_EQ(normF(minus(AB, before)), 0.0);
   // A zero column: INFO without bit 1, the key with it.
   Array<T, 2> S;
   randomBand<T>(7, 1, 2, rng, S, 2 * 1 + 2 + 1);
   for (size_t i = 0; i < S.sizes[0]; ++i) S(i, 3) = T(0);
-  expectFailure([&](int flags) { Array<T, 2> F(S); return qvarray::luBand(7, 1, 2, F, ipiv, flags); },
-                "Error_in_LAPACK_call", "Singular_matrix");
+  expectFailure(
+      [&](int flags) {
+        Array<T, 2> F(S);
+        return qvarray::luBand(7, 1, 2, F, ipiv, flags);
+      },
+      "Error_in_LAPACK_call", "Singular_matrix");
 }
 
 }  // namespace

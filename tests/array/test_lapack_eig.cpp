@@ -11,7 +11,6 @@
 namespace {
 
 using namespace qvtest;
-using qvarray::Array;
 using CVec = Array<dcomplex, 1>;
 using CMat = Array<dcomplex, 2>;
 constexpr int kAll = qvarray::RaiseAll;
@@ -83,10 +82,12 @@ CVec ggev(Array<T, 2> A, Array<T, 2> B, CVec& alpha, CVec& beta, CMat& VL, CMat&
   CVec alpha2, beta2;
   if constexpr (isComplex<T>) {
     EXPECT_EQ(qvarray::eig('V', 'V', A, B, alpha, beta, L, R, kAll) +
-                  qvarray::eig(A2, B2, alpha2, beta2, kAll), 0);
+                  qvarray::eig(A2, B2, alpha2, beta2, kAll),
+              0);
   } else {
     EXPECT_EQ(qvarray::eig('V', 'V', A, B, ar, ai, b, L, R, kAll) +
-                  qvarray::eig(A2, B2, ar2, ai2, b2, kAll), 0);
+                  qvarray::eig(A2, B2, ar2, ai2, b2, kAll),
+              0);
     alpha = combine(ar, ai);
     beta = toComplex(b);
     alpha2 = combine(ar2, ai2);
@@ -111,7 +112,8 @@ double pencilResidual(const CMat& A, const CMat& B, const CVec& alpha, const CVe
       r += std::norm(beta[j] * AV(i, j) - alpha[j] * BV(i, j));
       v += std::norm(V(i, j));
     }
-    const double scale = (std::abs(beta[j]) * normF(A) + std::abs(alpha[j]) * normF(B)) * std::sqrt(v);
+    const double scale =
+        (std::abs(beta[j]) * normF(A) + std::abs(alpha[j]) * normF(B)) * std::sqrt(v);
     worst = std::max(worst, std::sqrt(r) / (scale * static_cast<double>(n) * kEps));
   }
   return worst;
@@ -212,24 +214,30 @@ TEST(LapackEig, FailuresAndChecks) {
   Array<double, 1> bad(15), W, ar, ai, beta, AP5(5);
   bad.fill(1.0);
   bad[1] = kNaN;
-  expectFailure([&](int flags) { Array<double, 1> ap(bad); return qvarray::eig(5, ap, W, flags); },
-                "Iteration_in_the_QR_algorithm_failed", "", "Iteration");
+  expectFailure(
+      [&](int flags) {
+        Array<double, 1> ap(bad);
+        return qvarray::eig(5, ap, W, flags);
+      },
+      "Iteration_in_the_QR_algorithm_failed", "", "Iteration");
   Array<double, 2> A(5, 5), B(5, 5), R(3, 4), small = identity<double>(3);
   A.fill(1.0);
   B.fill(1.0);
   A(0, 1) = kNaN;
-  expectFailure([&](int flags) {
-    Array<double, 2> FA(A), FB(B);
-    return qvarray::eig(FA, FB, ar, ai, beta, flags);
-  }, "Iteration_in_the_QZ_algorithm_failed", "", "Iteration");
+  expectFailure(
+      [&](int flags) {
+        Array<double, 2> FA(A), FB(B);
+        return qvarray::eig(FA, FB, ar, ai, beta, flags);
+      },
+      "Iteration_in_the_QZ_algorithm_failed", "", "Iteration");
   CMat I = identity<dcomplex>(3), ZL, ZR;
   CVec w;
   expectIllegal([&](int flags) { return qvarray::eig('X', 'N', I, w, ZL, ZR, flags); });
-  expectThrowsAll("Internal_numerical_error", {
-      {[&] { qvarray::eig(3, AP5, W, 0); }, "eig: AP is shorter than n*(n+1)/2."},
-      {[&] { qvarray::eig(R, ar, ai, 0); }, "eig: A is not square."},
-      {[&] { qvarray::eig(A, small, ar, ai, beta, 0); },
-       "eig: A and B are not square matrices of the same size."}});
+  expectThrowsAll("Internal_numerical_error",
+                  {{[&] { qvarray::eig(3, AP5, W, 0); }, "eig: AP is shorter than n*(n+1)/2."},
+                   {[&] { qvarray::eig(R, ar, ai, 0); }, "eig: A is not square."},
+                   {[&] { qvarray::eig(A, small, ar, ai, beta, 0); },
+                    "eig: A and B are not square matrices of the same size."}});
 }
 
 }  // namespace

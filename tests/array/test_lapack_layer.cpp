@@ -72,7 +72,8 @@ TEST(LapackLayer, WorkspaceIsQueriedThenAllocated) {
   }
   // A query that already reports an illegal argument is not repeated.
   int calls = 0;
-  EXPECT_EQ(lapack::callWithWorkspace<double>([&](double*, int, int& info) { info = -4 - calls++; }), -4);
+  EXPECT_EQ(
+      lapack::callWithWorkspace<double>([&](double*, int, int& info) { info = -4 - calls++; }), -4);
   EXPECT_EQ(calls, 1);
 }
 

@@ -10,7 +10,6 @@
 namespace {
 
 using namespace qvtest;
-using qvarray::Array;
 
 template <class T>
 class LapackQR : public ::testing::Test {};
@@ -147,16 +146,20 @@ TYPED_TEST(LapackQR, RankDeficiencyAndBadShapesInTheQRSolver) {
   Array<T, 2> A = randomMatrix<T>(6, 3, rng);
   for (size_t i = 0; i < 6; ++i) A(i, 1) = T(0);
   const Array<T, 2> B = randomMatrix<T>(6, 1, rng);
-  expectFailure([&](int flags) { Array<T, 2> F(A), X(B); return qvarray::leastSquaresQR(F, X, flags); },
-                "Error_in_LAPACK_call", "Singular_matrix");
+  expectFailure(
+      [&](int flags) {
+        Array<T, 2> F(A), X(B);
+        return qvarray::leastSquaresQR(F, X, flags);
+      },
+      "Error_in_LAPACK_call", "Singular_matrix");
   // leastSquaresQR needs max(m, n) rows in B: LAPACK reports the illegal value.
   Array<T, 2> I = identity<T>(4), B3(3, 1), X;
   expectIllegal([&](int flags) { return qvarray::leastSquaresQR(I, B3, flags); });
-  expectThrowsAll("Internal_numerical_error", {
-      {[&] { qvarray::leastSquaresQRResize(I, B3, 0); },
-       "leastSquaresQRResize: B does not have as many rows as A."},
-      {[&] { qvarray::leastSquares(I, B3, X, -1.0, 0); },
-       "leastSquares: B does not have as many rows as A."}});
+  expectThrowsAll("Internal_numerical_error",
+                  {{[&] { qvarray::leastSquaresQRResize(I, B3, 0); },
+                    "leastSquaresQRResize: B does not have as many rows as A."},
+                   {[&] { qvarray::leastSquares(I, B3, X, -1.0, 0); },
+                    "leastSquares: B does not have as many rows as A."}});
 }
 
 }  // namespace

@@ -13,7 +13,6 @@
 namespace {
 
 using namespace qvtest;
-using qvarray::Array;
 
 template <class T>
 class LapackSchur : public ::testing::Test {};
@@ -161,8 +160,12 @@ TEST(LapackSchurFailure, InfiniteEntryDefeatsTheQRIteration) {
   Array<double, 2> A(5, 5);
   for (size_t k = 0; k < A.count; ++k) A[k] = std::sin(k + 1.0);
   A(4, 0) = std::numeric_limits<double>::infinity();
-  expectFailure([&](int flags) { Array<double, 2> S(A), Q; return qvarray::schur(S, Q, true, flags); },
-                "Iteration_in_the_QR_algorithm_failed", "", "Iteration");
+  expectFailure(
+      [&](int flags) {
+        Array<double, 2> S(A), Q;
+        return qvarray::schur(S, Q, true, flags);
+      },
+      "Iteration_in_the_QR_algorithm_failed", "", "Iteration");
 }
 
 // ---------------------------------------------------------------------------
@@ -196,7 +199,8 @@ TEST(LapackRoots, RealAndComplexPolynomials) {
   std::copy(cubic.begin(), cubic.end(), padded.begin() + 2);
   expectSameValues(realRoots(padded), std::vector<dcomplex>{1.0, 2.0, -3.0}, 1e-10);
   // 2x² + 2 has the roots ±i; constants and the zero polynomial have none.
-  expectSameValues(realRoots(vec<double>({2, 0, 2})), std::vector<dcomplex>{{0, 1}, {0, -1}}, 1e-10);
+  expectSameValues(realRoots(vec<double>({2, 0, 2})), std::vector<dcomplex>{{0, 1}, {0, -1}},
+                   1e-10);
   EXPECT_TRUE(realRoots(vec<double>({4})).empty());
   EXPECT_TRUE(realRoots(vec<double>({0, 0, 0})).empty() && im.count == 0);
   const std::vector<dcomplex> want = {{1, 2}, {-0.5, 0}, {3, -1}, {0, 0}};

@@ -10,7 +10,6 @@
 namespace {
 
 using namespace qvtest;
-using qvarray::Array;
 
 constexpr const char* kNumErr = "Internal_numerical_error";
 constexpr const char* kIllegal = "Illegal_input_values_in_LAPACK_call";
@@ -105,9 +104,10 @@ TYPED_TEST(LapackSolve, SolveChecksRightHandSides) {
   expectIllegal([&](int flags) { return qvarray::linsolvsolve(LU, ipiv, B, flags); });
   EXPECT_EQ(B(0, 0), T(5));
   expectIllegal([&](int flags) { return qvarray::linsolvsolve(LU, ipiv, b, flags); });
-  expectThrowsAll(kNumErr, {{[&] { qvarray::linsolvsolve(LU, ipiv, B); }, kIllegal},  // default flags
-                            {[&] { qvarray::linsolvsolve(LU, ipiv, B3); }, kIllegal},  // always raises
-                            {[&] { qvarray::linsolvsolve(one, ipiv, empty); }, kIllegal}});
+  expectThrowsAll(kNumErr,
+                  {{[&] { qvarray::linsolvsolve(LU, ipiv, B); }, kIllegal},   // default flags
+                   {[&] { qvarray::linsolvsolve(LU, ipiv, B3); }, kIllegal},  // always raises
+                   {[&] { qvarray::linsolvsolve(one, ipiv, empty); }, kIllegal}});
   Array<T, 2> S = zeros<T>(2, 2), R(2, 3);
   Array<int, 1> ipiv2(2);
   const char* shape = "linsolvdecomp: A is not square or ipiv is shorter than A.";
@@ -124,7 +124,8 @@ TYPED_TEST(LapackSolve, LinsolvResidualsSingularAndSizes) {
     const Array<T, 1> b = randomVector<T>(n, rng);
     Array<T, 2> F(A), G(A), X(B);
     Array<T, 1> x(b);
-    EXPECT_EQ(qvarray::linsolv(F, x, qvarray::RaiseAll) + qvarray::linsolv(G, X, qvarray::RaiseAll), 0);
+    EXPECT_EQ(qvarray::linsolv(F, x, qvarray::RaiseAll) + qvarray::linsolv(G, X, qvarray::RaiseAll),
+              0);
     EXPECT_LT(scaledResidual(A, x, b), kScaledBound) << n;
     EXPECT_LT(scaledResidual(A, X, B), kScaledBound) << n;
   }

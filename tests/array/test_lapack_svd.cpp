@@ -8,7 +8,6 @@
 namespace {
 
 using namespace qvtest;
-using qvarray::Array;
 
 template <class T>
 class LapackSvd : public ::testing::Test {};

@@ -96,10 +96,10 @@ TEST(DenseAlgebra, ScaledSumsNormsAndDot) {
   s -= y;
   EXPECT_FALSE(s.isReal());
   EXPECT_LT(relDiff(Z(s), Z(x)), 1e-15);
-  expectThrowsAll(kNumErr, {{[&] { s += Vector(3); },
-                             "Vector: x and y does not have the same length."},
-                            {[&] { (void)qvmatrix::dot(s, Vector(3)); },
-                             "dot: x and y does not have the same length."}});
+  expectThrowsAll(kNumErr,
+                  {{[&] { s += Vector(3); }, "Vector: x and y does not have the same length."},
+                   {[&] { (void)qvmatrix::dot(s, Vector(3)); },
+                    "dot: x and y does not have the same length."}});
   // Matrix norms of [[1, −2i], [−3, 4]]: column sums 4, 6; row sums 3, 7.
   Matrix A(2, 2);
   A.set(0, 0, 1.0);
@@ -126,7 +126,8 @@ TEST(DenseAlgebra, ProductsWithEverySelectorAndKind) {
           Matrix C;
           qvmatrix::mul(A, B, C, ta, tb);
           EXPECT_EQ(C.isReal(), realA && realB);
-          EXPECT_LT(relDiff(Z(C), mul(op(Z(A), ta), op(Z(B), tb))), 1e-14) << realA << realB << ta << tb;
+          EXPECT_LT(relDiff(Z(C), mul(op(Z(A), ta), op(Z(B), tb))), 1e-14)
+              << realA << realB << ta << tb;
         }
         // matrix·vector, as an update and as a product; realB is x's kind here
         const Matrix A = randomM(4, 3, realA, rng);

@@ -9,7 +9,6 @@
 #include "qvarray/arrayutil.h"
 
 using namespace qvtest;
-using qvarray::Array;
 using qvarray::ConjTrans;
 using qvarray::NoTrans;
 using qvarray::Trans;

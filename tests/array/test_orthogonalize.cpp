@@ -9,7 +9,6 @@
 #include "qvarray/arrayutil.h"
 
 using namespace qvtest;
-using qvarray::Array;
 
 namespace {
 

@@ -10,7 +10,6 @@
 #include "qvarray/arrayutil.h"
 
 using namespace qvtest;
-using qvarray::Array;
 
 namespace {
 
@@ -25,8 +24,10 @@ TYPED_TEST_SUITE(VectorKernels, ScalarTypes);
 // The dot products of one type; the real ones take no selector.
 template <class T, class... A>
 T dotOf(Trans_t t, const A&... a) {
-  if constexpr (isComplex<T>) return qvarray::dot(a..., t);
-  else return qvarray::dot(a...);
+  if constexpr (isComplex<T>)
+    return qvarray::dot(a..., t);
+  else
+    return qvarray::dot(a...);
 }
 
 }  // namespace

@@ -68,8 +68,10 @@ Array<T, 2> mat(size_t m, size_t n, std::initializer_list<T> v) {
 template <class T, int N>
 Array<dcomplex, N> toComplex(const Array<T, N>& A) {
   Array<dcomplex, N> C;
-  if constexpr (N == 1) C.resize(A.sizes[0]);
-  else C.resize(A.sizes[0], A.sizes[1]);
+  if constexpr (N == 1)
+    C.resize(A.sizes[0]);
+  else
+    C.resize(A.sizes[0], A.sizes[1]);
   std::copy(A.begin(), A.end(), C.begin());
   return C;
 }
@@ -273,7 +275,8 @@ inline int expectFailure(const std::function<int(int)>& call, const std::string&
 inline int expectIllegal(const std::function<int(int)>& call) {
   const int info = call(0);
   EXPECT_LT(info, 0);
-  expectThrowKey([&] { call(2); }, "Internal_numerical_error", "Illegal_input_values_in_LAPACK_call");
+  expectThrowKey([&] { call(2); }, "Internal_numerical_error",
+                 "Illegal_input_values_in_LAPACK_call");
   return info;
 }
 
