@@ -10,7 +10,9 @@
 namespace {
 
 using namespace qvtest;
-using qvarray::Array;
+
+constexpr const char* kNumErr = "Internal_numerical_error";
+constexpr const char* kIllegal = "Illegal_input_values_in_LAPACK_call";
 
 template <class T>
 class LapackSolve : public ::testing::Test {};
@@ -36,26 +38,29 @@ Array<T, 2> rebuildLU(const Array<T, 2>& F, const Array<int, 1>& ipiv) {
   return P;
 }
 
-TYPED_TEST(LapackSolve, LuReconstructsSquareTallAndWide) {
+/// The identity's LU factors and pivots.
+template <class T>
+void identityLU(size_t n, Array<T, 2>& LU, Array<int, 1>& ipiv) {
+  LU = identity<T>(n);
+  ipiv.resize(n);
+  for (size_t i = 0; i < n; ++i) ipiv[i] = int(i) + 1;
+}
+
+TYPED_TEST(LapackSolve, LuReconstructsAndReportsSingularityOnlyByInfo) {
   using T = TypeParam;
   Rng rng(1);
+  Array<int, 1> ipiv(1);
   for (auto [m, n] : {std::pair<size_t, size_t>{7, 7}, {9, 4}, {4, 9}}) {
     const Array<T, 2> A = randomMatrix<T>(m, n, rng);
     Array<T, 2> F(A);
-    Array<int, 1> ipiv(1);
     EXPECT_EQ(qvarray::lu(F, ipiv, qvarray::RaiseAll), 0);
     ASSERT_EQ(ipiv.count, std::min(m, n));
     EXPECT_LT(reconstructionError(A, rebuildLU(F, ipiv)), kScaledBound) << m << "x" << n;
   }
-}
-
-TYPED_TEST(LapackSolve, LuOfSingularMatrixReturnsInfoEvenWithFlagOne) {
-  using T = TypeParam;
-  Array<T, 2> A = zeros<T>(3, 3);
-  A(0, 0) = T(1);
-  A(1, 1) = T(2);
-  Array<int, 1> ipiv;
-  EXPECT_EQ(qvarray::lu(A, ipiv, qvarray::RaiseAll), 3);
+  Array<T, 2> S = zeros<T>(3, 3);
+  S(0, 0) = T(1);
+  S(1, 1) = T(2);
+  EXPECT_EQ(qvarray::lu(S, ipiv, qvarray::RaiseAll), 3);  // even with flag bit 1
 }
 
 TYPED_TEST(LapackSolve, DecompThenSolveOneTwoAndThreeDimensional) {
@@ -66,17 +71,14 @@ TYPED_TEST(LapackSolve, DecompThenSolveOneTwoAndThreeDimensional) {
   Array<T, 2> LU(A);
   Array<int, 1> ipiv(n);
   qvarray::linsolvdecomp(LU, ipiv);
-
   const Array<T, 1> b = randomVector<T>(n, rng);
-  Array<T, 1> x(b);
-  EXPECT_EQ(qvarray::linsolvsolve(LU, ipiv, x), 0);
-  EXPECT_LT(scaledResidual(A, x, b), kScaledBound);
-
   const Array<T, 2> B = randomMatrix<T>(n, 3, rng);
+  Array<T, 1> x(b);
   Array<T, 2> X(B);
+  EXPECT_EQ(qvarray::linsolvsolve(LU, ipiv, x), 0);
   EXPECT_EQ(qvarray::linsolvsolve(LU, ipiv, X), 0);
+  EXPECT_LT(scaledResidual(A, x, b), kScaledBound);
   EXPECT_LT(scaledResidual(A, X, B), kScaledBound);
-
   // A 3-D right-hand side is n rows by size1·size2 columns.
   Array<T, 3> B3(n, 2, 3);
   rng.fill(B3);
@@ -88,117 +90,69 @@ TYPED_TEST(LapackSolve, DecompThenSolveOneTwoAndThreeDimensional) {
   EXPECT_LT(scaledResidual(A, Xflat, Bflat), kScaledBound);
 }
 
-TYPED_TEST(LapackSolve, SolveWithoutRightHandSidesDoesNothing) {
+TYPED_TEST(LapackSolve, SolveChecksRightHandSides) {
   using T = TypeParam;
-  Array<T, 2> LU = identity<T>(3);
-  Array<int, 1> ipiv(3);
-  for (int i = 0; i < 3; ++i) ipiv[i] = i + 1;
-  Array<T, 2> B(3, 0);
-  EXPECT_EQ(qvarray::linsolvsolve(LU, ipiv, B), 0);
-  Array<T, 3> B3(3, 2, 0);
-  qvarray::linsolvsolve(LU, ipiv, B3);
-}
-
-TYPED_TEST(LapackSolve, SolveWithTooFewRowsIsAnIllegalArgument) {
-  using T = TypeParam;
-  Array<T, 2> LU = identity<T>(3);
-  Array<int, 1> ipiv(3);
-  for (int i = 0; i < 3; ++i) ipiv[i] = i + 1;
-  Array<T, 2> B(2, 1);
+  Array<T, 2> LU, one = identity<T>(1), none(3, 0), B(2, 1);
+  Array<T, 3> none3(3, 2, 0), B3(2, 1, 2);
+  Array<T, 1> b(2), empty;
+  Array<int, 1> ipiv;
+  identityLU<T>(3, LU, ipiv);
+  EXPECT_EQ(qvarray::linsolvsolve(LU, ipiv, none), 0);  // no right-hand sides: nothing to do
+  qvarray::linsolvsolve(LU, ipiv, none3);
+  // Too few rows: INFO comes back without bit 2 and B is untouched.
   B.fill(T(5));
-  // Without bit 2 INFO comes back and B is untouched.
-  EXPECT_LT(qvarray::linsolvsolve(LU, ipiv, B, 0), 0);
+  expectIllegal([&](int flags) { return qvarray::linsolvsolve(LU, ipiv, B, flags); });
   EXPECT_EQ(B(0, 0), T(5));
-  expectThrowKey([&] { qvarray::linsolvsolve(LU, ipiv, B); }, "Internal_numerical_error",
-                 "Illegal_input_values_in_LAPACK_call");
-  Array<T, 1> b(2);
-  expectThrowKey([&] { qvarray::linsolvsolve(LU, ipiv, b, qvarray::RaiseOnIllegal); },
-                 "Internal_numerical_error", "Illegal_input_values_in_LAPACK_call");
-  // The 3-D form has no flags and always raises.
-  Array<T, 3> B3(2, 1, 2);
-  expectThrowKey([&] { qvarray::linsolvsolve(LU, ipiv, B3); }, "Internal_numerical_error",
-                 "Illegal_input_values_in_LAPACK_call");
-  // An empty right-hand side cannot hold the solution of a 1×1 system either.
-  Array<T, 2> one = identity<T>(1);
-  Array<T, 1> empty;
-  expectThrowKey([&] { qvarray::linsolvsolve(one, ipiv, empty); }, "Internal_numerical_error",
-                 "Illegal_input_values_in_LAPACK_call");
+  expectIllegal([&](int flags) { return qvarray::linsolvsolve(LU, ipiv, b, flags); });
+  expectThrowsAll(kNumErr,
+                  {{[&] { qvarray::linsolvsolve(LU, ipiv, B); }, kIllegal},   // default flags
+                   {[&] { qvarray::linsolvsolve(LU, ipiv, B3); }, kIllegal},  // always raises
+                   {[&] { qvarray::linsolvsolve(one, ipiv, empty); }, kIllegal}});
+  Array<T, 2> S = zeros<T>(2, 2), R(2, 3);
+  Array<int, 1> ipiv2(2);
+  const char* shape = "linsolvdecomp: A is not square or ipiv is shorter than A.";
+  expectThrowsAll(kNumErr, {{[&] { qvarray::linsolvdecomp(S, ipiv2); }, "Singular_matrix"},
+                            {[&] { qvarray::linsolvdecomp(R, ipiv2); }, shape},
+                            {[&] { qvarray::linsolvdecomp(LU, ipiv2); }, shape}});
 }
 
-TYPED_TEST(LapackSolve, DecompRaisesOnSingularMatrixAndBadSizes) {
-  using T = TypeParam;
-  Array<T, 2> S = zeros<T>(2, 2);
-  Array<int, 1> ipiv(2);
-  expectThrowKey([&] { qvarray::linsolvdecomp(S, ipiv); }, "Internal_numerical_error",
-                 "Singular_matrix");
-  Array<T, 2> R(2, 3);
-  expectThrowKey([&] { qvarray::linsolvdecomp(R, ipiv); }, "Internal_numerical_error",
-                 "linsolvdecomp: A is not square or ipiv is shorter than A.");
-  Array<T, 2> A = identity<T>(3);
-  expectThrowKey([&] { qvarray::linsolvdecomp(A, ipiv); }, "Internal_numerical_error",
-                 "linsolvdecomp: A is not square or ipiv is shorter than A.");
-}
-
-TYPED_TEST(LapackSolve, LinsolvResidualOneAndTwoDimensional) {
+TYPED_TEST(LapackSolve, LinsolvResidualsSingularAndSizes) {
   using T = TypeParam;
   Rng rng(3);
   for (size_t n : {1, 5, 40, 250}) {
-    const Array<T, 2> A = randomMatrix<T>(n, n, rng);
+    const Array<T, 2> A = randomMatrix<T>(n, n, rng), B = randomMatrix<T>(n, 4, rng);
     const Array<T, 1> b = randomVector<T>(n, rng);
-    Array<T, 2> F(A);
+    Array<T, 2> F(A), G(A), X(B);
     Array<T, 1> x(b);
-    EXPECT_EQ(qvarray::linsolv(F, x, qvarray::RaiseAll), 0);
+    EXPECT_EQ(qvarray::linsolv(F, x, qvarray::RaiseAll) + qvarray::linsolv(G, X, qvarray::RaiseAll),
+              0);
     EXPECT_LT(scaledResidual(A, x, b), kScaledBound) << n;
-
-    const Array<T, 2> B = randomMatrix<T>(n, 4, rng);
-    Array<T, 2> X(B);
-    F = A;
-    EXPECT_EQ(qvarray::linsolv(F, X, qvarray::RaiseAll), 0);
     EXPECT_LT(scaledResidual(A, X, B), kScaledBound) << n;
   }
-}
-
-TYPED_TEST(LapackSolve, LinsolvSingularGivesNaNOrRaises) {
-  using T = TypeParam;
-  const T v[4] = {T(1), T(2), T(2), T(4)};  // columns (1, 2) and (2, 4)
-  Array<T, 2> A(2, 2);
-  std::copy(v, v + 4, A.begin());
-  Array<T, 2> F(A);
-  Array<T, 1> b(2);
+  // Singular (columns (1, 2) and (2, 4)): NaN solution, or the key with bit 1.
+  const Array<T, 2> A = mat<T>(2, 2, {T(1), T(2), T(2), T(4)});
+  Array<T, 2> F(A), G(A), H(A), B(2, 3);
+  Array<T, 1> b(2), c(2);
+  B.fill(T(1));
   b.fill(T(1));
   EXPECT_GT(qvarray::linsolv(F, b, 0), 0);
+  EXPECT_GT(qvarray::linsolv(G, B, qvarray::RaiseOnIllegal), 0);
   for (const T& e : b) EXPECT_TRUE(std::isnan(std::real(e)));
-
-  Array<T, 2> B(2, 3);
-  B.fill(T(1));
-  F = A;
-  EXPECT_GT(qvarray::linsolv(F, B, qvarray::RaiseOnIllegal), 0);
   for (const T& e : B) EXPECT_TRUE(std::isnan(std::real(e)));
-
-  F = A;
-  b.fill(T(1));
-  expectThrowKey([&] { qvarray::linsolv(F, b, qvarray::RaiseOnFailure); }, "Error_in_LAPACK_call",
+  expectThrowKey([&] { qvarray::linsolv(H, c, qvarray::RaiseOnFailure); }, "Error_in_LAPACK_call",
                  "Singular_matrix");
+  // Sizes are checked before anything changes.
+  Array<T, 2> I = identity<T>(3), B22(2, 2), wide(3, 2), none(3, 0);
+  Array<T, 1> b3(3);
+  B22.fill(T(7));
+  const char* s = "linsolv: A and B do not have matching sizes.";
+  expectThrowsAll(kNumErr, {{[&] { qvarray::linsolv(I, B22, 0); }, s},
+                            {[&] { qvarray::linsolv(wide, b3, 0); }, s}});
+  EXPECT_EQ(B22(1, 1), T(7));
+  EXPECT_EQ(qvarray::linsolv(I, none, qvarray::RaiseAll), 0);
 }
 
-TYPED_TEST(LapackSolve, LinsolvChecksSizesBeforeChangingAnything) {
-  using T = TypeParam;
-  Array<T, 2> A = identity<T>(3);
-  Array<T, 2> B(2, 2);
-  B.fill(T(7));
-  expectThrowKey([&] { qvarray::linsolv(A, B, 0); }, "Internal_numerical_error",
-                 "linsolv: A and B do not have matching sizes.");
-  EXPECT_EQ(B(1, 1), T(7));
-  Array<T, 2> wide(3, 2);
-  Array<T, 1> b(3);
-  expectThrowKey([&] { qvarray::linsolv(wide, b, 0); }, "Internal_numerical_error",
-                 "linsolv: A and B do not have matching sizes.");
-  // No right-hand sides: nothing to do.
-  Array<T, 2> none(3, 0);
-  EXPECT_EQ(qvarray::linsolv(A, none, qvarray::RaiseAll), 0);
-}
-
-TYPED_TEST(LapackSolve, CholReconstructsAndZeroesLowerTriangle) {
+TYPED_TEST(LapackSolve, CholReconstructsOrZeroesAndRaisesWithAnyFlag) {
   using T = TypeParam;
   Rng rng(4);
   const size_t n = 9;
@@ -209,18 +163,15 @@ TYPED_TEST(LapackSolve, CholReconstructsAndZeroesLowerTriangle) {
   EXPECT_EQ(qvarray::chol(R, qvarray::RaiseAll), 0);
   EXPECT_EQ(maxBelow(R), 0.0);
   EXPECT_LT(reconstructionError(A, mul(adj(R), R)), kScaledBound);
-}
 
-TYPED_TEST(LapackSolve, CholFailureZeroesAndRaisesWithAnyFlag) {
-  using T = TypeParam;
-  Array<T, 2> A = identity<T>(3);
-  A(2, 2) = T(-1);
-  A(2, 0) = T(5);  // below the diagonal: ignored by the factorisation, then zeroed
-  Array<T, 2> R(A);
+  Array<T, 2> D = identity<T>(3);
+  D(2, 2) = T(-1);
+  D(2, 0) = T(5);  // below the diagonal: ignored by the factorisation, then zeroed
+  R = D;
   EXPECT_EQ(qvarray::chol(R, 0), 3);
   EXPECT_EQ(maxBelow(R), 0.0);
   for (int flags : {1, 2, 3}) {
-    R = A;
+    R = D;
     expectThrowKey([&] { qvarray::chol(R, flags); }, "Input_matrix_must_be_positive_definite");
   }
 }

@@ -7,10 +7,15 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <functional>
+#include <initializer_list>
+#include <iterator>
 #include <limits>
+#include <string>
 #include <type_traits>
 
 #include "qvarray/array.h"
+#include "qvarray/matriximpl.h"
 #include "qvtest.h"
 
 namespace qvtest {
@@ -23,8 +28,53 @@ inline constexpr double kEps = std::numeric_limits<double>::epsilon();
 template <class T>
 constexpr bool isComplex = !std::is_same_v<T, double>;
 
-inline double conjOf(double x) { return x; }
-inline dcomplex conjOf(const dcomplex& x) { return std::conj(x); }
+template <class T>
+T conjOf(const T& x) {
+  if constexpr (std::is_floating_point_v<T>) {
+    return x;
+  } else {
+    return std::conj(x);
+  }
+}
+
+/// long double, or complex long double for complex T: the kernels' oracles
+/// sum in this wider type.
+template <class T>
+using Wide = std::conditional_t<isComplex<T>, std::complex<long double>, long double>;
+inline long double wide(double v) { return v; }
+inline std::complex<long double> wide(dcomplex v) { return {v.real(), v.imag()}; }
+
+/// |a − b| relative to max(1, |b|), b a wide reference value.
+template <class A, class B>
+double relErr(A a, B b) {
+  using std::abs;
+  return static_cast<double>(abs(wide(a) - b) / std::max<long double>(1.0L, abs(b)));
+}
+
+/// A vector, or a column-major m×n matrix, with the given values.
+template <class T>
+Array<T, 1> vec(std::initializer_list<T> v) {
+  Array<T, 1> x(v.size());
+  std::copy(v.begin(), v.end(), x.begin());
+  return x;
+}
+template <class T>
+Array<T, 2> mat(size_t m, size_t n, std::initializer_list<T> v) {
+  Array<T, 2> A(m, n);
+  std::copy(v.begin(), v.end(), A.begin());
+  return A;
+}
+
+template <class T, int N>
+Array<dcomplex, N> toComplex(const Array<T, N>& A) {
+  Array<dcomplex, N> C;
+  if constexpr (N == 1)
+    C.resize(A.sizes[0]);
+  else
+    C.resize(A.sizes[0], A.sizes[1]);
+  std::copy(A.begin(), A.end(), C.begin());
+  return C;
+}
 
 template <class T>
 Array<T, 2> zeros(size_t m, size_t n) {
@@ -83,6 +133,14 @@ Array<T, 2> adj(const Array<T, 2>& A) {
   return B;
 }
 
+/// Column j of A.
+template <class T>
+Array<T, 1> column(const Array<T, 2>& A, size_t j) {
+  Array<T, 1> c(A.sizes[0]);
+  std::copy(&A(0, j), &A(0, j) + A.sizes[0], c.begin());
+  return c;
+}
+
 template <class T, int N>
 Array<T, N> minus(const Array<T, N>& A, const Array<T, N>& B) {
   Array<T, N> C(A);
@@ -96,6 +154,27 @@ double normF(const Array<T, N>& A) {
   double s = 0;
   for (const T& v : A) s += std::norm(v);
   return std::sqrt(s);
+}
+
+/// ‖a − b‖ / ‖b‖ (absolute when b is zero).
+template <class T, int N>
+double relDiff(const Array<T, N>& a, const Array<T, N>& b) {
+  EXPECT_EQ(a.count, b.count);
+  if (a.count != b.count) return std::numeric_limits<double>::infinity();
+  const double nb = normF(b);
+  return normF(minus(a, b)) / (nb > 0 ? nb : 1.0);
+}
+
+/// Every value of `got` has a partner in `want` within tol (the same multiset
+/// for well-separated values, in any order).
+template <class A, class B>
+void expectSameValues(const A& got, const B& want, double tol) {
+  ASSERT_EQ(std::distance(got.begin(), got.end()), std::distance(want.begin(), want.end()));
+  for (const auto& w : want) {
+    double best = std::numeric_limits<double>::infinity();
+    for (const auto& g : got) best = std::min(best, std::abs(dcomplex(g) - dcomplex(w)));
+    EXPECT_LT(best, tol) << w;
+  }
 }
 
 /// Leading rows×cols block of A.
@@ -156,6 +235,49 @@ double scaledResidual(const Array<T, 2>& A, const Array<T, 1>& x, const Array<T,
   std::copy(x.begin(), x.end(), X.begin());
   std::copy(b.begin(), b.end(), B.begin());
   return scaledResidual(A, X, B);
+}
+
+/// Random dense Matrix and Vector objects, real or complex.
+inline qvarray::Matrix randomM(size_t m, size_t n, bool real, Rng& rng) {
+  return real ? qvarray::Matrix(randomMatrix<double>(m, n, rng))
+              : qvarray::Matrix(randomMatrix<dcomplex>(m, n, rng));
+}
+inline qvarray::Vector randomV(size_t n, bool real, Rng& rng) {
+  return real ? qvarray::Vector(randomVector<double>(n, rng))
+              : qvarray::Vector(randomVector<dcomplex>(n, rng));
+}
+
+/// Complex copies of a Matrix's or Vector's storage, for the oracles above.
+inline Array<dcomplex, 2> Z(qvarray::Matrix A) {
+  A.makeComplex();
+  return A.getzArr();
+}
+inline Array<dcomplex, 1> Z(qvarray::Vector v) {
+  v.makeComplex();
+  return v.getzArr();
+}
+
+/// LAPACK's INFO convention for a wrapper called as call(flags) on fresh
+/// copies of its inputs: without flags a failure comes back as INFO > 0, with
+/// flag bit 1 it raises `key` (and `detail`, or INFO under the name `infoName`).
+inline int expectFailure(const std::function<int(int)>& call, const std::string& key,
+                         const std::string& detail, const char* infoName = nullptr) {
+  const int info = call(0);
+  EXPECT_GT(info, 0);
+  const qvbase::Exception e = expectThrowKey([&] { call(1); }, key, detail);
+  if (infoName) {
+    EXPECT_EQ(e.detail(infoName), std::to_string(info));
+  }
+  return info;
+}
+
+/// An illegal argument: INFO < 0 without flags, raised with flag bit 2.
+inline int expectIllegal(const std::function<int(int)>& call) {
+  const int info = call(0);
+  EXPECT_LT(info, 0);
+  expectThrowKey([&] { call(2); }, "Internal_numerical_error",
+                 "Illegal_input_values_in_LAPACK_call");
+  return info;
 }
 
 /// Bound on the scaled errors above that a backward-stable routine meets.

@@ -5,6 +5,7 @@
 
 #include <complex>
 #include <functional>
+#include <initializer_list>
 #include <random>
 #include <string>
 
@@ -26,8 +27,23 @@ inline qvbase::Exception expectThrowKey(const std::function<void()>& f, const st
     }
     return e;
   }
-  ADD_FAILURE() << "expected qvbase::Exception with key " << key;
+  ADD_FAILURE() << "expected qvbase::Exception with key " << key << " and detail " << detail;
   return qvbase::Exception("none", 0, "none");
+}
+
+/// One row of an error table: a call and the first detail it must raise.
+struct Throws {
+  std::function<void()> call;
+  std::string detail;
+};
+
+/// Every call of the table raises `key` with its detail.
+inline void expectThrowsAll(const std::string& key, std::initializer_list<Throws> table) {
+  int row = 0;
+  for (const Throws& t : table) {
+    SCOPED_TRACE("error table row " + std::to_string(row++));
+    expectThrowKey(t.call, key, t.detail);
+  }
 }
 
 /// Fixed-seed random numbers in [-1, 1].
