@@ -13,6 +13,7 @@ cmake --install build/release >/dev/null
 cmake -S examples/consumer -B build/consumer -G Ninja \
       -DCMAKE_PREFIX_PATH="$PWD/build/install" >/dev/null
 cmake --build build/consumer
+build/consumer/consumer
 
 cmake --preset asan
 cmake --build --preset asan -j "$jobs"

@@ -34,7 +34,8 @@ enum LapackFlags : int {
 };
 
 // ---------------------------------------------------------------------------
-// Pointer kernels: runs of n contiguous elements.
+// Pointer kernels: runs of n contiguous elements; n <= 0 does nothing (dot and
+// norm give 0).
 
 QVARRAY_API double dot(const double* x, const double* y, int n);
 /// Σ conj(x)·y for ConjTrans, Σ x·y otherwise.
@@ -49,7 +50,9 @@ QVARRAY_API void yPlusaMulx(dcomplex* y, dcomplex a, const double* x, int n);
 QVARRAY_API void yPlusa(double* y, double a, int n);
 QVARRAY_API void yPlusa(dcomplex* y, dcomplex a, int n);
 
-/// x *= a. A NaN real factor sets every element to NaN.
+/// x *= a. Above 50 elements a NaN factor (for a complex factor: a NaN in
+/// either part) sets every element to NaN instead of calling BLAS; below,
+/// the plain multiplication propagates it.
 QVARRAY_API void scale(double* x, double a, int n);
 QVARRAY_API void scale(dcomplex* x, double a, int n);
 QVARRAY_API void scale(dcomplex* x, dcomplex a, int n);
@@ -72,14 +75,18 @@ QVARRAY_API void minus(int n, const dcomplex& a, const dcomplex* x, dcomplex* y)
 QVARRAY_API void times(int n, const double* x, const double* y, double* z);
 QVARRAY_API void times(int n, const dcomplex* x, const dcomplex* y, dcomplex* z);
 
-/// x = x^p elementwise; integer p in −1..4 takes a fast path without pow.
+/// x = x^p elementwise; integer p in −1..4 takes a fast path without pow:
+/// −1: 1/x; 0: 1 (also for 0 and NaN); 1: x; 2: x·x; 3: (x·x)·x; 4: (x²)².
 QVARRAY_API void pow(double* x, double p, int n);
-/// Real pow where an element is real and positive, complex pow otherwise.
+/// The same fast paths; otherwise the real pow where an element is real and
+/// positive, the complex pow elsewhere.
 QVARRAY_API void pow(dcomplex* x, double p, int n);
+/// Complex pow; an exponent with zero imaginary part is treated as real (above).
 QVARRAY_API void pow(dcomplex* x, dcomplex p, int n);
 
 // ---------------------------------------------------------------------------
 // Array kernels: the same operations on whole arrays (lengths = count).
+// Counts beyond the int range are processed in chunks of 2^30 elements.
 
 QVARRAY_API double dot(const Array<double, 1>& x, const Array<double, 1>& y);
 QVARRAY_API dcomplex dot(const Array<dcomplex, 1>& x, const Array<dcomplex, 1>& y, Trans_t t);
@@ -112,7 +119,10 @@ QVARRAY_API void pow(Array<dcomplex, 1>& x, double p);
 QVARRAY_API void pow(Array<dcomplex, 1>& x, dcomplex p);
 
 // ---------------------------------------------------------------------------
-// Matrix kernels.
+// Matrix kernels. Extents handed to BLAS must fit in an int
+// ("QUBRIX_assertion_failure" otherwise). An illegal Trans_t raises
+// "Internal_numerical_error" / "Illegal_input_values_in_LAPACK_call" before the
+// size checks and before anything is changed.
 
 /// y += op(A)·x on the leading m×n block of A (negative m, n: A's sizes).
 QVARRAY_API void yPlusAMulx(Array<double, 1>& y, const Array<double, 2>& A,
@@ -127,14 +137,17 @@ QVARRAY_API void triSolve(const Array<double, 2>& A, Array<double, 1>& x, bool u
 QVARRAY_API void triSolve(const Array<dcomplex, 2>& A, Array<dcomplex, 1>& x, bool upper,
                           Trans_t t, int n = -1);
 
-/// C = alpha·A·B + beta·C. C must be A.size0 × B.size1; when beta is 0 it is
-/// resized to that shape instead.
+/// C = alpha·A·B + beta·C. C must be A.size0 × B.size1 ("matmatAMulB: Size of
+/// C does not match A and B."); when beta is 0 it is resized to that shape
+/// instead and its contents are not read. A.size1 ≠ B.size0 raises
+/// "matmatAMulB: Inner sizes of A and B differ.". C may be A or B.
 QVARRAY_API void matmatAMulB(const Array<double, 2>& A, const Array<double, 2>& B, double alpha,
                              double beta, Array<double, 2>& C);
 QVARRAY_API void matmatAMulB(const Array<dcomplex, 2>& A, const Array<dcomplex, 2>& B,
                              dcomplex alpha, dcomplex beta, Array<dcomplex, 2>& C);
 
-/// B = Aᴴ (complex) or Aᵀ (real); B is resized to A's transposed shape.
+/// B = Aᴴ (complex) or Aᵀ (real); B is resized to A's transposed shape and
+/// may be A itself.
 QVARRAY_API void adjoint(const Array<double, 2>& A, Array<double, 2>& B);
 QVARRAY_API void adjoint(const Array<dcomplex, 2>& A, Array<dcomplex, 2>& B);
 
@@ -142,7 +155,9 @@ QVARRAY_API void adjoint(const Array<dcomplex, 2>& A, Array<dcomplex, 2>& B);
 /// classical Gram–Schmidt, with a second pass when the first removes more
 /// than 30 % of v's norm. h[0..k−1] receive the coefficients Qᴴ·v (both passes
 /// summed), h[k] the norm of the remainder, and v is normalised when that norm
-/// is non-zero. h must hold at least k + 1 elements. Returns h[k].
+/// is non-zero. v must have Q.size0 elements, h at least k + 1, and
+/// 0 ≤ k ≤ Q.size1 ("gramSchmidt: Size of Q, v or h does not match k.").
+/// Returns h[k].
 QVARRAY_API double gramSchmidt(const Array<double, 2>& Q, int k, Array<double, 1>& v,
                                Array<double, 1>& h);
 QVARRAY_API double gramSchmidt(const Array<dcomplex, 2>& Q, int k, Array<dcomplex, 1>& v,
@@ -152,7 +167,8 @@ QVARRAY_API double gramSchmidt(const Array<dcomplex, 2>& Q, int k, Array<dcomple
 /// the stored rotations 0..k−1 (c, s) to h[0..k], computes rotation k (LAPACK
 /// xLARTG convention, c real) that zeroes h[k+1], stores it in c[k], s[k],
 /// applies it to h and to g[k], g[k+1]. Returns |g[k+1]|, the new residual
-/// norm. h and g need k + 2 elements, c and s k + 1.
+/// norm. h and g need k + 2 elements, c and s k + 1 ("givensRot: Size of h,
+/// c, s or g less than required by k.").
 QVARRAY_API double givensRot(Array<double, 1>& h, int k, Array<double, 1>& c, Array<double, 1>& s,
                              Array<double, 1>& g);
 QVARRAY_API double givensRot(Array<dcomplex, 1>& h, int k, Array<double, 1>& c,

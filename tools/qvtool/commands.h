@@ -1,7 +1,11 @@
 #pragma once
-// Subcommands of qvtool. Each takes the arguments from the subcommand's name
-// on (argv[0] is the name) and returns the process exit code: 0 on success,
-// 1 when the work failed, 2 for a usage error.
+// Subcommands of qvtool. Each takes the arguments from its own name on:
+// argv[0] is the subcommand's name, argv[1..argc-1] its arguments. It returns
+// the process's exit status: 0 done, 1 failed (message printed), 2 bad usage.
+// main.cpp lists every subcommand in its table with a one-line help.
 
-/// qvtool sparse FILE.mtx [--print] [--symmetric]
-int cmdSparse(int argc, char** argv);
+int cmdBlas(int argc, char** argv);   // cmd_blas.cpp
+int cmdSolve(int argc, char** argv);  // cmd_solve.cpp
+int cmdBand(int argc, char** argv);   // cmd_band.cpp (with mmtriplets.cpp)
+int cmdGmres(int argc, char** argv);  // cmd_gmres.cpp (with mmtriplets.cpp)
+int cmdSparse(int argc, char** argv);  // cmd_sparse.cpp: qvtool sparse FILE.mtx [--print] [--symmetric]

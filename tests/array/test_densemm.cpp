@@ -1,0 +1,305 @@
+// Dense MatrixMarket reading and writing: round trips, symmetric expansion
+// against a second reading of the same files, every format error with its
+// file and line, and independence from the process's locale.
+#include <gtest/gtest.h>
+
+#include <clocale>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <locale>
+#include <sstream>
+
+#include "qvarray/densemm.h"
+#include "qvutil/numeric.h"
+#include "qvtest.h"
+
+using qvarray::MatrixMarketInfo;
+using dcomplex = std::complex<double>;
+
+namespace {
+
+const std::string kDir = QV_MATRIX_DIR;
+
+template <class T>
+Array<T, 2> parse(const std::string& text, MatrixMarketInfo* info = nullptr) {
+  std::istringstream in(text);
+  Array<T, 2> A;
+  const MatrixMarketInfo i = qvarray::readMatrixMarket(in, "m.mtx", A);
+  if (info) *info = i;
+  return A;
+}
+
+template <class T>
+std::string format(const Array<T, 2>& A, const std::string& comment = {}) {
+  std::ostringstream out;
+  qvarray::writeMatrixMarket(out, A, comment);
+  return out.str();
+}
+
+template <class T>
+bool sameBits(const Array<T, 2>& a, const Array<T, 2>& b) {
+  return a.sizes[0] == b.sizes[0] && a.sizes[1] == b.sizes[1] &&
+         (a.count == 0 || std::memcmp(a.data, b.data, a.count * sizeof(T)) == 0);
+}
+
+// Independent reading of a coordinate file: the sum of all entries of the
+// expanded matrix, computed from the stored entries with iostreams.
+dcomplex expandedSum(const std::string& path, bool pattern, bool complexField, double mirrorSign) {
+  std::ifstream in(path);
+  std::string line;
+  while (std::getline(in, line) && line[0] == '%') {
+  }
+  dcomplex sum = 0;
+  for (size_t i, j; in >> i >> j;) {
+    double re = 1, im = 0;
+    if (!pattern) in >> re;
+    if (complexField) in >> im;
+    const dcomplex v(re, im);
+    sum += v;
+    if (i != j && mirrorSign != 0) sum += mirrorSign > 0 ? v : -v;
+  }
+  return sum;
+}
+
+template <class T>
+dcomplex arraySum(const Array<T, 2>& A) {
+  dcomplex s = 0;
+  for (const T& v : A) s += v;
+  return s;
+}
+
+}  // namespace
+
+TEST(DenseMM, RoundTripIsBitExact) {
+  qvtest::Rng rng;
+  for (auto [m, n] : {std::pair<size_t, size_t>{0, 0}, {1, 1}, {3, 5}, {40, 2}}) {
+    Array<double, 2> A(m, n);
+    rng.fill(A);
+    if (A.count >= 4) {
+      A[0] = -0.0;
+      A[1] = 1e-310;  // subnormal
+      A[2] = 1.7976931348623157e308;
+      A[3] = 0.1;
+    }
+    EXPECT_TRUE(sameBits(parse<double>(format(A, "line one\nline two")), A)) << m << "x" << n;
+    Array<dcomplex, 2> Z(m, n);
+    rng.fill(Z);
+    EXPECT_TRUE(sameBits(parse<dcomplex>(format(Z)), Z)) << m << "x" << n;
+  }
+}
+
+TEST(DenseMM, RoundTripThroughFiles) {
+  const auto path = std::filesystem::temp_directory_path() / "qv_test_densemm.mtx";
+  Array<dcomplex, 2> Z(4, 3), back;
+  qvtest::Rng(7).fill(Z);
+  qvarray::writeMatrixMarket(path.string(), Z, "written by test_densemm");
+  const MatrixMarketInfo info = qvarray::readMatrixMarket(path.string(), back);
+  EXPECT_TRUE(sameBits(back, Z));
+  EXPECT_EQ(info.format, MatrixMarketInfo::Format::Array);
+  EXPECT_TRUE(info.isComplex());
+  EXPECT_EQ(info.entries, 12u);
+  std::filesystem::remove(path);
+}
+
+TEST(DenseMM, ExpandsSymmetricStorage) {
+  // Array format holds the lower triangle column by column.
+  auto S = parse<double>(
+      "%%MatrixMarket matrix array real symmetric\n3 3\n1\n2\n3\n4\n5\n6\n");
+  const double sym[9] = {1, 2, 3, 2, 4, 5, 3, 5, 6};
+  EXPECT_TRUE(std::equal(S.begin(), S.end(), sym));
+  auto K = parse<double>("%%MatrixMarket matrix array real skew-symmetric\n3 3\n1\n2\n3\n");
+  const double skew[9] = {0, 1, 2, -1, 0, 3, -2, -3, 0};
+  EXPECT_TRUE(std::equal(K.begin(), K.end(), skew));
+  // Coordinate: unlisted positions are zero, repeated ones summed, the
+  // hermitian mirror conjugated.
+  auto H = parse<dcomplex>(
+      "%%MatrixMarket matrix coordinate complex hermitian\n2 2 3\n1 1 2 0\n2 1 1 1\n2 1 0.5 1\n");
+  EXPECT_EQ(H(0, 0), dcomplex(2, 0));
+  EXPECT_EQ(H(1, 0), dcomplex(1.5, 2));
+  EXPECT_EQ(H(0, 1), dcomplex(1.5, -2));
+  EXPECT_EQ(H(1, 1), dcomplex(0, 0));
+}
+
+TEST(DenseMM, ReadsTheSharedMatricesLikeASecondReader) {
+  struct Case {
+    const char* file;
+    bool pattern, complexField;
+    double mirror;  // 0 general, 1 symmetric, -1 skew
+  };
+  for (const Case c : {Case{"west0067.mtx", false, false, 0}, Case{"494_bus.mtx", false, false, 1},
+                       Case{"dwt_992.mtx", true, false, 1}, Case{"lp_afiro.mtx", false, false, 0}}) {
+    const std::string path = kDir + "/" + c.file;
+    Array<double, 2> A;
+    const MatrixMarketInfo info = qvarray::readMatrixMarket(path, A);
+    EXPECT_EQ(A.sizes[0], info.rows);
+    EXPECT_EQ(A.sizes[1], info.cols);
+    const dcomplex want = expandedSum(path, c.pattern, c.complexField, c.mirror);
+    EXPECT_NEAR(arraySum(A).real(), want.real(), 1e-9 * (1 + std::abs(want))) << c.file;
+    if (c.mirror > 0) {
+      for (size_t j = 0; j < A.sizes[1]; ++j)
+        for (size_t i = 0; i < j; ++i) ASSERT_EQ(A(i, j), A(j, i)) << c.file;
+    }
+  }
+  // Complex general and hermitian files.
+  Array<dcomplex, 2> Y;
+  qvarray::readMatrixMarket(kDir + "/young1c.mtx", Y);
+  const dcomplex want = expandedSum(kDir + "/young1c.mtx", false, true, 0);
+  EXPECT_LT(std::abs(arraySum(Y) - want), 1e-9 * std::abs(want));
+  Array<dcomplex, 2> C;
+  qvarray::readMatrixMarket(kDir + "/c.mtx", C);
+  EXPECT_EQ(C(0, 2), dcomplex(2, 1));  // conj of the stored (3,1) = 2 - i
+  for (size_t j = 0; j < 3; ++j)
+    for (size_t i = 0; i < 3; ++i) EXPECT_EQ(C(i, j), std::conj(C(j, i)));
+  // Skew-symmetric with infinite entries: the mirror of inf is -inf.
+  Array<double, 2> K;
+  qvarray::readMatrixMarket(kDir + "/skew_fp64.mtx", K);
+  EXPECT_EQ(K(4, 0), qvGetInf());
+  EXPECT_EQ(K(0, 4), -qvGetInf());
+  for (size_t j = 0; j < 6; ++j) EXPECT_EQ(K(j, j), 0.0);
+  // A real file read into a complex array.
+  Array<dcomplex, 2> W;
+  qvarray::readMatrixMarket(kDir + "/west0067.mtx", W);
+  Array<double, 2> Wr;
+  qvarray::readMatrixMarket(kDir + "/west0067.mtx", Wr);
+  for (size_t k = 0; k < W.count; ++k) ASSERT_EQ(W[k], dcomplex(Wr[k], 0));
+}
+
+TEST(DenseMM, ToleratesCommentsBlankLinesCrLfAndCase) {
+  auto A = parse<double>(
+      "%%MatrixMarket MATRIX Coordinate Integer General\r\n% note\r\n\r\n2 3 2\r\n"
+      "% between entries\r\n1 3 +7\r\n\r\n2 1 -4\r\n");
+  const double want[6] = {0, -4, 0, 0, 7, 0};
+  EXPECT_TRUE(std::equal(A.begin(), A.end(), want));
+}
+
+TEST(DenseMM, EveryFormatErrorNamesFileAndLine) {
+  const std::string real = "%%MatrixMarket matrix coordinate real general\n";
+  const std::string arr = "%%MatrixMarket matrix array real general\n";
+  struct Case {
+    std::string text;
+    int line;
+    const char* sentence;
+  };
+  const Case cases[] = {
+      {"", 1, "The file is empty; expected a '%%MatrixMarket matrix ...' header."},
+      {"2 2\n1\n", 1, "The first line is not a '%%MatrixMarket matrix ...' header."},
+      {"%%MatrixMarket matrix array real\n", 1,
+       "The header needs object, format, field and symmetry after '%%MatrixMarket'."},
+      {"%%MatrixMarket matrix array real general x\n", 1,
+       "Unexpected 'x' after the header's symmetry."},
+      {"%%MatrixMarket vector array real general\n", 1,
+       "Object 'vector' is not supported; expected 'matrix'."},
+      {"%%MatrixMarket matrix dense real general\n", 1,
+       "Unknown format 'dense'; expected 'array' or 'coordinate'."},
+      {"%%MatrixMarket matrix array double general\n", 1,
+       "Unknown field 'double'; expected 'real', 'integer', 'complex' or 'pattern'."},
+      {"%%MatrixMarket matrix array real upper\n", 1,
+       "Unknown symmetry 'upper'; expected 'general', 'symmetric', 'skew-symmetric' or "
+       "'hermitian'."},
+      {"%%MatrixMarket matrix array pattern general\n", 1,
+       "The array format has no 'pattern' field."},
+      {"%%MatrixMarket matrix array real hermitian\n", 1,
+       "Hermitian symmetry needs the 'complex' field, not 'real'."},
+      {"%%MatrixMarket matrix coordinate pattern skew-symmetric\n", 1,
+       "A 'pattern' matrix cannot be skew-symmetric."},
+      {real + "% only a comment\n", 2, "The file ends before the size line 'rows columns entries'."},
+      {real + "2 2\n", 2, "The size line must hold three numbers: rows columns entries."},
+      {arr + "2 2 4\n", 2, "The size line must hold two numbers: rows columns."},
+      {arr + "2 -2\n", 2, "Invalid column count '-2'."},
+      {"%%MatrixMarket matrix array real symmetric\n2 3\n", 2,
+       "A 2 x 3 matrix cannot be stored as symmetric; the symmetries need a square matrix."},
+      {arr + "4294967296 4294967296\n", 2,
+       "A 4294967296 x 4294967296 matrix is too large for a dense array."},
+      {arr + "1 2\n1\n", 3, "The file ends after 1 of the 2 values announced."},
+      {arr + "1 1\n1 2\n", 3, "Expected one value on the line, found 2."},
+      {arr + "1 2\n1\n1,5\n", 4, "Invalid number '1,5'."},
+      {arr + "1 1\n1e999\n", 3, "Number '1e999' is out of range."},
+      {arr + "1 1\n1\n2\n", 4, "More data than the 1 value announced."},
+      {"%%MatrixMarket matrix array complex general\n1 1\n1\n", 3,
+       "Expected two numbers (real and imaginary part), found 1."},
+      {real + "2 2 2\n1 1 1\n", 3, "The file ends after 1 of the 2 entries announced."},
+      {real + "2 2 1\n1 1\n", 3, "Expected an entry 'row column value', found 2 numbers."},
+      {real + "2 2 1\n3 1 1\n", 3, "Row index 3 is outside 1..2."},
+      {real + "2 2 1\n1 0 1\n", 3, "Column index 0 is outside 1..2."},
+      {real + "2 2 1\n1.0 1 1\n", 3, "Invalid row index '1.0'."},
+      {real + "2 2 1\n1 1 1\n\n2 2 1\n", 5, "More data than the 1 entry announced."},
+      {"%%MatrixMarket matrix coordinate integer general\n1 1 1\n1 1 2.5\n", 3,
+       "Invalid integer '2.5'."},
+      {"%%MatrixMarket matrix coordinate real symmetric\n2 2 1\n1 2 1\n", 3,
+       "Entry (1, 2) lies above the diagonal; symmetric storage holds the lower triangle only."},
+      {"%%MatrixMarket matrix coordinate real skew-symmetric\n2 2 1\n2 2 1\n", 3,
+       "Diagonal entry (2, 2) is not zero; a skew-symmetric matrix has a zero diagonal."},
+      {"%%MatrixMarket matrix coordinate complex hermitian\n2 2 1\n1 1 1 1\n", 3,
+       "Diagonal entry (1, 1) has an imaginary part; a hermitian matrix has a real diagonal."},
+      {"%%MatrixMarket matrix array complex hermitian\n1 1\n1 1\n", 3,
+       "Diagonal entry (1, 1) has an imaginary part; a hermitian matrix has a real diagonal."},
+  };
+  for (const Case& c : cases) {
+    Array<dcomplex, 2> A(1, 1);
+    A(0, 0) = 42;
+    auto e = qvtest::expectThrowKey([&] { parse<dcomplex>(c.text).swap(A); },
+                                    "Invalid_MatrixMarket_file");
+    EXPECT_EQ(e.module(), "densemm");
+    EXPECT_EQ(e.detail("File"), "m.mtx") << c.text;
+    EXPECT_EQ(e.detail("Line"), std::to_string(c.line)) << c.text;
+    EXPECT_EQ(e.detailText(2), c.sentence) << c.text;
+    EXPECT_EQ(A(0, 0), dcomplex(42)) << "destination changed";
+  }
+}
+
+TEST(DenseMM, FileLevelErrors) {
+  Array<double, 2> A(1, 1);
+  A(0, 0) = 3;
+  auto e = qvtest::expectThrowKey(
+      [&] { qvarray::readMatrixMarket(kDir + "/young1c.mtx", A); },
+      "Complex_MatrixMarket_file_for_real_array");
+  EXPECT_EQ(e.detail("File"), kDir + "/young1c.mtx");
+  EXPECT_EQ(e.detail("Line"), "1");
+  EXPECT_EQ(A(0, 0), 3.0);
+  e = qvtest::expectThrowKey([&] { qvarray::readMatrixMarket(kDir + "/none.mtx", A); },
+                             "Cannot_open_file");
+  EXPECT_EQ(e.detail("File"), kDir + "/none.mtx");
+  EXPECT_EQ(e.detail("Reason"), std::string(std::strerror(ENOENT)));
+  qvtest::expectThrowKey([&] { qvarray::readMatrixMarketInfo(kDir); }, "Cannot_open_file");
+  qvtest::expectThrowKey([&] { qvarray::writeMatrixMarket(kDir + "/no/such/dir.mtx", A); },
+                         "Cannot_write_file");
+}
+
+TEST(DenseMM, InfoReadsOnlyTheHeader) {
+  const MatrixMarketInfo i = qvarray::readMatrixMarketInfo(kDir + "/494_bus.mtx");
+  EXPECT_EQ(i.format, MatrixMarketInfo::Format::Coordinate);
+  EXPECT_EQ(i.field, MatrixMarketInfo::Field::Real);
+  EXPECT_EQ(i.symmetry, MatrixMarketInfo::Symmetry::Symmetric);
+  EXPECT_EQ(i.rows, 494u);
+  EXPECT_EQ(i.cols, 494u);
+  EXPECT_EQ(i.entries, 1080u);
+}
+
+namespace {
+// Decimal comma and '.' grouping, as in many European locales.
+struct CommaPunct : std::numpunct<char> {
+  char do_decimal_point() const override { return ','; }
+  char do_thousands_sep() const override { return '.'; }
+  std::string do_grouping() const override { return "\3"; }
+};
+}  // namespace
+
+TEST(DenseMM, IndependentOfTheLocale) {
+  const std::locale savedCpp = std::locale::global(std::locale(std::locale::classic(), new CommaPunct));
+  const std::string savedC = std::setlocale(LC_ALL, nullptr);
+  const bool haveC = std::setlocale(LC_ALL, "de_DE.UTF-8") || std::setlocale(LC_ALL, "fr_FR.UTF-8");
+  Array<double, 2> A(2, 1000);
+  for (size_t k = 0; k < A.count; ++k) A[k] = 0.5 + static_cast<double>(k);
+  const std::string text = format(A);
+  const Array<double, 2> back = parse<double>(text);
+  std::locale::global(savedCpp);
+  std::setlocale(LC_ALL, savedC.c_str());
+  EXPECT_NE(text.find("\n2 1000\n"), std::string::npos);  // no digit grouping
+  EXPECT_NE(text.find("\n1999.5\n"), std::string::npos);
+  EXPECT_EQ(text.find(','), std::string::npos);
+  EXPECT_TRUE(sameBits(back, A));
+  if (!haveC) std::printf("note: no comma locale installed; C locale part not exercised\n");
+}
