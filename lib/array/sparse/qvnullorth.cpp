@@ -1,0 +1,68 @@
+// qvNull, orthonormal method: one block's rows restricted to its unknowns,
+// B_b = U·Σ·Vᴴ by the dense SVD. With r the number of singular values above
+// rankTol·σ_max:
+//   N-part       = V(:, r:)      (orthonormal null columns)
+//   range of Bᴴ  = V(:, :r)      (also the complement holding u₀)
+//   range of B   = U(:, :r),  null of Bᴴ = U(:, r:)
+//   P-part       = V(:, :r)·Σ⁻¹·U(:, :r)ᴴ   (u₀ = P·r, the minimum-norm solution)
+#include "qvarray/arrayutil.h"
+#include "sparse/qvnullimpl.h"
+
+namespace qvarray::nulldetail {
+
+template <class T>
+void svdBlock(const Constraints<T>& B, const Blocks& blocks, size_t b, const NullOptions& o,
+              Collect<T>& out) {
+  const size_t mb = blocks.rowCount(b), cb = blocks.colCount(b);
+  const size_t* rows = &blocks.rows[blocks.rowStart[b]];
+  const size_t* cols = &blocks.cols[blocks.colStart[b]];
+
+  Array<T, 2> A(mb, cb), U, VT;
+  A.fill(T(0));
+  for (size_t li = 0; li < mb; ++li)
+    for (size_t p = B.rowptr[rows[li]]; p < B.rowptr[rows[li] + 1]; ++p)
+      A(li, blocks.local[B.col[p]]) = B.rval[p];
+  Array<double, 1> S;
+  const int info = svd('A', 'A', A, U, S, VT, RaiseOnIllegal);
+  if (info > 0)
+    QV_NULL_THROW("Constraint_elimination_failed_in_SVD",
+                  DetailPairs{{"Block", std::to_string(b)}, {"Rows", std::to_string(mb)},
+                              {"Unknowns", std::to_string(cb)}});
+
+  size_t r = 0;
+  while (r < S.count && S[r] > o.rankTol * S[0]) ++r;
+  out.rank += r;
+
+  // V's column k is the conjugate of row k of Vᴴ.
+  for (size_t k = r; k < cb; ++k) {
+    const size_t c = out.newNullColumn(cols[0]);
+    for (size_t t = 0; t < cb; ++t) out.N.add(cols[t], c, conjugate(VT(k, t)));
+  }
+  for (size_t k = 0; k < r; ++k) {
+    const size_t c1 = out.complement.newColumn(), c2 = out.rangeBt.newColumn();
+    for (size_t t = 0; t < cb; ++t) {
+      out.complement.add(cols[t], c1, conjugate(VT(k, t)));
+      out.rangeBt.add(cols[t], c2, conjugate(VT(k, t)));
+    }
+    const size_t c3 = out.rangeB.newColumn();
+    for (size_t li = 0; li < mb; ++li) out.rangeB.add(rows[li], c3, U(li, k));
+  }
+  for (size_t k = r; k < mb; ++k) {
+    const size_t c = out.leftNull.newColumn();
+    for (size_t li = 0; li < mb; ++li) out.leftNull.add(rows[li], c, U(li, k));
+  }
+  // P(t, li) = Σ_k V(t, k)·conj(U(li, k))/σ_k; column li of P is constraint rows[li].
+  for (size_t li = 0; li < mb; ++li)
+    for (size_t t = 0; t < cb; ++t) {
+      T s = T(0);
+      for (size_t k = 0; k < r; ++k) s += conjugate(VT(k, t)) * conjugate(U(li, k)) / S[k];
+      out.P.add(cols[t], rows[li], s);
+    }
+}
+
+template void svdBlock<double>(const Constraints<double>&, const Blocks&, size_t,
+                               const NullOptions&, Collect<double>&);
+template void svdBlock<dcomplex>(const Constraints<dcomplex>&, const Blocks&, size_t,
+                                 const NullOptions&, Collect<dcomplex>&);
+
+}  // namespace qvarray::nulldetail
