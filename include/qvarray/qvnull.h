@@ -4,7 +4,7 @@
 //
 // Constraints B·u = r (B m×n, usually m ≪ n with few unknowns per row) are
 // eliminated by writing u = N·v + u₀ with B·N = 0 and B·u₀ = r; a system
-// K·u = f then becomes Nᴴ·K·N·v = Nᴴ·(f − K·u₀) (see qvnullreduce.h).
+// K·u = f then becomes Nᴴ·K·N·v = Nᴴ·(f − K·u₀) (qvnullreduce.h forms it).
 //
 // Blocks. Constraints that share an unknown are coupled; the connected blocks
 // of constraints (and the unknowns each one touches) are independent problems,
