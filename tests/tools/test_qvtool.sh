@@ -74,5 +74,12 @@ for f in west0067.mtx 494_bus.mtx young1c.mtx; do
 done
 check complex-rhs 0 'solving in complex arithmetic' -- "$qvtool" solve "$tmp/D.mtx" "$matrices/c.mtx"
 
+# Constraint elimination against Lagrange multipliers (exit 0: the solutions agree).
+for fun in auto orth sparse; do
+  check "null-$fun" 0 '2 redundant constraints' -- "$qvtool" null --grid 12 --nullfun "$fun"
+done
+check null-bad-nullfun 2 'usage: qvtool null' -- "$qvtool" null --nullfun qr
+check null-bad-grid 2 'usage: qvtool null' -- "$qvtool" null --grid 2
+
 [[ $failures -eq 0 ]] && echo "all qvtool checks passed" || echo "$failures qvtool checks failed"
 exit $((failures > 0))
