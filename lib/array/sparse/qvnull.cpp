@@ -9,6 +9,7 @@
 #include <memory>
 #include <numeric>
 
+#include "qvarray/blasruntime.h"
 #include "qvutil/prop.h"
 #include "sparse/qvnullimpl.h"
 
@@ -141,6 +142,8 @@ NullSpace compute(const Sparse& B, const NullOptions& o) {
   ns.n = c.n;
   ns.consistencyTol = o.consistencyTol;
 
+  // The blocks are small: their SVDs and products run faster on one BLAS thread.
+  const SerialBlasScope serialBlas;
   for (size_t b = 0; b < bl.count; ++b) {
     const size_t cb = bl.colCount(b);
     if (cb == 0) {  // a zero row: redundant by itself
@@ -160,24 +163,38 @@ NullSpace compute(const Sparse& B, const NullOptions& o) {
       ++ns.svdBlocks;
     }
   }
-  // Unknowns without constraints keep their unit column.
-  for (size_t j = 0; j < c.n; ++j)
-    if (bl.local[j] == npos) out.N.add(j, out.newNullColumn(j), T(1));
-
-  // N's columns in the order of their anchors (stable: a block's columns stay together).
-  const size_t nullity = out.N.cols;
-  std::vector<size_t> start(c.n + 1, 0), colMap(nullity);
-  for (size_t a : out.anchor) ++start[a + 1];
-  std::partial_sum(start.begin(), start.end(), start.begin());
-  for (size_t k = 0; k < nullity; ++k) colMap[k] = start[out.anchor[k]]++;
-
   ns.rank = out.rank;
-  ns.N = toSparse(out.N, c.n, nullity, &colMap);
-  ns.complement = toSparse(out.complement, c.n, ns.rank, nullptr);
-  ns.rangeBt = toSparse(out.rangeBt, c.n, ns.rank, nullptr);
-  ns.rangeB = toSparse(out.rangeB, c.m, ns.rank, nullptr);
-  ns.leftNull = toSparse(out.leftNull, c.m, out.leftNull.cols, nullptr);
-  ns.P = toSparse(out.P, c.n, c.m, nullptr);
+
+  // N: walking the unknowns, a unit column for each unconstrained one and the
+  // block columns anchored there (in the order the blocks made them).
+  const Columns<T>& nc = out.N;
+  std::vector<size_t> order(nc.count());
+  std::iota(order.begin(), order.end(), size_t(0));
+  std::stable_sort(order.begin(), order.end(),
+                   [&](size_t x, size_t y) { return nc.anchor[x] < nc.anchor[y]; });
+  const size_t constrained = bl.cols.size(), free = c.n - constrained;
+  ns.N = buildSparse<T>(c.n, free + nc.count(), free + nc.row.size(),
+                        [&](size_t* colptr, size_t* row, T* val) {
+                          size_t k = 0, q = 0, o = 0;
+                          for (size_t j = 0; j < c.n; ++j) {
+                            if (bl.local[j] == npos) {
+                              row[q] = j;
+                              val[q++] = T(1);
+                              colptr[++k] = q;
+                              continue;
+                            }
+                            for (; o < order.size() && nc.anchor[order[o]] == j; ++o) {
+                              for (size_t p = nc.start[order[o]]; p < nc.start[order[o] + 1]; ++p)
+                                row[q] = nc.row[p], val[q++] = nc.val[p];
+                              colptr[++k] = q;
+                            }
+                          }
+                        });
+  ns.complement = toSparse(out.complement, c.n, ns.rank);
+  ns.rangeBt = toSparse(out.rangeBt, c.n, ns.rank);
+  ns.rangeB = toSparse(out.rangeB, c.m, ns.rank);
+  ns.leftNull = toSparse(out.leftNull, c.m, out.leftNull.cols);
+  ns.P = toSparse(out.P, c.n, c.m);
   return ns;
 }
 

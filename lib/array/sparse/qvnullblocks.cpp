@@ -175,48 +175,43 @@ Blocks findBlocks(size_t m, size_t n, const std::vector<size_t>& colptr,
 }
 
 template <class T>
-Sparse toSparse(const Entries<T>& e, size_t m, size_t ncols, const std::vector<size_t>* colMap) {
+Sparse toSparse(const Entries<T>& e, size_t m, size_t ncols) {
   const size_t nnz = e.v.size();
-  std::vector<size_t> colptr(ncols + 1, 0);
-  for (size_t k = 0; k < nnz; ++k) ++colptr[(colMap ? (*colMap)[e.c[k]] : e.c[k]) + 1];
-  std::partial_sum(colptr.begin(), colptr.end(), colptr.begin());
-  std::vector<size_t> next(colptr.begin(), colptr.end() - 1), rows(nnz);
-  std::vector<T> vals(nnz);
-  for (size_t k = 0; k < nnz; ++k) {
-    const size_t p = next[colMap ? (*colMap)[e.c[k]] : e.c[k]]++;
-    rows[p] = e.r[k];
-    vals[p] = e.v[k];
-  }
-  // Rows ascending within each column: columns arrive nearly sorted and are
-  // mostly short (insertion sort); long unsorted ones are sorted as pairs.
-  std::vector<std::pair<size_t, T>> pairs;
-  for (size_t j = 0; j < ncols; ++j) {
-    const size_t b = colptr[j], e = colptr[j + 1];
-    if (std::is_sorted(rows.begin() + b, rows.begin() + e)) continue;
-    if (e - b <= 32) {
-      for (size_t p = b + 1; p < e; ++p)
-        for (size_t q = p; q > b && rows[q - 1] > rows[q]; --q) {
-          std::swap(rows[q - 1], rows[q]);
-          std::swap(vals[q - 1], vals[q]);
-        }
-      continue;
+  return buildSparse<T>(m, ncols, nnz, [&](size_t* colptr, size_t* rows, T* vals) {
+    for (size_t k = 0; k < nnz; ++k) ++colptr[e.c[k] + 1];
+    for (size_t j = 0; j < ncols; ++j) colptr[j + 1] += colptr[j];
+    std::vector<size_t> next(colptr, colptr + ncols);
+    for (size_t k = 0; k < nnz; ++k) {
+      const size_t p = next[e.c[k]]++;
+      rows[p] = e.r[k];
+      vals[p] = e.v[k];
     }
-    pairs.clear();
-    for (size_t p = b; p < e; ++p) pairs.emplace_back(rows[p], vals[p]);
-    std::sort(pairs.begin(), pairs.end(),
-              [](const auto& x, const auto& y) { return x.first < y.first; });
-    for (size_t p = b; p < e; ++p) rows[p] = pairs[p - b].first, vals[p] = pairs[p - b].second;
-  }
-  Sparse S;
-  S.flat2sparse(rows, colptr, vals, m, ncols);
-  return S;
+    // Rows ascending within each column: columns arrive nearly sorted and are
+    // mostly short (insertion sort); long unsorted ones are sorted as pairs.
+    std::vector<std::pair<size_t, T>> pairs;
+    for (size_t j = 0; j < ncols; ++j) {
+      const size_t b = colptr[j], e2 = colptr[j + 1];
+      if (std::is_sorted(rows + b, rows + e2)) continue;
+      if (e2 - b <= 32) {
+        for (size_t p = b + 1; p < e2; ++p)
+          for (size_t q = p; q > b && rows[q - 1] > rows[q]; --q) {
+            std::swap(rows[q - 1], rows[q]);
+            std::swap(vals[q - 1], vals[q]);
+          }
+        continue;
+      }
+      pairs.clear();
+      for (size_t p = b; p < e2; ++p) pairs.emplace_back(rows[p], vals[p]);
+      std::sort(pairs.begin(), pairs.end(),
+                [](const auto& x, const auto& y) { return x.first < y.first; });
+      for (size_t p = b; p < e2; ++p) rows[p] = pairs[p - b].first, vals[p] = pairs[p - b].second;
+    }
+  });
 }
 
 template Constraints<double> readConstraints<double>(const Sparse&);
 template Constraints<dcomplex> readConstraints<dcomplex>(const Sparse&);
-template Sparse toSparse<double>(const Entries<double>&, size_t, size_t,
-                                 const std::vector<size_t>*);
-template Sparse toSparse<dcomplex>(const Entries<dcomplex>&, size_t, size_t,
-                                   const std::vector<size_t>*);
+template Sparse toSparse<double>(const Entries<double>&, size_t, size_t);
+template Sparse toSparse<dcomplex>(const Entries<dcomplex>&, size_t, size_t);
 
 }  // namespace qvarray::nulldetail

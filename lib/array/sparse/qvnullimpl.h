@@ -5,6 +5,7 @@
 #include <cmath>
 #include <complex>
 #include <cstddef>
+#include <memory>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -61,8 +62,8 @@ struct Blocks {
 Blocks findBlocks(size_t m, size_t n, const std::vector<size_t>& colptr,
                   const std::vector<size_t>& row);
 
-/// Entries of a sparse matrix collected column by column (any order); exact
-/// zeros are not kept.
+/// Entries of a sparse matrix collected in any order; exact zeros are not
+/// kept.
 template <class T>
 struct Entries {
   std::vector<size_t> r, c;
@@ -77,23 +78,45 @@ struct Entries {
   }
 };
 
-/// The m×ncols Sparse of the entries (rows ascending in every column); with a
-/// column map, entry column j goes to column colMap[j].
+/// Whole columns collected one after the other (rows ascending within each),
+/// each with an anchor unknown; exact zeros are not kept.
 template <class T>
-Sparse toSparse(const Entries<T>& e, size_t m, size_t ncols, const std::vector<size_t>* colMap);
+struct Columns {
+  std::vector<size_t> start{0}, row, anchor;
+  std::vector<T> val;
+  size_t count() const { return anchor.size(); }
+  void open(size_t a) { anchor.push_back(a); }
+  void add(size_t i, T x) {
+    if (x == T(0)) return;
+    row.push_back(i);
+    val.push_back(x);
+  }
+  void close() { start.push_back(row.size()); }
+};
 
-/// Everything qvNull produces, gathered block by block. N's columns get a
-/// provisional number and an anchor unknown; they are put in anchor order at
-/// the end.
+/// An m×ncols Sparse of nnz entries whose compressed columns fill(colptr, row,
+/// value) writes in place (colptr[0] = 0 is set).
+template <class T, class Fill>
+Sparse buildSparse(size_t m, size_t ncols, size_t nnz, Fill fill) {
+  auto s = std::make_shared<llsparse<T>>();
+  s->setZeros(m, ncols, nnz);
+  fill(s->colptr.data, s->row, s->value);
+  s->nnz = nnz;
+  return Sparse(std::move(s));
+}
+
+/// The m×ncols Sparse of the entries (rows ascending in every column).
+template <class T>
+Sparse toSparse(const Entries<T>& e, size_t m, size_t ncols);
+
+/// Everything qvNull produces, gathered block by block. The null columns of
+/// the blocks are anchored at an unknown and put in anchor order at the end,
+/// between the unit columns of the unconstrained unknowns.
 template <class T>
 struct Collect {
-  Entries<T> N, complement, rangeBt, rangeB, leftNull, P;
-  std::vector<size_t> anchor;  ///< anchor unknown of each provisional N column
+  Columns<T> N;
+  Entries<T> complement, rangeBt, rangeB, leftNull, P;
   size_t rank = 0;
-  size_t newNullColumn(size_t unknown) {
-    anchor.push_back(unknown);
-    return N.newColumn();
-  }
 };
 
 /// The block by the SVD. Raises "Constraint_elimination_failed_in_SVD".
@@ -124,6 +147,7 @@ struct EliminationWork {
   std::vector<char> isTouched, isWTouched;
   std::vector<std::vector<std::pair<size_t, T>>> redundant;  ///< weights of redundant rows
   std::vector<size_t> independent;         ///< local rows that got a pivot
+  std::vector<std::pair<size_t, T>> column;  ///< null-column entries gathered by column
 };
 
 /// The block by sparse elimination. With `mayDecline`, returns false without

@@ -35,8 +35,9 @@ void svdBlock(const Constraints<T>& B, const Blocks& blocks, size_t b, const Nul
 
   // V's column k is the conjugate of row k of Vᴴ.
   for (size_t k = r; k < cb; ++k) {
-    const size_t c = out.newNullColumn(cols[0]);
-    for (size_t t = 0; t < cb; ++t) out.N.add(cols[t], c, conjugate(VT(k, t)));
+    out.N.open(cols[0]);
+    for (size_t t = 0; t < cb; ++t) out.N.add(cols[t], conjugate(VT(k, t)));
+    out.N.close();
   }
   for (size_t k = 0; k < r; ++k) {
     const size_t c1 = out.complement.newColumn(), c2 = out.rangeBt.newColumn();
@@ -51,13 +52,16 @@ void svdBlock(const Constraints<T>& B, const Blocks& blocks, size_t b, const Nul
     const size_t c = out.leftNull.newColumn();
     for (size_t li = 0; li < mb; ++li) out.leftNull.add(rows[li], c, U(li, k));
   }
-  // P(t, li) = Σ_k V(t, k)·conj(U(li, k))/σ_k; column li of P is constraint rows[li].
+  // P-part = V₁·W with W = Σ⁻¹·U₁ᴴ (r × mb); its column li is constraint rows[li].
+  if (r == 0) return;
+  Array<T, 2> V1(cb, r), W(r, mb), Pb;
+  for (size_t k = 0; k < r; ++k) {
+    for (size_t t = 0; t < cb; ++t) V1(t, k) = conjugate(VT(k, t));
+    for (size_t li = 0; li < mb; ++li) W(k, li) = conjugate(U(li, k)) / S[k];
+  }
+  matmatAMulB(V1, W, T(1), T(0), Pb);
   for (size_t li = 0; li < mb; ++li)
-    for (size_t t = 0; t < cb; ++t) {
-      T s = T(0);
-      for (size_t k = 0; k < r; ++k) s += conjugate(VT(k, t)) * conjugate(U(li, k)) / S[k];
-      out.P.add(cols[t], rows[li], s);
-    }
+    for (size_t t = 0; t < cb; ++t) out.P.add(cols[t], rows[li], Pb(t, li));
 }
 
 template void svdBlock<double>(const Constraints<double>&, const Blocks&, size_t,

@@ -190,16 +190,39 @@ bool eliminateBlock(const Constraints<T>& B, const Blocks& blocks, size_t b,
 
   if (mayDecline && (!w.redundant.empty() || growth > kNullGrowthLimit)) return false;
 
-  // Null columns: e_j + Σ_p c_pj·e_p for every free unknown j, anchored at j.
-  std::vector<size_t>& colOf = w.where;  // npos on entry; restored below
-  for (size_t t = 0; t < cb; ++t)
-    if (w.pivotOf[t] == npos) {
-      colOf[t] = out.newNullColumn(cols[t]);
-      out.N.add(cols[t], colOf[t], T(1));
-    }
+  // Null columns: e_j + Σ_p c_pj·e_p for every free unknown j, anchored at
+  // j, gathered by column (counts in `where`, reset below).
+  std::vector<size_t>& count = w.where;
+  std::fill(count.begin(), count.begin() + cb, size_t(0));
   for (const Expression<T>& e : w.expr)
-    for (const auto& [j, c] : e.coef) out.N.add(cols[e.unknown], colOf[j], c);
-  for (size_t t = 0; t < cb; ++t) colOf[t] = npos;
+    for (const auto& [j, c] : e.coef) ++count[j];
+  size_t total = 0;
+  for (size_t t = 0; t < cb; ++t) {
+    const size_t c = count[t];
+    count[t] = total;
+    total += c;
+  }
+  w.column.resize(total);
+  for (const Expression<T>& e : w.expr)
+    for (const auto& [j, c] : e.coef) w.column[count[j]++] = {cols[e.unknown], c};
+  for (size_t t = 0, begin = 0; t < cb; ++t) {
+    const size_t end = count[t];
+    if (w.pivotOf[t] == npos) {
+      auto first = w.column.begin() + static_cast<std::ptrdiff_t>(begin);
+      auto last = w.column.begin() + static_cast<std::ptrdiff_t>(end);
+      std::sort(first, last, [](const auto& x, const auto& y) { return x.first < y.first; });
+      out.N.open(cols[t]);
+      bool unitDone = false;
+      for (auto it = first; it != last; ++it) {
+        if (!unitDone && it->first > cols[t]) out.N.add(cols[t], T(1)), unitDone = true;
+        out.N.add(it->first, it->second);
+      }
+      if (!unitDone) out.N.add(cols[t], T(1));
+      out.N.close();
+    }
+    begin = end;
+  }
+  std::fill(count.begin(), count.begin() + cb, npos);
 
   // Pivot by pivot: the unit column, the constraint's conjugated row, the
   // column of B at the pivot, and the particular solution's weights.
