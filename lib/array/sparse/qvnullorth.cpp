@@ -14,8 +14,8 @@ template <class T>
 void svdBlock(const Constraints<T>& B, const Blocks& blocks, size_t b, const NullOptions& o,
               Collect<T>& out) {
   const size_t mb = blocks.rowCount(b), cb = blocks.colCount(b);
-  const size_t* rows = &blocks.rows[blocks.rowStart[b]];
-  const size_t* cols = &blocks.cols[blocks.colStart[b]];
+  const size_t* rows = blocks.rows.data() + blocks.rowStart[b];
+  const size_t* cols = blocks.cols.data() + blocks.colStart[b];
 
   Array<T, 2> A(mb, cb), U, VT;
   A.fill(T(0));

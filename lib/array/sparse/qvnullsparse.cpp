@@ -82,8 +82,8 @@ bool eliminateBlock(const Constraints<T>& B, const Blocks& blocks, size_t b,
                     const NullOptions& o, bool mayDecline, EliminationWork<T>& w,
                     Collect<T>& out) {
   const size_t mb = blocks.rowCount(b), cb = blocks.colCount(b);
-  const size_t* rows = &blocks.rows[blocks.rowStart[b]];
-  const size_t* cols = &blocks.cols[blocks.colStart[b]];
+  const size_t* rows = blocks.rows.data() + blocks.rowStart[b];
+  const size_t* cols = blocks.cols.data() + blocks.colStart[b];
   const size_t* local = blocks.local.data();
   prepare(w, mb, cb);
   for (size_t t = 0; t < cb; ++t)
