@@ -60,10 +60,19 @@ double maxAbs(const Array<T, 2>& A) {
   return m;
 }
 
+// Numerical rank of A with its columns scaled to unit norm (the bases need
+// not be balanced).
 template <class T>
 int denseRank(const Array<T, 2>& A) {
   if (A.sizes[0] == 0 || A.sizes[1] == 0) return 0;
-  return qvarray::rank(A, 1e-9);
+  Array<T, 2> U(A);
+  for (size_t j = 0; j < U.sizes[1]; ++j) {
+    double s = 0;
+    for (size_t i = 0; i < U.sizes[0]; ++i) s += std::norm(U(i, j));
+    if (s > 0)
+      for (size_t i = 0; i < U.sizes[0]; ++i) U(i, j) /= std::sqrt(s);
+  }
+  return qvarray::rank(U, 1e-9);
 }
 
 template <class T>
@@ -366,6 +375,49 @@ TYPED_TEST(QvNull, StoredZerosDuplicatesAndTransposedStorage) {
   const NullSpace nt = qvNull(Bt, method(NullFun::Sparse));
   EXPECT_TRUE(nt.N.isEqual(ns.N, 0.0, qvarray::NoTrans));
   EXPECT_TRUE(nt.P.isEqual(ns.P, 0.0, qvarray::NoTrans));
+}
+
+TYPED_TEST(QvNull, SymmetricStorageIsReadAsTheMatrixItRepresents) {
+  using T = TypeParam;
+  // A square constraint matrix kept as S with A = S + Sᵀ (or S + Sᴴ).
+  qvtest::Rng rng(8);
+  sparsetest::Triplets<T> s(12, 12), full(12, 12);
+  for (size_t k = 0; k < 10; ++k) {
+    const size_t i = (5 * k + 3) % 12, j = (7 * k) % 12;
+    const T v = rng.value<T>();
+    s.add(i, j, v);
+    full.add(i, j, v);
+    full.add(j, i, qvtest::isComplex<T> ? qvtest::conjOf(v) : v);
+  }
+  Sparse S = s.assemble();
+  S.setSymm(qvtest::isComplex<T> ? qvarray::SymmHermitian : qvarray::SymmSymmetric);
+  for (NullFun f : kMethods) {
+    const NullSpace a = qvNull(S, method(f)), b = qvNull(full.assemble(), method(f));
+    EXPECT_EQ(a.rank, b.rank);
+    EXPECT_TRUE(a.N.isEqual(b.N, 1e-15, qvarray::NoTrans));
+    checkBases<T>(full.assemble(), a, qvarray::nullFunName(f));
+  }
+}
+
+TYPED_TEST(QvNull, AutoRedoesBlocksWithCoefficientGrowthBySvd) {
+  using T = TypeParam;
+  // 1e-7·u0 = u1 and u1 = u2: with a permissive pivot tolerance the first
+  // row pivots on u0 (u1 is still needed by the second row), u0 = 1e7·u1.
+  sparsetest::Triplets<T> t(2, 3);
+  t.add(0, 0, T(1e-7)), t.add(0, 1, T(-1));
+  t.add(1, 1, T(1)), t.add(1, 2, T(-1));
+  const Sparse B = t.assemble();
+  NullOptions o;
+  o.pivotTol = 1e-8;
+  o.nullfun = NullFun::Auto;
+  const NullSpace a = qvNull(B, o);
+  EXPECT_EQ(a.svdBlocks, 1u);
+  checkBases<T>(B, a, "auto");
+  o.nullfun = NullFun::Sparse;
+  const NullSpace s = qvNull(B, o);
+  EXPECT_EQ(s.svdBlocks, 0u);
+  EXPECT_EQ(dense<T>(s.N)(0, 0), T(1e7));
+  checkBases<T>(B, s, "sparse");
 }
 
 // The constrained problem: minimise ½uᴴKu − Re(uᴴf) subject to B·u = r, for
