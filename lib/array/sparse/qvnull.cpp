@@ -175,7 +175,7 @@ NullSpace compute(const Sparse& B, const NullOptions& o) {
   const size_t constrained = bl.cols.size(), free = c.n - constrained;
   ns.N = buildSparse<T>(c.n, free + nc.count(), free + nc.row.size(),
                         [&](size_t* colptr, size_t* row, T* val) {
-                          size_t k = 0, q = 0, o = 0;
+                          size_t k = 0, q = 0, next = 0;
                           for (size_t j = 0; j < c.n; ++j) {
                             if (bl.local[j] == npos) {
                               row[q] = j;
@@ -183,8 +183,9 @@ NullSpace compute(const Sparse& B, const NullOptions& o) {
                               colptr[++k] = q;
                               continue;
                             }
-                            for (; o < order.size() && nc.anchor[order[o]] == j; ++o) {
-                              for (size_t p = nc.start[order[o]]; p < nc.start[order[o] + 1]; ++p)
+                            for (; next < order.size() && nc.anchor[order[next]] == j; ++next) {
+                              const size_t col = order[next];
+                              for (size_t p = nc.start[col]; p < nc.start[col + 1]; ++p)
                                 row[q] = nc.row[p], val[q++] = nc.val[p];
                               colptr[++k] = q;
                             }
