@@ -23,9 +23,11 @@
 
 #include "commands.h"
 #include "qvarray/arrayutil.h"
+#include "qvarray/blasruntime.h"
 #include "qvarray/gmres.h"
 #include "qvarray/qvnull.h"
 #include "qvarray/qvnullreduce.h"
+#include "qvarray/sparseoperator.h"
 #include "qvarray/sparseproducts.h"
 #include "qvutil/stopwatch.h"
 #include "toolutil.h"
@@ -45,24 +47,6 @@ void usage(std::FILE* out) {
                "  Lagrange multipliers (dense saddle-point solve) and prints both residuals.\n",
                kMaxDenseGrid);
 }
-
-// A real sparse matrix as an operator for GMRES.
-class SparseOperator : public qvarray::LinearOperator {
- public:
-  explicit SparseOperator(const Sparse& A) : A_(A) {}
-  size_t size() const override { return A_.getN(); }
-  bool isReal() const override { return true; }
-
- protected:
-  void applyReal(const Array<double, 1>& x, Array<double, 1>& y) const override {
-    Vector yv(y.count);
-    qvarray::yPlusAMulx(yv, A_, Vector(x), qvarray::NoTrans);
-    qvarray::copy(yv.getdArr(), y);
-  }
-
- private:
-  const Sparse& A_;
-};
 
 // y = diag(A)⁻¹·x.
 class JacobiOperator : public qvarray::LinearOperator {
@@ -185,7 +169,7 @@ int cmdNull(int argc, char** argv) {
     const Sparse A = qvarray::reduceMatrix(ns, p.K);
     const Vector g = qvarray::reduceVector(ns, p.K, p.f, u0);
     const double tNull = clock.seconds();
-    const SparseOperator op(A);
+    const qvarray::SparseOperator op(A);
     const JacobiOperator jacobi(A);
     qvarray::GmresOptions go;
     go.tol = 1e-12;
@@ -229,7 +213,10 @@ int cmdNull(int argc, char** argv) {
     for (size_t i = 0; i < m; ++i) rhs[N + i] = p.rL.d(i);
     const Array<double, 2> KKT0 = KKT;
     const Array<double, 1> rhs0 = rhs;
-    qvarray::linsolv(KKT, rhs, qvarray::RaiseAll);
+    {
+      const qvarray::SerialBlasScope serial;  // a small system: one BLAS thread is faster
+      qvarray::linsolv(KKT, rhs, qvarray::RaiseAll);
+    }
     const double tLagrange = clock.seconds();
     Array<double, 1> resid(S);  // [f; r] − KKT·x
     resid.fill(0.0);
