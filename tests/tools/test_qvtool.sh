@@ -76,5 +76,12 @@ check complex-rhs 0 'solving in complex arithmetic' -- "$qvtool" solve "$tmp/D.m
 check spmv 0 'Effective bandwidth: ' -- "$qvtool" spmv "$matrices/lp_afiro.mtx" --trans --reps 3
 check spmv-usage 2 'usage: qvtool spmv' -- "$qvtool" spmv --threads x "$matrices/c.mtx"
 
+# Constraint elimination against Lagrange multipliers (exit 0: the solutions agree).
+for fun in auto orth sparse; do
+  check "null-$fun" 0 '2 redundant constraints' -- "$qvtool" null --grid 12 --nullfun "$fun"
+done
+check null-bad-nullfun 2 'usage: qvtool null' -- "$qvtool" null --nullfun qr
+check null-bad-grid 2 'usage: qvtool null' -- "$qvtool" null --grid 2
+
 [[ $failures -eq 0 ]] && echo "all qvtool checks passed" || echo "$failures qvtool checks failed"
 exit $((failures > 0))

@@ -19,6 +19,7 @@ const Command kCommands[] = {
     {"band", cmdBand, "solve a banded system from a MatrixMarket coordinate file by band LU"},
     {"gmres", cmdGmres, "solve a sparse system from a MatrixMarket file by restarted GMRES"},
     {"sparse", cmdSparse, "read a sparse MatrixMarket file: size, Nnz, symmetry and assembly time"},
+    {"null", cmdNull, "Poisson with Dirichlet and periodic constraints: elimination vs Lagrange"},
     {"spmv", cmdSpmv, "time repeated sparse matrix-vector products on a MatrixMarket file"},
     {"blas", cmdBlas, "show which OpenBLAS kernels this process runs on"},
 };
