@@ -35,15 +35,15 @@ const void* valueIdentity(const Sparse& A) {
 template <class T>
 void buildRows(const llsparse<T>& s, ParallelSparse::RowCompressed& rc, Array<T, 1>& values) {
   const size_t m = s.m, n = s.n, nnz = s.nnz;
-  const int team = AVAILABLETHREADS();
   Array<size_t, 1> rowptr(m + 1), col(nnz), next(m);
   Array<T, 1> v(nnz);
-  std::vector<size_t> totals(static_cast<size_t>(team) + 1, 0);  // indexed by part < team
+  // Per-thread totals, indexed by thread number + 1.
+  std::vector<size_t> totals(static_cast<size_t>(MAXAVAILABLETHREADS) + 1, 0);
   rowptr[0] = 0;
   const size_t* cp = s.colptr.data;
   const size_t* row = s.row;
   const T* value = s.value;
-#pragma omp parallel num_threads(team)
+#pragma omp parallel num_threads(AVAILABLETHREADS())
   {
     const size_t parts = static_cast<size_t>(omp_get_num_threads());
     const size_t part = static_cast<size_t>(omp_get_thread_num());
