@@ -1,10 +1,12 @@
 #pragma once
 // Oracles shared by the sparse tests: a dense matrix built in lockstep with
-// the triplets, and a straightforward model of first-appearance assembly.
+// the triplets, a straightforward model of first-appearance assembly, and
+// conversions of sparse results to dense arrays.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <complex>
+#include <initializer_list>
 #include <map>
 #include <random>
 #include <utility>
@@ -26,20 +28,53 @@ struct Dense {
   const T& operator()(size_t i, size_t j) const { return a[i + j * m]; }
 };
 
-/// The stored matrix of A as a dense one (stored duplicates summed).
+template <class T>
+const T* values(const qvarray::Sparse& A) {
+  if constexpr (std::is_same_v<T, double>)
+    return A.getDoubleVal();
+  else
+    return A.getDcmplxVal();
+}
+
+/// The stored matrix of A as a dense one (stored duplicates summed); a real
+/// A may be read as a complex matrix.
 template <class T>
 Dense<T> toDense(const qvarray::Sparse& A) {
   Dense<T> D(A.getM(), A.getN());
   const size_t* cp = A.getColPtr();
   const size_t* row = A.getRow();
   for (size_t j = 0; j < A.getN(); ++j)
-    for (size_t p = cp[j]; p < cp[j + 1]; ++p) {
-      if constexpr (std::is_same_v<T, double>)
-        D(row[p], j) += A.getDoubleVal()[p];
-      else
-        D(row[p], j) += A.getDcmplxVal()[p];
-    }
+    for (size_t p = cp[j]; p < cp[j + 1]; ++p)
+      D(row[p], j) += A.isReal() ? T(A.getDoubleVal()[p]) : T(values<T>(A)[p]);
   return D;
+}
+
+/// The same as a qvarray::Array, for the dense linear-algebra oracles.
+template <class T>
+Array<T, 2> toArray(const qvarray::Sparse& A) {
+  const auto D = toDense<T>(A);
+  Array<T, 2> M(D.m, D.n);
+  std::copy(D.a.begin(), D.a.end(), M.begin());
+  return M;
+}
+
+template <class T>
+Array<T, 1> toArray(const qvarray::Vector& v) {
+  Array<T, 1> a(v.size());
+  for (size_t i = 0; i < v.size(); ++i) {
+    if constexpr (std::is_same_v<T, double>)
+      a[i] = v.get(i).real();
+    else
+      a[i] = v.get(i);
+  }
+  return a;
+}
+
+/// An index array with the given entries.
+inline Array<size_t, 1> sizes(std::initializer_list<size_t> v) {
+  Array<size_t, 1> a(v.size());
+  std::copy(v.begin(), v.end(), a.data);
+  return a;
 }
 
 /// Triplets and their expected assembly, built side by side.
@@ -88,33 +123,20 @@ Model<T> model(const Triplets<T>& t) {
   std::vector<std::vector<std::pair<size_t, T>>> columns(t.n);
   std::map<std::pair<size_t, size_t>, size_t> where;  // (row, col) -> slot in its column
   for (size_t k = 0; k < t.size(); ++k) {
-    const auto key = std::make_pair(t.rows[k], t.cols[k]);
-    auto it = where.find(key);
-    if (it == where.end()) {
-      where.emplace(key, columns[t.cols[k]].size());
-      columns[t.cols[k]].emplace_back(t.rows[k], t.values[k]);
-    } else {
-      columns[t.cols[k]][it->second].second += t.values[k];
-    }
+    auto& column = columns[t.cols[k]];
+    const auto [it, fresh] = where.try_emplace({t.rows[k], t.cols[k]}, column.size());
+    if (fresh)
+      column.emplace_back(t.rows[k], t.values[k]);
+    else
+      column[it->second].second += t.values[k];
   }
   Model<T> md;
   md.colptr.push_back(0);
   for (const auto& c : columns) {
-    for (const auto& [r, v] : c) {
-      md.row.push_back(r);
-      md.value.push_back(v);
-    }
+    for (const auto& [r, v] : c) md.row.push_back(r), md.value.push_back(v);
     md.colptr.push_back(md.row.size());
   }
   return md;
-}
-
-template <class T>
-const T* values(const qvarray::Sparse& A) {
-  if constexpr (std::is_same_v<T, double>)
-    return A.getDoubleVal();
-  else
-    return A.getDcmplxVal();
 }
 
 /// Bit-exact comparison of A's arrays with the model.
