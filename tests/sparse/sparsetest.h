@@ -110,43 +110,29 @@ struct Triplets {
   }
 };
 
-/// Expected compressed columns of first-appearance assembly: per column the
-/// distinct rows in order of first appearance, values summed in input order.
+/// A's arrays against first-appearance assembly of t, bit for bit: per column
+/// the distinct rows in order of first appearance, values summed in input order.
 template <class T>
-struct Model {
-  std::vector<size_t> colptr, row;
-  std::vector<T> value;
-};
-
-template <class T>
-Model<T> model(const Triplets<T>& t) {
+void expectModel(const qvarray::Sparse& A, const Triplets<T>& t) {
   std::vector<std::vector<std::pair<size_t, T>>> columns(t.n);
-  std::map<std::pair<size_t, size_t>, size_t> where;  // (row, col) -> slot in its column
+  std::map<std::pair<size_t, size_t>, size_t> slot;  // (row, col) -> place in its column
   for (size_t k = 0; k < t.size(); ++k) {
     auto& column = columns[t.cols[k]];
-    const auto [it, fresh] = where.try_emplace({t.rows[k], t.cols[k]}, column.size());
+    const auto [it, fresh] = slot.try_emplace({t.rows[k], t.cols[k]}, column.size());
     if (fresh)
       column.emplace_back(t.rows[k], t.values[k]);
     else
       column[it->second].second += t.values[k];
   }
-  Model<T> md;
-  md.colptr.push_back(0);
-  for (const auto& c : columns) {
-    for (const auto& [r, v] : c) md.row.push_back(r), md.value.push_back(v);
-    md.colptr.push_back(md.row.size());
-  }
-  return md;
-}
-
-/// Bit-exact comparison of A's arrays with the model.
-template <class T>
-void expectModel(const qvarray::Sparse& A, const Model<T>& md) {
-  ASSERT_EQ(A.getNnz(), md.row.size());
-  for (size_t j = 0; j + 1 < md.colptr.size(); ++j) ASSERT_EQ(A.getColPtr()[j + 1], md.colptr[j + 1]) << j;
-  for (size_t p = 0; p < md.row.size(); ++p) {
-    ASSERT_EQ(A.getRow()[p], md.row[p]) << p;
-    ASSERT_EQ(values<T>(A)[p], md.value[p]) << p;
+  ASSERT_EQ(A.getNnz(), slot.size());
+  size_t p = 0;
+  for (size_t j = 0; j < t.n; ++j) {
+    for (const auto& [r, v] : columns[j]) {
+      ASSERT_EQ(A.getRow()[p], r) << p;
+      ASSERT_EQ(values<T>(A)[p], v) << p;
+      ++p;
+    }
+    ASSERT_EQ(A.getColPtr()[j + 1], p) << j;
   }
 }
 
