@@ -117,21 +117,17 @@ Triplets<T> mixedConstraints(size_t n, unsigned seed, bool redundant = true) {
 template <class T>
 Sparse gridOperator(size_t nx, size_t ny, bool lower) {
   Triplets<T> t(nx * ny, nx * ny);
+  auto couple = [&](size_t i, size_t k, T v) {
+    t.add(k, i, v);
+    if (!lower) t.add(i, k, qvtest::conjOf(v));
+  };
   T cx = T(-1);
   if constexpr (qvtest::isComplex<T>) cx = T(-1, 0.4);
-  for (size_t y = 0; y < ny; ++y)
-    for (size_t x = 0; x < nx; ++x) {
-      const size_t i = x + nx * y;
-      t.add(i, i, T(lower ? 2.25 : 4.5));
-      if (x + 1 < nx) {
-        t.add(i + 1, i, cx);
-        if (!lower) t.add(i, i + 1, qvtest::conjOf(cx));
-      }
-      if (y + 1 < ny) {
-        t.add(i + nx, i, T(-1));
-        if (!lower) t.add(i, i + nx, T(-1));
-      }
-    }
+  for (size_t i = 0; i < nx * ny; ++i) {
+    t.add(i, i, T(lower ? 2.25 : 4.5));
+    if (i % nx + 1 < nx) couple(i, i + 1, cx);
+    if (i + nx < nx * ny) couple(i, i + nx, T(-1));
+  }
   Sparse K = t.assemble();
   if (lower) K.setSymm(qvtest::isComplex<T> ? qvarray::SymmHermitian : qvarray::SymmSymmetric);
   return K;
@@ -406,9 +402,7 @@ TYPED_TEST(QvNull, AutoRedoesBlocksWithCoefficientGrowthBySvd) {
   t.add(0, 0, T(1e-7)), t.add(0, 1, T(-1));
   t.add(1, 1, T(1)), t.add(1, 2, T(-1));
   const Sparse B = t.assemble();
-  NullOptions o;
-  o.pivotTol = 1e-8;
-  o.nullfun = NullFun::Auto;
+  NullOptions o{.nullfun = NullFun::Auto, .pivotTol = 1e-8};
   const NullSpace a = qvNull(B, o);
   EXPECT_EQ(a.svdBlocks, 1u);
   checkBases<T>(B, a, "auto");
@@ -486,16 +480,13 @@ TEST(QvNullOptions, NamesPropertiesAndBadValues) {
 
   Sparse B;
   B.eye(3);
-  NullOptions badPivot, badFun;
-  badPivot.pivotTol = 2;
-  badFun.nullfun = static_cast<NullFun>(7);
   qvtest::expectThrowsAll("Invalid_property_value",
                           {{[] { qvarray::parseNullFun("qr"); }, "nullfun"},
                            {[&] { props.set("nullfun", std::string("svd")); }, "nullfun"},
                            {[&] { props.set("nullpivottol", 0.0); }, "nullpivottol"},
                            {[&] { props.set("nullranktol", -1.0); }, "nullranktol"},
-                           {[&] { qvNull(B, badPivot); }, "nullpivottol"},
-                           {[&] { qvNull(B, badFun); }, "nullfun"}});
+                           {[&] { qvNull(B, {.pivotTol = 2}); }, "nullpivottol"},
+                           {[&] { qvNull(B, {.nullfun = static_cast<NullFun>(7)}); }, "nullfun"}});
 }
 
 TEST(QvNullInput, BadMatricesAndSizesAreRefused) {
