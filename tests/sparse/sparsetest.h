@@ -9,6 +9,7 @@
 #include <initializer_list>
 #include <map>
 #include <random>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -133,6 +134,14 @@ void expectDenseEq(const Dense<T>& a, const Dense<T>& b) {
   ASSERT_EQ(a.m, b.m);
   ASSERT_EQ(a.n, b.n);
   for (size_t k = 0; k < a.a.size(); ++k) ASSERT_EQ(a.a[k], b.a[k]) << k;
+}
+
+/// Triplets of an m×n matrix from a list of (row, column, value).
+template <class T>
+Triplets<T> tripletsOf(size_t m, size_t n, std::initializer_list<std::tuple<size_t, size_t, T>> entries) {
+  Triplets<T> t(m, n);
+  for (const auto& [i, j, v] : entries) t.add(i, j, v);
+  return t;
 }
 
 /// A random m×n matrix's triplets with about `count` entries, repeats included.

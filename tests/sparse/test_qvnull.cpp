@@ -273,12 +273,9 @@ TYPED_TEST(QvNull, GridWithRedundantCorners) {
 TYPED_TEST(QvNull, SparseMethodTiesUnknownsWithUnitEntries) {
   using T = TypeParam;
   // u0 = u1, u1 = u2 (a chain), u4 = 3, u5 = 0.5·u6 + 0.5·u7; n = 9.
-  Triplets<T> t(4, 9);
-  t.add(0, 0, T(1)), t.add(0, 1, T(-1));
-  t.add(1, 1, T(1)), t.add(1, 2, T(-1));
-  t.add(2, 4, T(1));
-  t.add(3, 5, T(1)), t.add(3, 6, T(-0.5)), t.add(3, 7, T(-0.5));
-  const Sparse B = t.assemble();
+  const Sparse B = sparsetest::tripletsOf<T>(4, 9, {{0, 0, T(1)}, {0, 1, T(-1)}, {1, 1, T(1)}, {1, 2, T(-1)},
+                                                    {2, 4, T(1)}, {3, 5, T(1)}, {3, 6, T(-0.5)}, {3, 7, T(-0.5)}})
+                       .assemble();
   const NullSpace ns = qvNull(B, {.nullfun = NullFun::Sparse});
   checkBases<T>(B, ns, "sparse");
   EXPECT_EQ(ns.svdBlocks, 0u);
@@ -320,9 +317,7 @@ TYPED_TEST(QvNull, InconsistentConstraintsAreRefused) {
     EXPECT_NO_THROW(ns.particular(r));
   }
   // A zero row asks for 0 = r_i.
-  Triplets<T> z(2, 3);
-  z.add(0, 1, T(1));
-  const NullSpace ns = qvNull(z.assemble());
+  const NullSpace ns = qvNull(sparsetest::tripletsOf<T>(2, 3, {{0, 1, T(1)}}).assemble());
   EXPECT_EQ(ns.rank, 1u);
   Vector r(2);
   r.set(1, 1e-30);
@@ -398,10 +393,8 @@ TYPED_TEST(QvNull, AutoRedoesBlocksWithCoefficientGrowthBySvd) {
   using T = TypeParam;
   // 1e-7·u0 = u1 and u1 = u2: with a permissive pivot tolerance the first
   // row pivots on u0 (u1 is still needed by the second row), u0 = 1e7·u1.
-  Triplets<T> t(2, 3);
-  t.add(0, 0, T(1e-7)), t.add(0, 1, T(-1));
-  t.add(1, 1, T(1)), t.add(1, 2, T(-1));
-  const Sparse B = t.assemble();
+  const Sparse B =
+      sparsetest::tripletsOf<T>(2, 3, {{0, 0, T(1e-7)}, {0, 1, T(-1)}, {1, 1, T(1)}, {1, 2, T(-1)}}).assemble();
   NullOptions o{.nullfun = NullFun::Auto, .pivotTol = 1e-8};
   const NullSpace a = qvNull(B, o);
   EXPECT_EQ(a.svdBlocks, 1u);
@@ -490,10 +483,8 @@ TEST(QvNullOptions, NamesPropertiesAndBadValues) {
 }
 
 TEST(QvNullInput, BadMatricesAndSizesAreRefused) {
-  Triplets<double> t(2, 3);
-  t.add(0, 0, 1.0);
-  t.add(1, 2, std::nan(""));
-  const auto e = qvtest::expectThrowKey([&] { qvNull(t.assemble()); }, "Non_finite_constraint_coefficients");
+  const Sparse N = sparsetest::tripletsOf<double>(2, 3, {{0, 0, 1.0}, {1, 2, std::nan("")}}).assemble();
+  const auto e = qvtest::expectThrowKey([&] { qvNull(N); }, "Non_finite_constraint_coefficients");
   EXPECT_EQ(e.detail("Row"), "1");
   EXPECT_EQ(e.detail("Column"), "2");
   Sparse I;
