@@ -1,12 +1,15 @@
 #pragma once
 // Oracles shared by the sparse tests: a dense matrix built in lockstep with
-// the triplets, and a straightforward model of first-appearance assembly.
+// the triplets, a straightforward model of first-appearance assembly, and
+// conversions of sparse results to dense arrays.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <complex>
+#include <initializer_list>
 #include <map>
 #include <random>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -26,20 +29,53 @@ struct Dense {
   const T& operator()(size_t i, size_t j) const { return a[i + j * m]; }
 };
 
-/// The stored matrix of A as a dense one (stored duplicates summed).
+template <class T>
+const T* values(const qvarray::Sparse& A) {
+  if constexpr (std::is_same_v<T, double>)
+    return A.getDoubleVal();
+  else
+    return A.getDcmplxVal();
+}
+
+/// The stored matrix of A as a dense one (stored duplicates summed); a real
+/// A may be read as a complex matrix.
 template <class T>
 Dense<T> toDense(const qvarray::Sparse& A) {
   Dense<T> D(A.getM(), A.getN());
   const size_t* cp = A.getColPtr();
   const size_t* row = A.getRow();
   for (size_t j = 0; j < A.getN(); ++j)
-    for (size_t p = cp[j]; p < cp[j + 1]; ++p) {
-      if constexpr (std::is_same_v<T, double>)
-        D(row[p], j) += A.getDoubleVal()[p];
-      else
-        D(row[p], j) += A.getDcmplxVal()[p];
-    }
+    for (size_t p = cp[j]; p < cp[j + 1]; ++p)
+      D(row[p], j) += A.isReal() ? T(A.getDoubleVal()[p]) : T(values<T>(A)[p]);
   return D;
+}
+
+/// The same as a qvarray::Array, for the dense linear-algebra oracles.
+template <class T>
+Array<T, 2> toArray(const qvarray::Sparse& A) {
+  const auto D = toDense<T>(A);
+  Array<T, 2> M(D.m, D.n);
+  std::copy(D.a.begin(), D.a.end(), M.begin());
+  return M;
+}
+
+template <class T>
+Array<T, 1> toArray(const qvarray::Vector& v) {
+  Array<T, 1> a(v.size());
+  for (size_t i = 0; i < v.size(); ++i) {
+    if constexpr (std::is_same_v<T, double>)
+      a[i] = v.get(i).real();
+    else
+      a[i] = v.get(i);
+  }
+  return a;
+}
+
+/// An index array with the given entries.
+inline Array<size_t, 1> sizes(std::initializer_list<size_t> v) {
+  Array<size_t, 1> a(v.size());
+  std::copy(v.begin(), v.end(), a.data);
+  return a;
 }
 
 /// Triplets and their expected assembly, built side by side.
@@ -60,14 +96,6 @@ struct Triplets {
     for (size_t k = 0; k < size(); ++k) D(rows[k], cols[k]) += values[k];
     return D;
   }
-  void shuffle(unsigned seed) {
-    std::vector<size_t> perm(size());
-    for (size_t k = 0; k < perm.size(); ++k) perm[k] = k;
-    std::shuffle(perm.begin(), perm.end(), std::mt19937(seed));
-    Triplets t(m, n);
-    for (size_t k : perm) t.add(rows[k], cols[k], values[k]);
-    *this = t;
-  }
   qvarray::Sparse assemble() const {
     qvarray::Sparse A;
     A.vectorTripletToSparse(rows, cols, values, m, n);
@@ -75,56 +103,29 @@ struct Triplets {
   }
 };
 
-/// Expected compressed columns of first-appearance assembly: per column the
-/// distinct rows in order of first appearance, values summed in input order.
+/// A's arrays against first-appearance assembly of t, bit for bit: per column
+/// the distinct rows in order of first appearance, values summed in input order.
 template <class T>
-struct Model {
-  std::vector<size_t> colptr, row;
-  std::vector<T> value;
-};
-
-template <class T>
-Model<T> model(const Triplets<T>& t) {
+void expectModel(const qvarray::Sparse& A, const Triplets<T>& t) {
   std::vector<std::vector<std::pair<size_t, T>>> columns(t.n);
-  std::map<std::pair<size_t, size_t>, size_t> where;  // (row, col) -> slot in its column
+  std::map<std::pair<size_t, size_t>, size_t> slot;  // (row, col) -> place in its column
   for (size_t k = 0; k < t.size(); ++k) {
-    const auto key = std::make_pair(t.rows[k], t.cols[k]);
-    auto it = where.find(key);
-    if (it == where.end()) {
-      where.emplace(key, columns[t.cols[k]].size());
-      columns[t.cols[k]].emplace_back(t.rows[k], t.values[k]);
-    } else {
-      columns[t.cols[k]][it->second].second += t.values[k];
-    }
+    auto& column = columns[t.cols[k]];
+    const auto [it, fresh] = slot.try_emplace({t.rows[k], t.cols[k]}, column.size());
+    if (fresh)
+      column.emplace_back(t.rows[k], t.values[k]);
+    else
+      column[it->second].second += t.values[k];
   }
-  Model<T> md;
-  md.colptr.push_back(0);
-  for (const auto& c : columns) {
-    for (const auto& [r, v] : c) {
-      md.row.push_back(r);
-      md.value.push_back(v);
+  ASSERT_EQ(A.getNnz(), slot.size());
+  size_t p = 0;
+  for (size_t j = 0; j < t.n; ++j) {
+    for (const auto& [r, v] : columns[j]) {
+      ASSERT_EQ(A.getRow()[p], r) << p;
+      ASSERT_EQ(values<T>(A)[p], v) << p;
+      ++p;
     }
-    md.colptr.push_back(md.row.size());
-  }
-  return md;
-}
-
-template <class T>
-const T* values(const qvarray::Sparse& A) {
-  if constexpr (std::is_same_v<T, double>)
-    return A.getDoubleVal();
-  else
-    return A.getDcmplxVal();
-}
-
-/// Bit-exact comparison of A's arrays with the model.
-template <class T>
-void expectModel(const qvarray::Sparse& A, const Model<T>& md) {
-  ASSERT_EQ(A.getNnz(), md.row.size());
-  for (size_t j = 0; j + 1 < md.colptr.size(); ++j) ASSERT_EQ(A.getColPtr()[j + 1], md.colptr[j + 1]) << j;
-  for (size_t p = 0; p < md.row.size(); ++p) {
-    ASSERT_EQ(A.getRow()[p], md.row[p]) << p;
-    ASSERT_EQ(values<T>(A)[p], md.value[p]) << p;
+    ASSERT_EQ(A.getColPtr()[j + 1], p) << j;
   }
 }
 
@@ -133,6 +134,14 @@ void expectDenseEq(const Dense<T>& a, const Dense<T>& b) {
   ASSERT_EQ(a.m, b.m);
   ASSERT_EQ(a.n, b.n);
   for (size_t k = 0; k < a.a.size(); ++k) ASSERT_EQ(a.a[k], b.a[k]) << k;
+}
+
+/// Triplets of an m×n matrix from a list of (row, column, value).
+template <class T>
+Triplets<T> tripletsOf(size_t m, size_t n, std::initializer_list<std::tuple<size_t, size_t, T>> entries) {
+  Triplets<T> t(m, n);
+  for (const auto& [i, j, v] : entries) t.add(i, j, v);
+  return t;
 }
 
 /// A random m×n matrix's triplets with about `count` entries, repeats included.

@@ -27,20 +27,16 @@ Outcome run(std::vector<std::string> args) {
 
 const std::string kFile = std::string(QV_MATRIX_DIR) + "/c.mtx";
 
-TEST(QvtoolSparse, HeaderAndTimes) {
+TEST(QvtoolSparse, HeaderEntriesAndTimes) {
   const Outcome r = run({kFile});
   EXPECT_EQ(r.code, 0);
   EXPECT_EQ(r.out.rfind("Sparse 3-by-3 matrix. Nnz = 7.\nRead time: ", 0), 0u) << r.out;
   EXPECT_NE(r.out.find("\nAssembly time: "), std::string::npos);
-
   const Outcome s = run({"--symmetric", kFile});
   EXPECT_EQ(s.out.rfind("Sparse 3-by-3 matrix. Nnz = 5.\nSymmetric.\nRead time: ", 0), 0u) << s.out;
-}
-
-TEST(QvtoolSparse, PrintsEntries) {
-  const Outcome r = run({kFile, "--print"});
-  EXPECT_EQ(r.code, 0);
-  EXPECT_EQ(r.out.rfind("Sparse 3-by-3 matrix. Nnz = 7.\n"
+  const Outcome p = run({kFile, "--print"});
+  EXPECT_EQ(p.code, 0);
+  EXPECT_EQ(p.out.rfind("Sparse 3-by-3 matrix. Nnz = 7.\n"
                         "    Row    Col               Value\n"
                         "      0      0               (1,0)\n"
                         "      2      0              (2,-1)\n"
@@ -52,7 +48,7 @@ TEST(QvtoolSparse, PrintsEntries) {
                         "Read time: ",
                         0),
             0u)
-      << r.out;
+      << p.out;
 }
 
 TEST(QvtoolSparse, Failures) {
