@@ -36,6 +36,8 @@ class QVARRAY_API SparseBase {
 
   /// Writes the text form (see outputImpl) to `os`.
   friend QVARRAY_API std::ostream& operator<<(std::ostream& os, const SparseBase& A);
+  /// The relaxation steps (sparserelax.h) reach the protected slots through it.
+  friend struct SparseRelaxAccess;
 
  protected:
   // ---- text output, products and relaxation -------------------------------

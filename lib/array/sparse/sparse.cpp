@@ -255,7 +255,7 @@ Sparse& Sparse::setSymm(Symm_t symm) {
   return *this;
 }
 
-// ---- operations provided by the product, relaxation and algebra modules ---------
+// ---- operations provided by the product and algebra modules ----------------------
 
 Vector Sparse::AMulxImpl(const Vector&, Trans_t) const { notYetAvailable(__LINE__, "AMulx"); }
 void Sparse::mulVecImpl(Vector&, const Vector&, Trans_t) const {
@@ -269,33 +269,6 @@ Vector& Sparse::yPlusAMulxImpl(Vector&, const Matrix&, Trans_t, size_t) const {
 }
 Vector& Sparse::yMinusAMulxImpl(Vector&, const Vector&, Trans_t) const {
   notYetAvailable(__LINE__, "yMinusAMulx");
-}
-int Sparse::JacobiItsImpl(Vector&, Vector&, double) const { notYetAvailable(__LINE__, "JacobiIts"); }
-int Sparse::SORItImpl(Vector&, Vector&, double, bool) const { notYetAvailable(__LINE__, "SORIt"); }
-int Sparse::SORItImpl(Vector&, Vector&, double, bool, const Array<size_t, 1>&) const {
-  notYetAvailable(__LINE__, "SORIt");
-}
-int Sparse::SORItImpl(Vector&, Vector&, double, bool, const Array<size_t, 1>&,
-                      const Array<size_t, 1>&, const Array<size_t, 1>&) const {
-  notYetAvailable(__LINE__, "SORIt");
-}
-int Sparse::SORUpdaterImpl(Vector&, double, bool) const { notYetAvailable(__LINE__, "SORUpdater"); }
-int Sparse::SORUpdaterImpl(Vector&, double, bool, const Array<size_t, 1>&) const {
-  notYetAvailable(__LINE__, "SORUpdater");
-}
-int Sparse::SORUpdaterImpl(Vector&, double, bool, const Array<size_t, 1>&, const Array<size_t, 1>&,
-                           const Array<size_t, 1>&) const {
-  notYetAvailable(__LINE__, "SORUpdater");
-}
-int Sparse::SORItUpdaterImpl(Vector&, Vector&, double, bool) const {
-  notYetAvailable(__LINE__, "SORItUpdater");
-}
-int Sparse::SORItUpdaterImpl(Vector&, Vector&, double, bool, const Array<size_t, 1>&) const {
-  notYetAvailable(__LINE__, "SORItUpdater");
-}
-int Sparse::SORItUpdaterImpl(Vector&, Vector&, double, bool, const Array<size_t, 1>&,
-                             const Array<size_t, 1>&, const Array<size_t, 1>&) const {
-  notYetAvailable(__LINE__, "SORItUpdater");
 }
 Sparse& Sparse::rowscale(const Vector&) { notYetAvailable(__LINE__, "rowscale"); }
 Sparse& Sparse::rowscaleInv(const Vector&) { notYetAvailable(__LINE__, "rowscaleInv"); }
