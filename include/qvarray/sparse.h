@@ -16,6 +16,7 @@
 //
 // Not thread-safe for writing: a handle must not be changed while another
 // thread reads it. Storage shared between handles is only read.
+#include <atomic>
 #include <complex>
 #include <cstdint>
 #include <iosfwd>
@@ -36,7 +37,10 @@ class QVARRAY_API Sparse : public SparseBase {
   /// The real 0×0 matrix.
   Sparse();
   /// Shares B's storage and auxiliary data.
-  Sparse(const Sparse& B) = default;
+  Sparse(const Sparse& B);
+  /// Takes a ready storage object (consistent, see llsparse.h) as the matrix.
+  explicit Sparse(std::shared_ptr<llsparse<double>> store);
+  explicit Sparse(std::shared_ptr<llsparse<std::complex<double>>> store);
   Sparse& operator=(const Sparse& B);
   Sparse& operator=(const SparseBase& B) override;
   ~Sparse() override;
@@ -71,6 +75,9 @@ class QVARRAY_API Sparse : public SparseBase {
   /// Marks the matrix as a block of a larger one whose first stored row and
   /// column are the given offsets; stored row indices are then global.
   Sparse& setOffsets(size_t firstRow, size_t firstColumn);
+  /// True for a block of a larger matrix (a non-zero row or column offset):
+  /// the products then skip their size check.
+  bool isPartial() const { return getFirstRow() != 0 || getFirstColumn() != 0; }
 
   // ---- copy on write and auxiliary data ------------------------------------
 
@@ -80,8 +87,23 @@ class QVARRAY_API Sparse : public SparseBase {
   void uniqueZ();
   /// Drops the parallel-product data and the external representation.
   void clearAuxData();
-  bool hasParallelData() const { return hasParallelData_; }
+  bool hasParallelData() const { return hasParallelData_.load(std::memory_order_acquire); }
   bool hasExtData() const { return hasExtData_; }
+
+  /// The parallel-product data of the storage in use (parallelsparse.h),
+  /// built when absent. The build is guarded: threads that make a first
+  /// parallel call on one matrix at once get the same data. Valid until the
+  /// matrix changes (every change drops it).
+  std::shared_ptr<const ParallelSparse> setParallelData() const;
+  /// The parallel-product data when built, else null.
+  std::shared_ptr<const ParallelSparse> getParallelData() const;
+  /// Attaches an external representation of the current matrix
+  /// (externalsparse.h); any change of the matrix drops it.
+  void attachExtData(std::shared_ptr<ExternalSparse> ext);
+  std::shared_ptr<ExternalSparse> getExtData() const { return extData_; }
+  /// Sets up the attached external representation for a product (its
+  /// setUp); returns whether it is there and usable.
+  bool setExtData() const;
 
   // ---- sizes and raw storage -------------------------------------------------
 
@@ -190,12 +212,16 @@ class QVARRAY_API Sparse : public SparseBase {
   decltype(auto) visit(F&& f) const;
   template <class F>
   decltype(auto) visitMutable(F&& f);
+  // Multiplies (or divides) the values by d[row − first row] (rows) or d[column].
+  Sparse& scaleByVector(const Vector& d, bool rows, bool divides);
 
   std::shared_ptr<dstore> dsp_;
   std::shared_ptr<zstore> zsp_;
   bool real_ = true;
-  std::shared_ptr<ParallelSparse> parallelData_;
-  bool hasParallelData_ = false;
+  // A cache of the const products: written once under a lock, published by
+  // the flag (release), read after the flag (acquire).
+  mutable std::shared_ptr<ParallelSparse> parallelData_;
+  mutable std::atomic<bool> hasParallelData_{false};
   std::shared_ptr<ExternalSparse> extData_;
   bool hasExtData_ = false;
 };

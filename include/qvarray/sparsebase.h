@@ -28,6 +28,16 @@
 namespace qvarray {
 
 class Matrix;  // dense matrix of several right-hand sides (matriximpl.h)
+class SparseBase;
+
+// The products on the interface (sparseproducts.h); each forwards to the
+// matrix's virtual operation of the same name with the suffix Impl.
+QVARRAY_API Vector& yPlusAMulx(Vector& y, const SparseBase& A, const Vector& x, Trans_t t);
+QVARRAY_API Vector& yPlusAMulx(Vector& y, const SparseBase& A, const Matrix& X, Trans_t t,
+                               size_t k);
+QVARRAY_API Vector& yMinusAMulx(Vector& y, const SparseBase& A, const Vector& x, Trans_t t);
+QVARRAY_API Vector AMulx(const SparseBase& A, const Vector& x, Trans_t t);
+QVARRAY_API void mulVec(Vector& y, const SparseBase& A, const Vector& x, Trans_t t);
 
 class QVARRAY_API SparseBase {
  public:
@@ -36,6 +46,12 @@ class QVARRAY_API SparseBase {
 
   /// Writes the text form (see outputImpl) to `os`.
   friend QVARRAY_API std::ostream& operator<<(std::ostream& os, const SparseBase& A);
+  friend Vector& yPlusAMulx(Vector& y, const SparseBase& A, const Vector& x, Trans_t t);
+  friend Vector& yPlusAMulx(Vector& y, const SparseBase& A, const Matrix& X, Trans_t t,
+                            size_t k);
+  friend Vector& yMinusAMulx(Vector& y, const SparseBase& A, const Vector& x, Trans_t t);
+  friend Vector AMulx(const SparseBase& A, const Vector& x, Trans_t t);
+  friend void mulVec(Vector& y, const SparseBase& A, const Vector& x, Trans_t t);
   /// The relaxation steps (sparserelax.h) reach the protected slots through it.
   friend struct SparseRelaxAccess;
 

@@ -263,9 +263,6 @@ TEST(SparseHandle, UnavailableOperations) {
                          "Internal_error_sparse_base");
   qvtest::expectThrowKey([&] { (void)A.isEqual(bare, 0, qvarray::NoTrans); },
                          "Internal_error_sparse_base");
-  e = qvtest::expectThrowKey([&] { A.makeSymmetric(qvarray::Trans); }, "Internal_error_sparse_base",
-                             "makeSymmetric is not available yet.");
-  EXPECT_EQ(e.module(), "sparse");
   qvtest::expectThrowKey([&] { A.setSymm(static_cast<qvarray::Symm_t>(4)); }, "Internal_error_sparse",
                          "Invalid symmetry mode.");
   qvtest::expectThrowKey([&] { A.format(static_cast<qvarray::Form_t>(2), false); },

@@ -43,18 +43,30 @@ std::shared_ptr<llsparse<T>> compressed(const size_t* rowIndex, size_t nRowIndex
   return store;
 }
 
-[[noreturn]] void notYetAvailable(int line, const char* operation) {
-  // The products, relaxation sweeps and matrix algebra are provided by their
-  // own modules; until then the handle reports them as unavailable.
-  throw qvbase::Exception(sparsedetail::kModule, line, "Internal_error_sparse_base",
-                          std::string(operation) + " is not available yet.");
-}
-
 }  // namespace
 
 // ---- handle -------------------------------------------------------------------
 
 Sparse::Sparse() : dsp_(std::make_shared<dstore>()) {}
+
+Sparse::Sparse(std::shared_ptr<dstore> store) { adopt(std::move(store)); }
+
+Sparse::Sparse(std::shared_ptr<zstore> store) { adopt(std::move(store)); }
+
+// The parallel data of B is taken only when published (flag first), so that
+// copying a matrix whose data another thread is building is safe.
+Sparse::Sparse(const Sparse& B)
+    : SparseBase(B),
+      dsp_(B.dsp_),
+      zsp_(B.zsp_),
+      real_(B.real_),
+      extData_(B.extData_),
+      hasExtData_(B.hasExtData_) {
+  if (B.hasParallelData_.load(std::memory_order_acquire)) {
+    parallelData_ = B.parallelData_;
+    hasParallelData_.store(true, std::memory_order_release);
+  }
+}
 
 Sparse::~Sparse() = default;
 
@@ -63,8 +75,9 @@ Sparse& Sparse::operator=(const Sparse& B) {
     dsp_ = B.dsp_;
     zsp_ = B.zsp_;
     real_ = B.real_;
-    parallelData_ = B.parallelData_;
-    hasParallelData_ = B.hasParallelData_;
+    const bool hasData = B.hasParallelData_.load(std::memory_order_acquire);
+    parallelData_ = hasData ? B.parallelData_ : nullptr;
+    hasParallelData_.store(hasData, std::memory_order_release);
     extData_ = B.extData_;
     hasExtData_ = B.hasExtData_;
   }
@@ -100,8 +113,8 @@ void Sparse::uniqueZ() {
 }
 
 void Sparse::clearAuxData() {
+  hasParallelData_.store(false, std::memory_order_release);
   parallelData_.reset();
-  hasParallelData_ = false;
   extData_.reset();
   hasExtData_ = false;
 }
@@ -254,30 +267,5 @@ Sparse& Sparse::setSymm(Symm_t symm) {
   if (getSymm() != symm) visitMutable([&](auto& s) { s.symm = symm; });
   return *this;
 }
-
-// ---- operations provided by the product and algebra modules ----------------------
-
-Vector Sparse::AMulxImpl(const Vector&, Trans_t) const { notYetAvailable(__LINE__, "AMulx"); }
-void Sparse::mulVecImpl(Vector&, const Vector&, Trans_t) const {
-  notYetAvailable(__LINE__, "mulVec");
-}
-Vector& Sparse::yPlusAMulxImpl(Vector&, const Vector&, Trans_t) const {
-  notYetAvailable(__LINE__, "yPlusAMulx");
-}
-Vector& Sparse::yPlusAMulxImpl(Vector&, const Matrix&, Trans_t, size_t) const {
-  notYetAvailable(__LINE__, "yPlusAMulx");
-}
-Vector& Sparse::yMinusAMulxImpl(Vector&, const Vector&, Trans_t) const {
-  notYetAvailable(__LINE__, "yMinusAMulx");
-}
-Sparse& Sparse::rowscale(const Vector&) { notYetAvailable(__LINE__, "rowscale"); }
-Sparse& Sparse::rowscaleInv(const Vector&) { notYetAvailable(__LINE__, "rowscaleInv"); }
-Sparse& Sparse::colscale(const Vector&) { notYetAvailable(__LINE__, "colscale"); }
-Sparse& Sparse::colscaleInv(const Vector&) { notYetAvailable(__LINE__, "colscaleInv"); }
-Sparse& Sparse::makeSymmetric(Trans_t) { notYetAvailable(__LINE__, "makeSymmetric"); }
-Sparse& Sparse::uniqueSymmetric() { notYetAvailable(__LINE__, "uniqueSymmetric"); }
-Sparse& Sparse::mulRight(const SparseBase&, Trans_t, bool) { notYetAvailable(__LINE__, "mulRight"); }
-Sparse& Sparse::multLeft(const SparseBase&, Trans_t, bool) { notYetAvailable(__LINE__, "multLeft"); }
-Sparse& Sparse::addMat(dcomplex, const SparseBase&, bool) { notYetAvailable(__LINE__, "addMat"); }
 
 }  // namespace qvarray

@@ -1,0 +1,204 @@
+// ParallelSparse: the per-pattern data of the parallel kernels, its guarded
+// build, and the parallel products (see parallelsparse.h for the design).
+#include "qvarray/parallelsparse.h"
+
+#include <omp.h>
+
+#include <algorithm>
+
+#include "qvutil/parallel.h"
+#include "sparse/sparseimpl.h"
+#include "sparse/sparseproductimpl.h"
+#include "sparse/spmvkernels.h"
+
+namespace qvarray {
+
+namespace {
+
+using dcomplex = std::complex<double>;
+
+// The identity of A's values: with the pattern version it tells whether data
+// was made for A's storage as it is (a value change always drops the data).
+const void* valueIdentity(const Sparse& A) {
+  return A.isReal() ? static_cast<const void*>(A.getDoubleVal())
+                    : static_cast<const void*>(A.getDcmplxVal());
+}
+
+// The stored matrix in compressed rows: count the entries of each row, turn
+// the counts into row starts, then scatter each column's entries into their
+// rows; columns are visited in order, so columns ascend within a row.
+template <class T>
+void buildRows(const llsparse<T>& s, ParallelSparse::RowCompressed& rc, Array<T, 1>& values) {
+  Array<size_t, 1> rowptr(s.m + 1), col(s.nnz), next(s.m);
+  Array<T, 1> v(s.nnz);
+  rowptr.fill(0);
+  for (size_t p = 0; p < s.nnz; ++p) ++rowptr[s.row[p] + 1];
+  for (size_t r = 0; r < s.m; ++r) rowptr[r + 1] += rowptr[r];
+  std::copy(rowptr.data, rowptr.data + s.m, next.data);
+  for (size_t j = 0; j < s.n; ++j)
+    for (size_t p = s.colptr[j]; p < s.colptr[j + 1]; ++p) {
+      const size_t q = next[s.row[p]]++;
+      col[q] = j;
+      v[q] = s.value[p];
+    }
+  rc.rowptr = std::move(rowptr);
+  rc.col = std::move(col);
+  values = std::move(v);
+}
+
+}  // namespace
+
+// ---- ParallelSparse -------------------------------------------------------------
+
+ParallelSparse::ParallelSparse(const Sparse& A)
+    : version_(A.getRowColptrVersion()), storage_(valueIdentity(A)) {}
+
+ParallelSparse::~ParallelSparse() = default;
+
+bool ParallelSparse::fits(const Sparse& A) const {
+  return version_ == A.getRowColptrVersion() && storage_ == valueIdentity(A);
+}
+
+qvbase::NestedLock& ParallelSparse::buildLock() {
+  static qvbase::NestedLock lock;
+  return lock;
+}
+
+const ParallelSparse::RowCompressed& ParallelSparse::rowCompressed(const Sparse& A) const {
+  if (!rowsReady_.load(std::memory_order_acquire)) {
+    qvbase::LockHandler guard(buildLock());
+    if (!rowsReady_.load(std::memory_order_acquire)) {
+      if (A.isReal())
+        buildRows(*A.getptrD(), rows_, rows_.dvalue);
+      else
+        buildRows(*A.getptrZ(), rows_, rows_.zvalue);
+      rowsReady_.store(true, std::memory_order_release);
+    }
+  }
+  return rows_;
+}
+
+size_t ParallelSparse::memoryBytes() const {
+  if (!hasRowCompressed()) return 0;
+  return (rows_.rowptr.count + rows_.col.count) * sizeof(size_t) +
+         rows_.dvalue.count * sizeof(double) + rows_.zvalue.count * sizeof(dcomplex);
+}
+
+size_t ParallelSparse::columnSplit(const size_t* colptr, size_t n, size_t part, size_t parts) {
+  return split(n, part, parts, [colptr](size_t j) { return colptr[j] + j; });
+}
+
+// ---- Sparse's handle on its parallel data ----------------------------------------
+
+std::shared_ptr<const ParallelSparse> Sparse::setParallelData() const {
+  if (hasParallelData_.load(std::memory_order_acquire) && parallelData_->fits(*this))
+    return parallelData_;
+  qvbase::LockHandler guard(ParallelSparse::buildLock());
+  // Another thread may have built it while this one waited.
+  if (!hasParallelData_.load(std::memory_order_acquire) || !parallelData_->fits(*this)) {
+    auto data = std::make_shared<ParallelSparse>(*this);
+    parallelData_ = std::move(data);
+    hasParallelData_.store(true, std::memory_order_release);
+  }
+  return parallelData_;
+}
+
+std::shared_ptr<const ParallelSparse> Sparse::getParallelData() const {
+  if (!hasParallelData_.load(std::memory_order_acquire)) return nullptr;
+  return parallelData_;
+}
+
+// ---- the parallel products --------------------------------------------------------
+
+namespace spmv {
+
+namespace {
+
+template <class T>
+const T* rowValues(const ParallelSparse::RowCompressed& rc) {
+  if constexpr (std::is_same_v<T, double>)
+    return rc.dvalue.data;
+  else
+    return rc.zvalue.data;
+}
+
+// op(S)·x on the team of AVAILABLETHREADS() threads; each thread writes only
+// the y entries of its own index range (see parallelsparse.h).
+template <class TA, class TX, class TY>
+void storageProduct(const Sparse& A, const llsparse<TA>& s, const TX* x, TY* y, Trans_t t,
+                    bool minus) {
+  constexpr bool kComplex = !std::is_same_v<TA, double>;
+  const Plan plan = planFor(s.symm, t);
+  const std::shared_ptr<const ParallelSparse> data = A.setParallelData();
+  const ParallelSparse::RowCompressed* rc =
+      plan.form == Form::Gather ? nullptr : &data->rowCompressed(A);
+  const size_t* cp = s.colptr.data;
+  const size_t m = s.m, n = s.n, off = s.firstRow;
+  const size_t firstStored = std::min(off, m);  // rows below the offset are not addressed
+  withFlags(kComplex && plan.conjA, kComplex && plan.conjB, minus, [&](auto CA, auto CB, auto SUB) {
+#pragma omp parallel num_threads(AVAILABLETHREADS())
+    {
+      const size_t parts = static_cast<size_t>(omp_get_num_threads());
+      const size_t part = static_cast<size_t>(omp_get_thread_num());
+      switch (plan.form) {
+        case Form::Gather: {
+          const size_t c0 = ParallelSparse::columnSplit(cp, n, part, parts);
+          const size_t c1 = ParallelSparse::columnSplit(cp, n, part + 1, parts);
+          gatherColumns<CA(), SUB()>(cp, s.row, s.value, off, c0, c1, x, y);
+          break;
+        }
+        case Form::Scatter: {
+          const size_t* rp = rc->rowptr.data;
+          const size_t base = rp[firstStored];
+          auto weight = [&](size_t i) { return rp[firstStored + i] - base + i; };
+          const size_t count = m - firstStored;
+          const size_t r0 = firstStored + ParallelSparse::split(count, part, parts, weight);
+          const size_t r1 = firstStored + ParallelSparse::split(count, part + 1, parts, weight);
+          gatherRows<CA(), SUB()>(rp, rc->col.data, rowValues<TA>(*rc), off, r0, r1, x, y);
+          break;
+        }
+        case Form::Symmetric: {
+          // Index i covers stored column i and stored row i + off.
+          const size_t* rp = rc->rowptr.data;
+          const size_t count = std::max(n, m - firstStored);
+          const size_t base = rp[firstStored];
+          auto weight = [&](size_t i) {
+            return cp[std::min(i, n)] + (rp[std::min(i + off, m)] - base) + i;
+          };
+          const size_t i0 = ParallelSparse::split(count, part, parts, weight);
+          const size_t i1 = ParallelSparse::split(count, part + 1, parts, weight);
+          symmetricIndices<CA(), CB(), SUB()>(cp, s.row, s.value, n, rp, rc->col.data,
+                                              rowValues<TA>(*rc), m, off, i0, i1, x, y);
+          break;
+        }
+      }
+    }
+  });
+}
+
+}  // namespace
+
+void parallelProduct(const Sparse& A, const ConstVec& x, const MutVec& y, Trans_t t, bool minus) {
+  if (A.isReal()) {
+    const llsparse<double>& s = *A.getptrD();
+    if (!y.complex) {
+      if (x.complex) QV_SPARSE_THROW("Internal_error_sparse", "Complex product into a real vector.");
+      storageProduct(A, s, x.d, y.d, t, minus);
+    } else if (!x.complex) {
+      storageProduct(A, s, x.d, y.z, t, minus);
+    } else {
+      storageProduct(A, s, x.z, y.z, t, minus);
+    }
+    return;
+  }
+  if (!y.complex) QV_SPARSE_THROW("Internal_error_sparse", "Complex product into a real vector.");
+  const llsparse<dcomplex>& s = *A.getptrZ();
+  if (x.complex)
+    storageProduct(A, s, x.z, y.z, t, minus);
+  else
+    storageProduct(A, s, x.d, y.z, t, minus);
+}
+
+}  // namespace spmv
+
+}  // namespace qvarray

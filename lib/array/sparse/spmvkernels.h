@@ -1,0 +1,224 @@
+#pragma once
+// The storage kernels of the sparse matrix–vector products, shared by the
+// serial path (one call over all columns) and the parallel path (one call per
+// thread over its own range).
+//
+// Notation: column j holds the entries p = colptr[j] … colptr[j+1] − 1 with
+// row index row[p] and value v[p]; `off` is the first-row offset, subtracted
+// from a row index before it indexes a vector. Template flags: Conj uses
+// conj(v) (complex storage only), Sub subtracts the contribution instead of
+// adding it. TA, TX, TY are the value types of the matrix, x and y; TS, the
+// type of a product v·x, is complex when either factor is.
+#include <complex>
+#include <cstddef>
+#include <type_traits>
+
+#include "qvarray/sparsemodes.h"
+#include "qvarray/trans.h"
+
+namespace qvarray::spmv {
+
+using dcomplex = std::complex<double>;
+
+template <bool C, class T>
+inline T cj(const T& v) {
+  if constexpr (C && !std::is_same_v<T, double>)
+    return std::conj(v);
+  else
+    return v;
+}
+
+// Products written out: the library's complex multiplication adds a call for
+// its infinity/NaN recovery, which the kernels do not want per entry.
+inline double mul(double a, double b) { return a * b; }
+inline dcomplex mul(double a, const dcomplex& b) { return {a * b.real(), a * b.imag()}; }
+inline dcomplex mul(const dcomplex& a, double b) { return {a.real() * b, a.imag() * b}; }
+inline dcomplex mul(const dcomplex& a, const dcomplex& b) {
+  return {a.real() * b.real() - a.imag() * b.imag(), a.real() * b.imag() + a.imag() * b.real()};
+}
+
+template <class TA, class TX>
+using ProductType = decltype(mul(TA{}, TX{}));
+
+template <bool Sub, class T, class U>
+inline void accumulate(T& y, const U& v) {
+  if constexpr (Sub)
+    y -= v;
+  else
+    y += v;
+}
+
+// y[row[p] − off] ±= v[p]·x[j] for j in [c0, c1): the column (axpy) form,
+// unrolled by four, x[j] loaded once per column.
+template <bool Conj, bool Sub, class TA, class TX, class TY>
+void scatterColumns(const size_t* colptr, const size_t* row, const TA* v, size_t off, size_t c0,
+                    size_t c1, const TX* __restrict x, TY* __restrict y) {
+  for (size_t j = c0; j < c1; ++j) {
+    const TX xj = x[j];
+    size_t p = colptr[j];
+    const size_t end = colptr[j + 1];
+    for (; p + 4 <= end; p += 4) {
+      accumulate<Sub>(y[row[p] - off], mul(cj<Conj>(v[p]), xj));
+      accumulate<Sub>(y[row[p + 1] - off], mul(cj<Conj>(v[p + 1]), xj));
+      accumulate<Sub>(y[row[p + 2] - off], mul(cj<Conj>(v[p + 2]), xj));
+      accumulate<Sub>(y[row[p + 3] - off], mul(cj<Conj>(v[p + 3]), xj));
+    }
+    for (; p < end; ++p) accumulate<Sub>(y[row[p] - off], mul(cj<Conj>(v[p]), xj));
+  }
+}
+
+// Σ v[p]·x[idx[p] − off] over p in [begin, end) with four partial sums,
+// combined as (s0 + s1) + (s2 + s3): a fixed order, hence fixed bits.
+template <bool Conj, class TA, class TX>
+inline ProductType<TA, TX> dot(const size_t* idx, const TA* v, size_t off, size_t begin,
+                               size_t end, const TX* __restrict x) {
+  using TS = ProductType<TA, TX>;
+  TS s0(0), s1(0), s2(0), s3(0);
+  size_t p = begin;
+  for (; p + 4 <= end; p += 4) {
+    s0 += mul(cj<Conj>(v[p]), x[idx[p] - off]);
+    s1 += mul(cj<Conj>(v[p + 1]), x[idx[p + 1] - off]);
+    s2 += mul(cj<Conj>(v[p + 2]), x[idx[p + 2] - off]);
+    s3 += mul(cj<Conj>(v[p + 3]), x[idx[p + 3] - off]);
+  }
+  for (; p < end; ++p) s0 += mul(cj<Conj>(v[p]), x[idx[p] - off]);
+  return (s0 + s1) + (s2 + s3);
+}
+
+// y[j] ±= Σ_p v[p]·x[row[p] − off] for j in [c0, c1): the dot-product form.
+template <bool Conj, bool Sub, class TA, class TX, class TY>
+void gatherColumns(const size_t* colptr, const size_t* row, const TA* v, size_t off, size_t c0,
+                   size_t c1, const TX* __restrict x, TY* __restrict y) {
+  for (size_t j = c0; j < c1; ++j)
+    accumulate<Sub>(y[j], dot<Conj>(row, v, off, colptr[j], colptr[j + 1], x));
+}
+
+// The symmetric modes, one pass per column: the column update
+// y[row[p] − off] ±= v'[p]·x[j] and the mirrored row sum
+// s += v''[p]·x[row[p] − off] (v' = conj(v) with ConjS, v'' with ConjG). y[j]
+// is saved and zeroed first and finally becomes saved ± s plus what the
+// column updates added to it; a diagonal entry is not special-cased, so it
+// acts twice (the storage convention A = S + Sᵀ or S + Sᴴ).
+template <bool ConjS, bool ConjG, bool Sub, class TA, class TX, class TY>
+void symmetricColumns(const size_t* colptr, const size_t* row, const TA* v, size_t off, size_t c0,
+                      size_t c1, const TX* __restrict x, TY* __restrict y) {
+  using TS = ProductType<TA, TX>;
+  for (size_t j = c0; j < c1; ++j) {
+    const TX xj = x[j];
+    const TY saved = y[j];
+    y[j] = TY(0);
+    TS s0(0), s1(0), s2(0), s3(0);
+    size_t p = colptr[j];
+    const size_t end = colptr[j + 1];
+    for (; p + 4 <= end; p += 4) {
+      const size_t r0 = row[p] - off, r1 = row[p + 1] - off;
+      const size_t r2 = row[p + 2] - off, r3 = row[p + 3] - off;
+      accumulate<Sub>(y[r0], mul(cj<ConjS>(v[p]), xj));
+      s0 += mul(cj<ConjG>(v[p]), x[r0]);
+      accumulate<Sub>(y[r1], mul(cj<ConjS>(v[p + 1]), xj));
+      s1 += mul(cj<ConjG>(v[p + 1]), x[r1]);
+      accumulate<Sub>(y[r2], mul(cj<ConjS>(v[p + 2]), xj));
+      s2 += mul(cj<ConjG>(v[p + 2]), x[r2]);
+      accumulate<Sub>(y[r3], mul(cj<ConjS>(v[p + 3]), xj));
+      s3 += mul(cj<ConjG>(v[p + 3]), x[r3]);
+    }
+    for (; p < end; ++p) {
+      const size_t r = row[p] - off;
+      accumulate<Sub>(y[r], mul(cj<ConjS>(v[p]), xj));
+      s0 += mul(cj<ConjG>(v[p]), x[r]);
+    }
+    TY result = saved;
+    accumulate<Sub>(result, (s0 + s1) + (s2 + s3));
+    y[j] = result + y[j];
+  }
+}
+
+// Row-compressed form (stored row r holds q = rowptr[r] … rowptr[r+1] − 1
+// with column col[q], columns ascending): for each non-empty row r in
+// [r0, r1), y[r − off] ±= v[q]·x[col[q]] one entry after the other in column
+// order. This is the order and rounding in which scatterColumns adds into
+// y[r − off], so both give the same bits. Empty rows are not touched.
+template <bool Conj, bool Sub, class TA, class TX, class TY>
+void gatherRows(const size_t* rowptr, const size_t* col, const TA* v, size_t off, size_t r0,
+                size_t r1, const TX* __restrict x, TY* __restrict y) {
+  for (size_t r = r0; r < r1; ++r) {
+    const size_t begin = rowptr[r], end = rowptr[r + 1];
+    if (begin == end) continue;
+    TY a = y[r - off];
+    for (size_t q = begin; q < end; ++q) accumulate<Sub>(a, mul(cj<Conj>(v[q]), x[col[q]]));
+    y[r - off] = a;
+  }
+}
+
+// The symmetric modes from both compressions, for indices i in [i0, i1):
+// y[i] ±= (Σ over stored column i of v''·x[row − off]) + (Σ over stored row
+// i + off of v'·x[col]). Index i is written only when the serial kernel
+// writes it: every column (i < n) and every non-empty stored row.
+template <bool ConjS, bool ConjG, bool Sub, class TA, class TX, class TY>
+void symmetricIndices(const size_t* colptr, const size_t* row, const TA* v, size_t n,
+                      const size_t* rowptr, const size_t* col, const TA* rv, size_t m, size_t off,
+                      size_t i0, size_t i1, const TX* __restrict x, TY* __restrict y) {
+  using TS = ProductType<TA, TX>;
+  for (size_t i = i0; i < i1; ++i) {
+    TS s(0);
+    bool touched = false;
+    if (i < n) {
+      s = dot<ConjG>(row, v, off, colptr[i], colptr[i + 1], x);
+      touched = true;
+    }
+    const size_t r = i + off;
+    if (r < m && rowptr[r] < rowptr[r + 1]) {
+      s += dot<ConjS>(col, rv, 0, rowptr[r], rowptr[r + 1], x);
+      touched = true;
+    }
+    if (touched) accumulate<Sub>(y[i], s);
+  }
+}
+
+// Which loop a product runs and where conjugation goes.
+enum class Form { Scatter, Gather, Symmetric };
+struct Plan {
+  Form form;
+  bool conjA;  // Scatter/Gather: conj(v); Symmetric: conj in the column update
+  bool conjB;  // Symmetric: conj in the mirrored row sum
+};
+
+// The plan of op(A) for storage mode `symm` (t already mapped 2 → 1 for real
+// storage; conjugation flags are meaningless on real values).
+inline Plan planFor(Symm_t symm, Trans_t t) {
+  const bool conj = t == ConjTrans;
+  switch (symm) {
+    case SymmSymmetric:  // A = S + Sᵀ: Aᵀ = A, Aᴴ = conj(S) + conj(S)ᵀ
+      return {Form::Symmetric, conj, conj};
+    case SymmHermitian:  // A = S + Sᴴ: Aᴴ = A, Aᵀ = Sᵀ + conj(S)
+      return t == Trans ? Plan{Form::Symmetric, true, false}
+                        : Plan{Form::Symmetric, false, true};
+    case SymmTransposed:  // A = Sᵀ: A·x gathers, Aᵀ·x and Aᴴ·x scatter
+      return {t == NoTrans ? Form::Gather : Form::Scatter, conj, false};
+    default:
+      return {t == NoTrans ? Form::Scatter : Form::Gather, conj, false};
+  }
+}
+
+// Calls f(std::bool_constant<a>, std::bool_constant<b>, std::bool_constant<c>).
+template <class F>
+void withFlags(bool a, bool b, bool c, F&& f) {
+  auto inner = [&](auto A) {
+    auto mid = [&](auto B) {
+      if (c)
+        f(A, B, std::true_type{});
+      else
+        f(A, B, std::false_type{});
+    };
+    if (b)
+      mid(std::true_type{});
+    else
+      mid(std::false_type{});
+  };
+  if (a)
+    inner(std::true_type{});
+  else
+    inner(std::false_type{});
+}
+
+}  // namespace qvarray::spmv
