@@ -68,12 +68,15 @@
 //
 // Dispatch: JacobiIts runs in parallel when getN() ≥ 10000, the sweeps and
 // updates when getNnz() ≥ 10000, provided AVAILABLETHREADS() > 1; the
-// serial kernels return −1, the parallel ones the number of column blocks.
+// matrix's parallel data is then built if absent (Sparse::setParallelData).
+// The serial kernels return −1, the parallel ones the number of column blocks
+// (AVAILABLETHREADS()).
 // - Parallel JacobiIts is the serial step split by columns: same result.
 // - Parallel SORUpdater computes the same product as the serial one (the
 //   parts that cross block boundaries are read before any block writes).
 // - Parallel SORIt is block SOR: the columns are cut into one contiguous
-//   block per available thread, balanced by stored entries; inside a block
+//   block per available thread, balanced by stored entries (the column split
+//   of the parallel products, parallelsparse.h); inside a block
 //   the sweep is the serial one, between blocks it is Jacobi (couplings to
 //   other blocks are left out of the sweep, the residual r of the entry is
 //   used for them). The result depends on the thread count, never on the
@@ -81,15 +84,17 @@
 // - Parallel SORItUpdater is the block sweep followed by the exact residual
 //   r + A·δ, couplings across blocks included.
 //
-// Preparation: the sweeps need sorted rows and the diagonal index. A matrix
-// not yet in FormSorted is sorted on first use (the handle's own copy of the
-// storage; a new pattern version when an entry moves), which is also when
-// "Matrix_has_zero_on_diagonal" (module "sparse") is raised for a column
-// without a diagonal entry; a stored zero on the diagonal divides by zero.
-// Like the first parallel call, this first call changes the handle: sort a
-// matrix that several threads will relax at once beforehand
-// (setForm(FormSorted)). Once sorted, the serial steps write only the vectors
-// they are given. Errors are raised before any vector changes.
+// Preparation: the steps split each column at its diagonal entry, so they
+// need the rows sorted within each column and the diagonal index: the matrix
+// must be in FormSorted (A.setForm(FormSorted) sorts the rows, builds the
+// index and draws a new pattern version when an entry moves; triplet assembly
+// keeps the rows in the order of first appearance). Another form is refused
+// with "Internal_error_sparse" and a sentence saying so: a relaxation step
+// changes nothing but its vectors, so one matrix can serve several threads
+// at once. A column without its diagonal entry raises
+// "Matrix_has_zero_on_diagonal" (module "sparse", detail ("Column", j)); a
+// stored zero on the diagonal divides by zero. Errors are raised before any
+// vector changes.
 #include <cstddef>
 
 #include "qvarray/array.h"

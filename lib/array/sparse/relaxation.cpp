@@ -52,30 +52,31 @@ size_t missingDiagonals(const Sparse& A) {
   QV_SPARSE_THROW("Matrix_has_zero_on_diagonal", "Column", static_cast<std::int64_t>(j));
 }
 
-// Brings A into FormSorted (rows ascending, diagonal index kept) and checks
-// that every column holds its diagonal entry. An unsorted matrix is sorted in
-// a copy of the handle, which A adopts only when the check passes; the
-// copy-on-write storage leaves other handles of the same storage untouched.
+// The sweeps split each column at its diagonal entry, so they need the rows
+// sorted within each column and the diagonal index, which FormSorted keeps
+// (setForm(FormSorted) sorts and builds it; triplet assembly keeps the order
+// of first appearance). An unsorted matrix is refused rather than sorted here:
+// a relaxation step changes nothing but its vectors, so that one matrix can
+// serve several threads, and the one-off cost of sorting stays visible.
 void prepare(const Sparse& A) {
   if (A.getFirstColumn() < A.getFirstRow())
     QV_SPARSE_THROW("Internal_error_sparse",
                     "The first column of a partial matrix lies before its first row.");
-  if (A.getForm() == FormSorted) {
-    if (missingDiagonals(A)) raiseMissingDiagonal(A);
-    return;
-  }
-  Sparse sorted(A);
-  sorted.format(FormSorted, false);
-  if (missingDiagonals(sorted)) raiseMissingDiagonal(sorted);
-  // The matrix is unchanged in meaning; only its arrangement is.
-  const_cast<Sparse&>(A) = sorted;
+  if (A.getForm() != FormSorted)
+    QV_SPARSE_THROW("Internal_error_sparse",
+                    "Relaxation needs the rows sorted within each column: call setForm(FormSorted) "
+                    "first.");
+  if (missingDiagonals(A)) raiseMissingDiagonal(A);
 }
 
 // Blocks for the parallel path of a sweep or update, 0 for the serial one.
-int parallelBlocks(size_t size, size_t threshold) {
+// The parallel path builds the matrix's parallel data when it is absent.
+int parallelBlocks(const Sparse& A, size_t size, size_t threshold) {
   if (size < threshold) return 0;
   const int threads = AVAILABLETHREADS();
-  return threads > 1 ? threads : 0;
+  if (threads < 2) return 0;
+  (void)A.setParallelData();
+  return threads;
 }
 
 // Calls f(view) on the view of A's storage, real or complex.
@@ -213,7 +214,7 @@ int JacobiIts(const Sparse& A, Vector& x, Vector& r, double omega) {
   checkLength(r, rowSpace(A));
   prepare(A);
   if (!A.isReal() || !r.isReal()) x.makeComplex();
-  const int blocks = parallelBlocks(A.getN(), kParallelColumns);
+  const int blocks = parallelBlocks(A, A.getN(), kParallelColumns);
   return withView(A, [&](const auto& V) {
     auto run = [&](auto* xp, const auto* rp) {
       if constexpr (relax::isComplex<ValueOf<decltype(V)>> &&
@@ -238,7 +239,7 @@ int SORIt(const Sparse& A, Vector& x, Vector& r, double omega, bool backward) {
   checkLength(r, rowSpace(A));
   prepare(A);
   typeSweepVectors(A, x, r);
-  const int blocks = parallelBlocks(A.getNnz(), kParallelNnz);
+  const int blocks = parallelBlocks(A, A.getNnz(), kParallelNnz);
   return withView(A, [&](const auto& V) {
     return withSweepVectors(x, r, [&](auto* xp, auto* rp) {
       if constexpr (relax::isComplex<ValueOf<decltype(V)>> &&
@@ -276,7 +277,7 @@ int SORUpdater(const Sparse& A, Vector& x, double omega, bool flag) {
   checkLength(x, rowSpace(A));
   prepare(A);
   if (!A.isReal()) x.makeComplex();
-  const int blocks = parallelBlocks(A.getNnz(), kParallelNnz);
+  const int blocks = parallelBlocks(A, A.getNnz(), kParallelNnz);
   return withView(A, [&](const auto& V) {
     auto run = [&](auto* xp) {
       if constexpr (relax::isComplex<ValueOf<decltype(V)>> &&
@@ -314,7 +315,7 @@ int SORItUpdater(const Sparse& A, Vector& x, Vector& y, double omega, bool backw
   checkLength(y, rowSpace(A));
   prepare(A);
   typeSweepVectors(A, x, y);
-  const int blocks = parallelBlocks(A.getNnz(), kParallelNnz);
+  const int blocks = parallelBlocks(A, A.getNnz(), kParallelNnz);
   return withView(A, [&](const auto& V) {
     return withSweepVectors(x, y, [&](auto* xp, auto* yp) {
       if constexpr (relax::isComplex<ValueOf<decltype(V)>> &&

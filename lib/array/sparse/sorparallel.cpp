@@ -1,7 +1,7 @@
 // Block-parallel SOR sweeps and updates.
 //
-// The columns are cut into `blocks` contiguous ranges balanced by stored
-// entries; block t owns its columns and the row-space entries of their
+// The columns are cut into `blocks` contiguous ranges of about equal weight
+// (stored entries plus columns, the split of the parallel products); block t owns its columns and the row-space entries of their
 // diagonal rows, the stored rows [lo_t, hi_t) (the first block also owns the
 // rows before, the last the rows after, so that every row has an owner). A
 // block only ever writes the entries it owns, and the blocks are processed by
@@ -28,6 +28,7 @@
 #include <utility>
 #include <vector>
 
+#include "qvarray/parallelsparse.h"
 #include "sparse/relaxkernels.h"
 
 namespace qvarray::relax {
@@ -50,16 +51,9 @@ Blocks partition(const View<TA>& A, int blocks) {
   b.count = static_cast<size_t>(blocks);
   b.col.resize(b.count + 1);
   b.lo.resize(b.count);
-  const size_t nnz = A.colptr[A.n];
   const size_t firstColumn = A.shift + A.firstRow;
-  b.col[0] = 0;
-  for (size_t t = 1; t < b.count; ++t) {
-    const size_t target = nnz / b.count * t + nnz % b.count * t / b.count;
-    const size_t j = static_cast<size_t>(
-        std::lower_bound(A.colptr, A.colptr + A.n + 1, target) - A.colptr);
-    b.col[t] = std::max(b.col[t - 1], std::min(j, A.n));
-  }
-  b.col[b.count] = A.n;
+  for (size_t t = 0; t <= b.count; ++t)
+    b.col[t] = ParallelSparse::columnSplit(A.colptr, A.n, t, b.count);
   b.lo[0] = 0;
   for (size_t t = 1; t < b.count; ++t) b.lo[t] = b.col[t] + firstColumn;
   return b;
