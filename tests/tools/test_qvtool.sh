@@ -74,5 +74,13 @@ for f in west0067.mtx 494_bus.mtx young1c.mtx; do
 done
 check complex-rhs 0 'solving in complex arithmetic' -- "$qvtool" solve "$tmp/D.mtx" "$matrices/c.mtx"
 
+# Poisson: GMRES with symmetric SOR reaches the discrete solution; SOR converges.
+check poisson-2d 0 'discrete solution .*: ok' -- "$qvtool" poisson --n 30 --sor-maxit 3000 --omega 1.8
+check poisson-sor 0 'converged after [0-9]+ iterations .*relative error' -- \
+  "$qvtool" poisson --n 30 --sor-maxit 3000 --omega 1.8
+check poisson-3d 0 'discrete solution .*: ok' -- "$qvtool" poisson --dim 3 --n 12 --symmetric --threads 2
+check poisson-bad 2 'out of range' -- "$qvtool" poisson --omega 2
+check poisson-option 2 "unknown option '--fast'" -- "$qvtool" poisson --fast 1
+
 [[ $failures -eq 0 ]] && echo "all qvtool checks passed" || echo "$failures qvtool checks failed"
 exit $((failures > 0))
