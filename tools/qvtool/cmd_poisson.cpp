@@ -20,10 +20,9 @@
 
 #include "commands.h"
 #include "poissongrid.h"
+#include "relaxoperators.h"
 #include "qvarray/blasruntime.h"
 #include "qvarray/gmres.h"
-#include "qvarray/linearoperator.h"
-#include "qvarray/sparseproducts.h"
 #include "qvarray/sparserelax.h"
 #include "qvutil/parallel.h"
 #include "qvutil/stopwatch.h"
@@ -31,7 +30,6 @@
 
 namespace {
 
-using qvarray::Array;
 using qvarray::Sparse;
 using qvarray::Vector;
 
@@ -49,49 +47,6 @@ void usage(std::FILE* out) {
                "  restart 30, sor-maxit 5000 (0 skips the SOR run).\n"
                "  --symmetric  store the lower triangle with half the diagonal (mode 1)\n");
 }
-
-// y = A·x through the library's product (parallel from 10000 entries on).
-class SparseOperator : public qvarray::LinearOperator {
- public:
-  explicit SparseOperator(const Sparse& A) : A_(A) {}
-  size_t size() const override { return A_.getN(); }
-  bool isReal() const override { return A_.isReal(); }
-
- protected:
-  void applyReal(const Array<double, 1>& x, Array<double, 1>& y) const override {
-    const Vector xv(x);
-    Vector yv(std::move(y));
-    qvarray::mulVec(yv, A_, xv, qvarray::NoTrans);
-    y = std::move(yv.getdArr());
-  }
-
- private:
-  const Sparse& A_;
-};
-
-// z = M⁻¹·v for the symmetric SOR step M: from z = 0 (residual −v) a forward
-// sweep that also updates the residual, then a backward sweep.
-class SsorPreconditioner : public qvarray::LinearOperator {
- public:
-  SsorPreconditioner(const Sparse& A, double omega) : A_(A), omega_(omega) {}
-  size_t size() const override { return A_.getN(); }
-  bool isReal() const override { return true; }
-
- protected:
-  void applyReal(const Array<double, 1>& v, Array<double, 1>& z) const override {
-    Vector r(v);
-    r *= -1.0;
-    Vector zv(std::move(z));
-    zv.setZero();
-    qvarray::SORItUpdater(A_, zv, r, omega_, false);
-    qvarray::SORIt(A_, zv, r, omega_, true);
-    z = std::move(zv.getdArr());
-  }
-
- private:
-  const Sparse& A_;
-  double omega_;
-};
 
 bool parseNumber(const char* text, double& v) {
   char* end = nullptr;
@@ -210,8 +165,8 @@ int cmdPoisson(int argc, char** argv) {
                 sorting);
 
     // GMRES with the symmetric SOR preconditioner.
-    const SparseOperator op(A);
-    const SsorPreconditioner ssor(A, o.omega);
+    const qvtool::SparseOperator op(A);
+    const qvtool::SsorPreconditioner ssor(A, o.omega);
     o.gmres.precond = &ssor;
     Vector x;
     qvutil::Stopwatch gmresClock;
