@@ -31,6 +31,7 @@
 #include "poissongrid.h"
 #include "qvarray/blasruntime.h"
 #include "qvarray/gmres.h"
+#include "qvarray/sparseoperator.h"
 #include "qvarray/sparserelax.h"
 #include "qvutil/parallel.h"
 #include "relaxoperators.h"
@@ -208,7 +209,7 @@ void BM_GmresSsor(benchmark::State& state) {
   Threads t(static_cast<int>(state.range(0)));
   std::optional<qvarray::SerialBlasScope> serialBlas;  // one thread: BLAS too
   if (state.range(0) == 1) serialBlas.emplace();
-  const qvtool::SparseOperator op(A);
+  const qvarray::SparseOperator op(A);
   const qvtool::SsorPreconditioner ssor(A, kOmega);
   qvarray::GmresOptions o;
   o.tol = kTol;

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "producttest.h"
+#include "qvarray/externalsparse.h"
 #include "qvarray/parallelsparse.h"
 #include "qvarray/sparseproducts.h"
 #include "qvtest.h"
@@ -379,6 +380,58 @@ TEST(SparseProducts, PartialMatrixUsesTheRowOffset) {
   Vector p(4);
   qvarray::parallelyPlusAMulx(p, A, x, qvarray::NoTrans);
   expectSameBits(p, y, "parallel partial");
+}
+
+// An external representation that multiplies by the dense matrix and counts
+// its calls.
+class DenseExternal : public qvarray::ExternalSparse {
+ public:
+  DenseExternal(const Sparse& A, bool usable) : D_(represented(A)), usable_(usable) {}
+  bool setUp(const Sparse&) override {
+    ++setUps;
+    return usable_;
+  }
+  void mulAdd(double alpha, const double* x, double* y, Trans_t t) const override {
+    ++products;
+    const Dense<dcomplex> op = applyTrans(D_, t);
+    for (size_t i = 0; i < op.m; ++i)
+      for (size_t j = 0; j < op.n; ++j) y[i] += alpha * op(i, j).real() * x[j];
+  }
+  int setUps = 0;
+  mutable int products = 0;
+
+ private:
+  Dense<dcomplex> D_;
+  bool usable_;
+};
+
+TEST(SparseProducts, ExternalRepresentationTakesTheRealSerialProduct) {
+  Sparse A = randomSparse(30, 20, 150, true, qvarray::SymmNone, 21);
+  auto ext = std::make_shared<DenseExternal>(A, true);
+  A.attachExtData(ext);
+  ASSERT_TRUE(A.hasExtData());
+  const Vector x = randomVector(30, true, 1), y0 = randomVector(20, true, 2);
+  Vector y = y0, expected = y0;
+  qvarray::yMinusAMulx(y, A, x, qvarray::Trans);
+  EXPECT_EQ(ext->products, 1);
+  expectNear(y, denseProduct(applyTrans(represented(A), qvarray::Trans), toComplex(x), toComplex(y0), true),
+             "external");
+  // Complex operands, the parallel path and an unusable representation take
+  // the storage kernel.
+  Vector yz = randomVector(20, false, 3);
+  qvarray::yPlusAMulx(yz, A, x, qvarray::Trans);
+  qvarray::parallelyPlusAMulx(expected, A, x, qvarray::Trans);
+  EXPECT_EQ(ext->products, 1);
+  auto idle = std::make_shared<DenseExternal>(A, false);
+  A.attachExtData(idle);
+  qvarray::yPlusAMulx(expected, A, x, qvarray::Trans);
+  EXPECT_EQ(idle->setUps, 1);
+  EXPECT_EQ(idle->products, 0);
+  // A value change drops the attachment.
+  A.attachExtData(ext);
+  A.scale(2.0);
+  EXPECT_FALSE(A.hasExtData());
+  EXPECT_EQ(A.getExtData(), nullptr);
 }
 
 }  // namespace

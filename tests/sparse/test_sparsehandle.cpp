@@ -263,6 +263,10 @@ TEST(SparseHandle, UnavailableOperations) {
                          "Internal_error_sparse_base");
   qvtest::expectThrowKey([&] { (void)A.isEqual(bare, 0, qvarray::NoTrans); },
                          "Internal_error_sparse_base");
+  Sparse Z;
+  Z.zeros(2, 2, 0, false);
+  e = qvtest::expectThrowKey([&] { Z.sign(); }, "Sign_of_complex_Sparse_not_implemented");
+  EXPECT_EQ(e.module(), "sparse");
   qvtest::expectThrowKey([&] { A.setSymm(static_cast<qvarray::Symm_t>(4)); }, "Internal_error_sparse",
                          "Invalid symmetry mode.");
   qvtest::expectThrowKey([&] { A.format(static_cast<qvarray::Form_t>(2), false); },

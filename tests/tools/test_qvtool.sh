@@ -73,6 +73,8 @@ for f in west0067.mtx 494_bus.mtx young1c.mtx; do
   else echo "FAIL $f"; echo "$out"; failures=$((failures + 1)); fi
 done
 check complex-rhs 0 'solving in complex arithmetic' -- "$qvtool" solve "$tmp/D.mtx" "$matrices/c.mtx"
+check spmv 0 'Effective bandwidth: ' -- "$qvtool" spmv "$matrices/lp_afiro.mtx" --trans --reps 3
+check spmv-usage 2 'usage: qvtool spmv' -- "$qvtool" spmv --threads x "$matrices/c.mtx"
 
 # Poisson: GMRES with symmetric SOR reaches the discrete solution; SOR converges.
 check poisson-2d 0 'discrete solution .*: ok' -- "$qvtool" poisson --n 30 --sor-maxit 3000 --omega 1.8

@@ -23,6 +23,7 @@
 #include "relaxoperators.h"
 #include "qvarray/blasruntime.h"
 #include "qvarray/gmres.h"
+#include "qvarray/sparseoperator.h"
 #include "qvarray/sparserelax.h"
 #include "qvutil/parallel.h"
 #include "qvutil/stopwatch.h"
@@ -165,7 +166,7 @@ int cmdPoisson(int argc, char** argv) {
                 sorting);
 
     // GMRES with the symmetric SOR preconditioner.
-    const qvtool::SparseOperator op(A);
+    const qvarray::SparseOperator op(A);
     const qvtool::SsorPreconditioner ssor(A, o.omega);
     o.gmres.precond = &ssor;
     Vector x;

@@ -9,4 +9,5 @@ int cmdSolve(int argc, char** argv);  // cmd_solve.cpp
 int cmdBand(int argc, char** argv);   // cmd_band.cpp (with mmtriplets.cpp)
 int cmdGmres(int argc, char** argv);  // cmd_gmres.cpp (with mmtriplets.cpp)
 int cmdSparse(int argc, char** argv);  // cmd_sparse.cpp: qvtool sparse FILE.mtx [--print] [--symmetric]
+int cmdSpmv(int argc, char** argv);    // cmd_spmv.cpp: qvtool spmv FILE.mtx [--trans] [--threads N]
 int cmdPoisson(int argc, char** argv);  // cmd_poisson.cpp (with poissongrid.cpp)

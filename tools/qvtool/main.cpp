@@ -20,6 +20,7 @@ const Command kCommands[] = {
     {"gmres", cmdGmres, "solve a sparse system from a MatrixMarket file by restarted GMRES"},
     {"poisson", cmdPoisson, "solve a 2-D or 3-D Poisson problem by GMRES with SSOR and by SOR"},
     {"sparse", cmdSparse, "read a sparse MatrixMarket file: size, Nnz, symmetry and assembly time"},
+    {"spmv", cmdSpmv, "time repeated sparse matrix-vector products on a MatrixMarket file"},
     {"blas", cmdBlas, "show which OpenBLAS kernels this process runs on"},
 };
 

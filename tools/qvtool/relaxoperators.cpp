@@ -1,9 +1,8 @@
-// A sparse matrix and its symmetric SOR step as LinearOperators.
+// The symmetric SOR step of a sparse matrix as a LinearOperator.
 #include "relaxoperators.h"
 
 #include <utility>
 
-#include "qvarray/sparseproducts.h"
 #include "qvarray/sparserelax.h"
 
 namespace qvtool {
@@ -11,14 +10,7 @@ namespace qvtool {
 using qvarray::Array;
 using qvarray::Vector;
 
-// The arrays move into Vectors and back; only x is copied.
-void SparseOperator::applyReal(const Array<double, 1>& x, Array<double, 1>& y) const {
-  const Vector xv(x);
-  Vector yv(std::move(y));
-  qvarray::mulVec(yv, A_, xv, qvarray::NoTrans);
-  y = std::move(yv.getdArr());
-}
-
+// The arrays move into Vectors and back; only v is copied.
 void SsorPreconditioner::applyReal(const Array<double, 1>& v, Array<double, 1>& z) const {
   Vector r(v);
   r *= -1.0;
