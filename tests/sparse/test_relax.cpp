@@ -503,6 +503,58 @@ TEST(RelaxPreparation, BadArgumentsRaise) {
       "Size_vector_sparse_matrix_disagree");
 }
 
+// ---- offsets of a partial matrix ------------------------------------------------------
+
+// The stored matrix of c moved down by `fc` rows and marked as a block whose
+// first row and column are fr and fc: column i's diagonal sits in row i + fc.
+template <class T>
+Sparse shiftedCopy(const Case<T>& c, Symm_t symm, size_t fr, size_t fc) {
+  const size_t n = c.stored.n;
+  std::vector<size_t> rows, cols;
+  std::vector<T> vals;
+  for (size_t j = 0; j < n; ++j)
+    for (size_t a = 0; a < n; ++a)
+      if (c.stored(a, j) != T(0)) rows.push_back(a + fc), cols.push_back(j), vals.push_back(c.stored(a, j));
+  Sparse P;
+  P.vectorTripletToSparse(rows, cols, vals, n + fc, n);
+  P.setSymm(symm);
+  P.setForm(qvarray::FormSorted);
+  P.setOffsets(fr, fc);
+  return P;
+}
+
+TEST(RelaxOffsets, PartialMatricesAddressTheShiftedRowSpace) {
+  const size_t n = 12, fr = 2, fc = 5, pad = fc - fr;  // column i owns r[i + 3]
+  for (const Storage& st : kStorages) {
+    SCOPED_TRACE(testing::Message() << "mode " << st.symm);
+    const Case<double> c = makeCase<double>(n, st, 81 + st.symm, 0.3);
+    const Sparse P = shiftedCopy(c, st.symm, fr, fc);
+    const auto x0 = randomVec<double>(n, 1), r0 = randomVec<double>(n, 2);
+    std::vector<double> rp0(n + pad, 7.0);  // the first `pad` entries belong to no column
+    for (size_t i = 0; i < n; ++i) rp0[i + pad] = r0[i];
+    for (bool backward : {false, true}) {
+      Vector x(x0), r(r0), xp(x0), rp(rp0);
+      qvarray::SORItUpdater(c.S, x, r, 1.3, backward);
+      qvarray::SORItUpdater(P, xp, rp, 1.3, backward);
+      expectSameVector<double>(xp, x, 0.0);
+      for (size_t i = 0; i < n + pad; ++i) EXPECT_EQ(rp.d(i), i < pad ? 7.0 : r.d(i - pad)) << i;
+      Vector u(r0), up(rp0);
+      qvarray::SORUpdater(c.S, u, 1.3, backward);
+      qvarray::SORUpdater(P, up, 1.3, backward);
+      for (size_t i = 0; i < n; ++i) EXPECT_EQ(up.d(i + pad), u.d(i)) << i;
+    }
+    // The Jacobi step reads r by column index, without the offsets.
+    Vector xj(x0), rj(rp0);
+    qvarray::JacobiIts(P, xj, rj, 1.0);
+    for (size_t i = 0; i < n; ++i) EXPECT_NEAR(xj.d(i), x0[i] - rp0[i] / c.A(i, i), 1e-14) << i;
+  }
+  Sparse bad = makeCase<double>(4, kStorages[0], 1).S;
+  bad.setOffsets(3, 1);
+  Vector x(4), r(1);
+  qvtest::expectThrowKey([&] { qvarray::SORIt(bad, x, r, 1.0, false); }, "Internal_error_sparse",
+                         "The first column of a partial matrix lies before its first row.");
+}
+
 // ---- dispatch and the parallel kernels --------------------------------------------------
 
 class Threads {
