@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "qvarray/parallelsparse.h"
 #include "qvarray/sparse.h"
 #include "qvutil/parallel.h"
 #include "sparse/relaxkernels.h"
@@ -77,6 +78,15 @@ int parallelBlocks(const Sparse& A, size_t size, size_t threshold) {
   if (threads < 2) return 0;
   (void)A.setParallelData();
   return threads;
+}
+
+// The parallel ordering of A's pattern for `blocks`, kept with the matrix's
+// parallel data (built on first use, guarded).
+template <class TA>
+std::shared_ptr<const relax::Ordering> orderingFor(const Sparse& A, const relax::View<TA>& V,
+                                                   int blocks) {
+  return A.setParallelData()->derived<relax::Ordering>(
+      blocks, [&] { return relax::makeOrdering(V, blocks); });
 }
 
 // Calls f(view) on the view of A's storage, real or complex.
@@ -246,7 +256,8 @@ int SORIt(const Sparse& A, Vector& x, Vector& r, double omega, bool backward) {
                     !relax::isComplex<std::remove_pointer_t<decltype(rp)>>) {
         return -1;
       } else {
-        if (blocks) return relax::parallelSweep(V, xp, rp, omega, backward, blocks);
+        if (blocks)
+          return relax::parallelSweep(V, *orderingFor(A, V, blocks), xp, rp, omega, backward);
         relax::serialSweep(V, xp, rp, omega, backward);
         return -1;
       }
@@ -284,7 +295,7 @@ int SORUpdater(const Sparse& A, Vector& x, double omega, bool flag) {
                     !relax::isComplex<std::remove_pointer_t<decltype(xp)>>) {
         return -1;
       } else {
-        if (blocks) return relax::parallelUpdate(V, xp, omega, flag, blocks);
+        if (blocks) return relax::parallelUpdate(V, *orderingFor(A, V, blocks), xp, omega, flag);
         relax::serialUpdate(V, xp, omega, flag);
         return -1;
       }
@@ -322,7 +333,9 @@ int SORItUpdater(const Sparse& A, Vector& x, Vector& y, double omega, bool backw
                     !relax::isComplex<std::remove_pointer_t<decltype(yp)>>) {
         return -1;
       } else {
-        if (blocks) return relax::parallelSweepUpdate(V, xp, yp, omega, backward, blocks);
+        if (blocks)
+          return relax::parallelSweepUpdate(V, *orderingFor(A, V, blocks), xp, yp, omega,
+                                            backward);
         relax::serialSweepUpdate(V, xp, yp, omega, backward);
         return -1;
       }

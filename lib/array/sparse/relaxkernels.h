@@ -21,7 +21,9 @@
 // modes (conjugated for Hermitian storage), scattered ones as stored.
 #include <complex>
 #include <cstddef>
+#include <memory>
 #include <type_traits>
+#include <vector>
 
 #include "qvarray/llsparse.h"
 #include "qvarray/sparsemodes.h"
@@ -145,91 +147,99 @@ inline Clip wholeColumn(const size_t* colptr, const size_t* diag, size_t i) {
 
 // ---- column loops --------------------------------------------------------------
 
-/// One SOR sweep over columns [c0, c1), with every column clipped to the
-/// stored rows [lo, hi) when Clipped. Gather/Scatter select the kind (see the
-/// table above).
+/// One SOR step at column i on its part `c`: gather over the side already
+/// visited, compute δ_i, r_i ← δ_i, x_i += δ_i, scatter over the side still
+/// to come. Gather/Scatter select the kind (see the table above).
+template <bool Gather, bool Scatter, bool Herm, bool Backward, class TA, class TX, class TR>
+inline void sweepColumn(const View<TA>& A, TX* x, TR* r, double omega, size_t i, const Clip& c) {
+  const size_t fr = A.firstRow;
+  const size_t gb = Backward ? c.dp + 1 : c.bLo, ge = Backward ? c.fHi : c.dp;
+  const size_t sb = Backward ? c.bLo : c.dp + 1, se = Backward ? c.dp : c.fHi;
+  TR& ri = r[i + A.shift];
+  TR s = ri;
+  if constexpr (Gather) s = gather<Herm>(A.val, A.row, r, fr, gb, ge, s);
+  const TR delta = -(s / divisor<Herm>(A.val[c.dp])) * omega;
+  ri = delta;
+  x[i] += delta;
+  if constexpr (Scatter) scatter(A.val, A.row, r, fr, sb, se, delta);
+}
+
+/// One SOR sweep over columns [c0, c1), every column clipped to the stored
+/// rows [lo, hi) when Clipped.
 template <bool Gather, bool Scatter, bool Herm, bool Clipped, bool Backward, class TA, class TX,
           class TR>
 void sweepColumns(const View<TA>& A, TX* x, TR* r, double omega, size_t c0, size_t c1,
                   size_t lo = 0, size_t hi = 0) {
-  const size_t fr = A.firstRow;
   const size_t cnt = c1 - c0;
   for (size_t k = 0; k < cnt; ++k) {
     const size_t i = Backward ? c1 - 1 - k : c0 + k;
     const Clip c = Clipped ? clipColumn(A.colptr, A.row, A.diag, i, lo, hi)
                            : wholeColumn(A.colptr, A.diag, i);
-    // Gather over the visited side, scatter over the side still to come.
-    const size_t gb = Backward ? c.dp + 1 : c.bLo, ge = Backward ? c.fHi : c.dp;
-    const size_t sb = Backward ? c.bLo : c.dp + 1, se = Backward ? c.dp : c.fHi;
-    TR& ri = r[i + A.shift];
-    TR s = ri;
-    if constexpr (Gather) s = gather<Herm>(A.val, A.row, r, fr, gb, ge, s);
-    const TR delta = -(s / divisor<Herm>(A.val[c.dp])) * omega;
-    ri = delta;
-    x[i] += delta;
-    if constexpr (Scatter) scatter(A.val, A.row, r, fr, sb, se, delta);
+    sweepColumn<Gather, Scatter, Herm, Backward>(A, x, r, omega, i, c);
   }
 }
 
 /// "Nothing to add" for passColumns.
 struct NoExtra {};
 
-/// The in-place pass v_i ← c·d_i·v_i + Σ_gather mirror(a)·v (+ scatter of
-/// a·v_i_old into the other side) over columns [c0, c1), increasing when the
-/// gathered side is F (flagF), decreasing otherwise, so that every gathered
-/// value is still the old one. Without scatter this is SORUpdater; with the
-/// sides of a General/Rows/Sym residual it turns a correction δ held in v into
-/// the residual that follows the sweep. `extra`, unless NoExtra, yields per
+/// One step of the in-place pass at column i: v_i ← c·d_i·v_i + Σ_gather
+/// mirror(a)·v (+ `extra`), and, with Scatter, v_k += a·v_i_old over the
+/// other side. The gathered side is F when FlagF, else B.
+template <bool Gather, bool Scatter, bool Herm, bool FlagF, class TA, class TV>
+inline void passColumn(const View<TA>& A, TV* v, double c, size_t i, const Clip& cl, TV extra) {
+  const size_t fr = A.firstRow;
+  const size_t gb = FlagF ? cl.dp + 1 : cl.bLo, ge = FlagF ? cl.fHi : cl.dp;
+  const size_t sb = FlagF ? cl.bLo : cl.dp + 1, se = FlagF ? cl.dp : cl.fHi;
+  TV& vi = v[i + A.shift];
+  const TV old = vi;
+  TV w = c * divisor<Herm>(A.val[cl.dp]) * old;
+  if constexpr (Gather) w = gather<Herm>(A.val, A.row, v, fr, gb, ge, w);
+  w += extra;
+  if constexpr (Scatter) scatter(A.val, A.row, v, fr, sb, se, old);
+  vi = w;
+}
+
+/// The in-place pass over columns [c0, c1), increasing when the gathered side
+/// is F (FlagF), decreasing otherwise, so that every gathered value is still
+/// the old one. Without scatter this is SORUpdater; with the sides of a
+/// General/Rows/Sym residual it turns a correction δ held in v into the
+/// residual that follows the sweep. `extra`, unless NoExtra, yields per
 /// column a value to add to the gathered sum (off-block parts, parallel).
 template <bool Gather, bool Scatter, bool Herm, bool Clipped, bool FlagF, class TA, class TV,
           class Extra = NoExtra>
 void passColumns(const View<TA>& A, TV* v, double c, size_t c0, size_t c1, size_t lo = 0,
                  size_t hi = 0, Extra&& extra = {}) {
-  constexpr bool flagF = FlagF;
-  const size_t fr = A.firstRow;
   const size_t cnt = c1 - c0;
   for (size_t k = 0; k < cnt; ++k) {
-    const size_t i = flagF ? c0 + k : c1 - 1 - k;
+    const size_t i = FlagF ? c0 + k : c1 - 1 - k;
     const Clip cl = Clipped ? clipColumn(A.colptr, A.row, A.diag, i, lo, hi)
                             : wholeColumn(A.colptr, A.diag, i);
-    const size_t gb = flagF ? cl.dp + 1 : cl.bLo, ge = flagF ? cl.fHi : cl.dp;
-    const size_t sb = flagF ? cl.bLo : cl.dp + 1, se = flagF ? cl.dp : cl.fHi;
-    TV& vi = v[i + A.shift];
-    const TV old = vi;
-    TV w = c * divisor<Herm>(A.val[cl.dp]) * old;
-    if constexpr (Gather) w = gather<Herm>(A.val, A.row, v, fr, gb, ge, w);
-    if constexpr (!std::is_same_v<std::decay_t<Extra>, NoExtra>) w += extra(i);
-    if constexpr (Scatter) scatter(A.val, A.row, v, fr, sb, se, old);
-    vi = w;
+    TV e(0);
+    if constexpr (!std::is_same_v<std::decay_t<Extra>, NoExtra>) e = extra(i);
+    passColumn<Gather, Scatter, Herm, FlagF>(A, v, c, i, cl, e);
   }
 }
 
-
-/// Mode 0 sweep and residual in one pass over columns [c0, c1): δ_i from
-/// y_i, x_i += δ_i, y_i ← (1 − ω)·y_i (its residual after the step), and
-/// y_k += a_ki·δ_i for the other rows of the column inside [lo, hi) (all
-/// rows when not Clipped); entries outside go to `spill(row, value)`.
-template <bool Clipped, bool Backward, class TA, class TX, class TR, class Spill>
-void sweepResidualGeneral(const View<TA>& A, TX* x, TR* y, double omega, size_t c0, size_t c1,
-                          size_t lo, size_t hi, Spill&& spill) {
-  constexpr bool backward = Backward;
+/// Mode 0 sweep and residual at column i: δ_i from y_i, x_i += δ_i,
+/// y_i ← (1 − ω)·y_i (its residual after the step), y_k += a_ki·δ_i for the
+/// other rows of the column. Any visiting order gives r + A·δ in the end.
+template <class TA, class TX, class TR>
+inline void sweepResidualColumn(const View<TA>& A, TX* x, TR* y, double omega, size_t i) {
   const size_t fr = A.firstRow;
+  const size_t cs = A.colptr[i], ce = A.colptr[i + 1], dp = A.diag[i];
+  TR& yi = y[i + A.shift];
+  const TR delta = -(yi / A.val[dp]) * omega;
+  x[i] += delta;
+  yi *= 1.0 - omega;
+  scatter(A.val, A.row, y, fr, cs, dp, delta);
+  scatter(A.val, A.row, y, fr, dp + 1, ce, delta);
+}
+
+template <bool Backward, class TA, class TX, class TR>
+void sweepResidualGeneral(const View<TA>& A, TX* x, TR* y, double omega, size_t c0, size_t c1) {
   const size_t cnt = c1 - c0;
-  for (size_t k = 0; k < cnt; ++k) {
-    const size_t i = backward ? c1 - 1 - k : c0 + k;
-    const Clip c = Clipped ? clipColumn(A.colptr, A.row, A.diag, i, lo, hi)
-                           : wholeColumn(A.colptr, A.diag, i);
-    TR& yi = y[i + A.shift];
-    const TR delta = -(yi / A.val[c.dp]) * omega;
-    x[i] += delta;
-    yi *= 1.0 - omega;
-    scatter(A.val, A.row, y, fr, c.bLo, c.dp, delta);
-    scatter(A.val, A.row, y, fr, c.dp + 1, c.fHi, delta);
-    if constexpr (Clipped) {
-      for (size_t p = c.cs; p < c.bLo; ++p) spill(A.row[p], delta * A.val[p]);
-      for (size_t p = c.fHi; p < c.ce; ++p) spill(A.row[p], delta * A.val[p]);
-    }
-  }
+  for (size_t k = 0; k < cnt; ++k)
+    sweepResidualColumn(A, x, y, omega, Backward ? c1 - 1 - k : c0 + k);
 }
 
 // ---- compile-time dispatch ---------------------------------------------------------
@@ -266,17 +276,41 @@ void serialUpdate(const View<TA>& A, TV* x, double omega, bool flag);
 template <class TA, class TX, class TR>
 void serialSweepUpdate(const View<TA>& A, TX* x, TR* y, double omega, bool backward);
 
-// Block-parallel kernels (sorparallel.cpp, jacobi.cpp); `blocks` ≥ 2 column
-// blocks; return the number of blocks.
+/// The parallel ordering of a pattern for a number of blocks (sorparallel.cpp
+/// explains it): the column blocks, the rows each owns, and which columns are
+/// interior to their block.
+struct Ordering {
+  enum : unsigned char { kBoundary = 0, kNear = 1, kDeep = 2 };
+  size_t blocks = 0;
+  std::vector<size_t> col;  ///< blocks + 1 column boundaries
+  std::vector<size_t> lo;   ///< per block the first stored row it owns
+  /// Per column: kBoundary; kNear, interior with an entry in a boundary row;
+  /// kDeep, interior with all entries in interior rows.
+  std::vector<unsigned char> kind;
+  /// Per row-space entry: 1 when it is the diagonal row of an interior column.
+  std::vector<unsigned char> rowInterior;
+  std::vector<size_t> boundary;  ///< the boundary columns, increasing
+
+  /// The end of the stored rows block t owns.
+  size_t hi(size_t t) const { return t + 1 < blocks ? lo[t + 1] : static_cast<size_t>(-1); }
+};
+
+/// Builds the ordering of A's pattern for `blocks` ≥ 2 (one pass over it).
+template <class TA>
+std::shared_ptr<const Ordering> makeOrdering(const View<TA>& A, int blocks);
+
+// Block-parallel kernels (sorparallel.cpp, jacobi.cpp): return the number of
+// blocks.
 template <class TA, class TX, class TR>
 int parallelJacobi(const View<TA>& A, TX* x, const TR* r, double omega, int blocks);
 template <class TA, class TX, class TR>
-int parallelSweep(const View<TA>& A, TX* x, TR* r, double omega, bool backward, int blocks);
+int parallelSweep(const View<TA>& A, const Ordering& P, TX* x, TR* r, double omega,
+                  bool backward);
 template <class TA, class TV>
-int parallelUpdate(const View<TA>& A, TV* x, double omega, bool flag, int blocks);
+int parallelUpdate(const View<TA>& A, const Ordering& P, TV* x, double omega, bool flag);
 template <class TA, class TX, class TR>
-int parallelSweepUpdate(const View<TA>& A, TX* x, TR* y, double omega, bool backward,
-                        int blocks);
+int parallelSweepUpdate(const View<TA>& A, const Ordering& P, TX* x, TR* y, double omega,
+                        bool backward);
 
 /// Listed columns J (strictly increasing) and how they address the vectors:
 /// column cols[t] owns x[i2(t)] and r[i3(t)] (for the updater: reads at i2,

@@ -38,7 +38,7 @@ void serialSweepUpdate(const View<TA>& A, TX* x, TR* y, double omega, bool backw
       constexpr bool G = decltype(g)::value, S = decltype(s)::value, H = decltype(h)::value;
       constexpr bool B = decltype(bw)::value;
       if constexpr (!G) {
-        sweepResidualGeneral<false, B>(A, x, y, f.omega, 0, A.n, 0, 0, [](size_t, TR) {});
+        sweepResidualGeneral<B>(A, x, y, f.omega, 0, A.n);
       } else {
         sweepColumns<G, S, H, false, B>(A, x, y, f.omega, 0, A.n);
         passColumns<G, S, H, false, !B>(A, y, f.c, 0, A.n);
