@@ -48,7 +48,10 @@
 // stored matrix: stored row k is entry k − first row, so column i owns entry
 // i + first column − first row. JacobiIts reads r by column index directly.
 // Lengths: column-space vectors have getN() entries, row-space vectors
-// getM() − first row; otherwise "Size_vector_sparse_matrix_disagree".
+// getM() − first row; otherwise "Size_vector_sparse_matrix_disagree". A
+// partial matrix (Sparse::setOffsets) must store no row before its first
+// row, and its first column must not lie before its first row (else
+// "Internal_error_sparse").
 //
 // Restricted forms (SORIt, SORUpdater, SORItUpdater with index lists): the
 // same steps on the principal submatrix A(J, J) of the listed columns J
@@ -74,15 +77,24 @@
 // - Parallel JacobiIts is the serial step split by columns: same result.
 // - Parallel SORUpdater computes the same product as the serial one (the
 //   parts that cross block boundaries are read before any block writes).
-// - Parallel SORIt is block SOR: the columns are cut into one contiguous
-//   block per available thread, balanced by stored entries (the column split
-//   of the parallel products, parallelsparse.h); inside a block
-//   the sweep is the serial one, between blocks it is Jacobi (couplings to
-//   other blocks are left out of the sweep, the residual r of the entry is
-//   used for them). The result depends on the thread count, never on the
-//   scheduling; with one block it is the serial sweep.
-// - Parallel SORItUpdater is the block sweep followed by the exact residual
-//   r + A·δ, couplings across blocks included.
+// - Parallel SORIt is the SOR sweep for a fixed ordering P of the columns:
+//   the columns are cut into one contiguous block per available thread,
+//   balanced by stored entries (the column split of the parallel products,
+//   parallelsparse.h); the columns coupled to another block (an entry in a
+//   row of another block, or an entry of another block in their row) are the
+//   boundary columns, the others interior. P takes the interior columns of
+//   every block, then the boundary columns, each in increasing order; the
+//   interiors of the blocks, which do not couple, are relaxed at once, the
+//   boundary columns on one thread (a backward sweep runs P in reverse).
+//   This is a true SOR sweep of the symmetrically permuted matrix, so it
+//   smooths and converges as the serial sweep does (for a symmetric positive
+//   definite matrix, for every 0 < ω < 2). The result
+//   depends on the thread count (through P), never on the scheduling; it
+//   equals the serial sweep when no column couples across blocks.
+// - Parallel SORItUpdater is that sweep followed by the exact residual
+//   r + A·δ.
+// The ordering is built once per pattern and thread count and kept with the
+// matrix's parallel data.
 //
 // Preparation: the steps split each column at its diagonal entry, so they
 // need the rows sorted within each column and the diagonal index: the matrix
