@@ -5,7 +5,8 @@ set -euo pipefail
 pkgs=(g++ cmake ninja-build
       libopenblas0-openmp libopenblas-openmp-dev   # BLAS + LAPACK, OpenMP threading
       libgtest-dev libbenchmark-dev                # tests and benchmarks
-      libeigen3-dev)                               # side-by-side benchmarks only
+      libeigen3-dev                                # side-by-side benchmarks only
+      libomp-14-dev)                               # OpenMP runtime with Archer for ThreadSanitizer
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs every test: the optimised build (with the benchmarks
 # compiled, not run, and an outside project consuming the installed package),
-# then the whole suite again under AddressSanitizer and UndefinedBehaviorSanitizer.
+# then the whole suite again under AddressSanitizer and UndefinedBehaviorSanitizer,
+# and the tests of the parallel sparse kernels under ThreadSanitizer.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
@@ -19,5 +20,11 @@ cmake --preset asan
 cmake --build --preset asan -j "$jobs"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --preset asan -j "$jobs"
+
+# ThreadSanitizer: LLVM's OpenMP runtime with Archer stands in for the
+# uninstrumented libgomp (tests/CMakeLists.txt); the preset selects the tests.
+cmake --preset tsan
+cmake --build --preset tsan -j "$jobs" --target test_sparseops
+ctest --preset tsan -j "$jobs"
 
 ctest --preset release -j "$jobs"

@@ -168,6 +168,14 @@ class QVARRAY_API SparseBase {
   virtual SparseBase& setElem(size_t i, size_t j, std::complex<double> v);
   /// A ← a·A (a real factor keeps a real matrix real).
   virtual SparseBase& scale(std::complex<double> a);
+  /// Scale the stored entries by diagonal matrices: rowscale S ← diag(d)·S,
+  /// rowscaleInv S ← diag(d)⁻¹·S, colscale S ← S·diag(d), colscaleInv
+  /// S ← S·diag(d)⁻¹ (d indexed by stored row minus the first-row offset, or
+  /// by column). The pattern and its version stay; a complex d makes a real
+  /// matrix complex. On symmetric storage rowscale and colscale by the same
+  /// d give D·A·D. Errors: "Size_vector_sparse_matrix_disagree" (d's length
+  /// is not the row or column count), "Matrix_has_zero_on_diagonal" (a zero
+  /// in d for the inverse forms).
   virtual SparseBase& rowscale(const Vector& d);
   virtual SparseBase& rowscaleInv(const Vector& d);
   virtual SparseBase& colscale(const Vector& d);
@@ -183,16 +191,33 @@ class QVARRAY_API SparseBase {
   /// Makes a complex matrix whose imaginary parts are all zero real; returns
   /// whether the matrix is real afterwards.
   virtual bool convertZeroImagToReal();
+  /// Replaces the (square) represented matrix R by its symmetric part
+  /// (R + Rᵀ)/2 (t = NoTrans or Trans, mode SymmSymmetric) or Hermitian part
+  /// (R + Rᴴ)/2 (t = ConjTrans, mode SymmHermitian), stored as its lower
+  /// triangle with half the diagonal, rows sorted. "Matrix_not_square"
+  /// otherwise.
   virtual SparseBase& makeSymmetric(Trans_t t);
+  /// Symmetric storage (modes 1, 2) folded into its lower triangle: each
+  /// pair (i, j), (j, i) stored once, duplicates summed, rows sorted; the
+  /// represented matrix is unchanged. Nothing to do in modes 0 and 3.
   virtual SparseBase& uniqueSymmetric();
   /// Removes from each column the entries of magnitude ≤ tol·(largest
   /// magnitude in that column); a column of zeros becomes empty.
   virtual SparseBase& truncateCols(double tol);
-  /// A ← A·op(B).
+  /// A ← A·op(B) and A ← op(B)·A for the represented matrices (symmetry
+  /// modes applied), by Gustavson's method: time linear in the flops, rows of
+  /// the result in order of first appearance, mode SymmNone. With flag,
+  /// entries that come out exactly zero are dropped. Errors:
+  /// "Size_sparse_matrices_disagree", "Internal_error_sparse_base" (B not a
+  /// Sparse), "Internal_error_sparse" (a partial operand).
   virtual SparseBase& mulRight(const SparseBase& B, Trans_t t, bool flag);
-  /// A ← op(B)·A.
   virtual SparseBase& multLeft(const SparseBase& B, Trans_t t, bool flag);
-  /// A ← A + a·B.
+  /// A ← A + a·B on the stored entries: sizes, offsets and symmetry modes
+  /// must agree ("Size_sparse_matrices_disagree",
+  /// "Symmetry_sparse_matrices_disagree", the latter also for a non-real a
+  /// in mode SymmHermitian). B's new rows follow A's within each column; with
+  /// the same pattern version only the values change. With flag, entries
+  /// that come out exactly zero are dropped.
   virtual SparseBase& addMat(std::complex<double> a, const SparseBase& B, bool flag);
   /// Rearranges the storage into `form`; with dropZeros, stored zeros are
   /// removed as well. A new pattern version is drawn when the row array

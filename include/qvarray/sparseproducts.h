@@ -48,8 +48,12 @@ QVARRAY_API Vector& yMinusAMulx(Vector& y, const Sparse& A, const Vector& x, Tra
 QVARRAY_API Vector AMulx(const Sparse& A, const Vector& x, Trans_t t);
 /// y = op(A)·x (y takes the result's length and kind).
 QVARRAY_API void mulVec(Vector& y, const Sparse& A, const Vector& x, Trans_t t);
-/// y += op(A)·X(:, k); k ≥ X.cols() raises "Internal_error_sparse".
+/// The same with column k of X as x (k ≥ X.cols() raises
+/// "Internal_error_sparse"): y += op(A)·X(:, k), y −= op(A)·X(:, k), and a
+/// new vector op(A)·X(:, k).
 QVARRAY_API Vector& yPlusAMulx(Vector& y, const Sparse& A, const Matrix& X, Trans_t t, size_t k);
+QVARRAY_API Vector& yMinusAMulx(Vector& y, const Sparse& A, const Matrix& X, Trans_t t, size_t k);
+QVARRAY_API Vector AMulx(const Sparse& A, const Matrix& X, Trans_t t, size_t k);
 
 /// The serial product y += op(A)·x (checked as above), never parallel.
 QVARRAY_API Vector& serialyPlusAMulx(Vector& y, const Sparse& A, const Vector& x, Trans_t t);

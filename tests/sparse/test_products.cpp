@@ -317,6 +317,9 @@ TEST(SparseProducts, MatrixColumnAndAliasedOperands) {
     Vector s(20);
     qvarray::serialyPlusAMulx(s, A, X, qvarray::Trans, k);
     expectSameBits(s, z, "serial column");
+    expectSameBits(qvarray::AMulx(A, X, qvarray::Trans, k), z, "AMulx column");
+    qvarray::yMinusAMulx(s, A, X, qvarray::Trans, k);
+    for (size_t i = 0; i < 20; ++i) ASSERT_EQ(s.get(i), dcomplex(0.0));
   }
   Vector y(20);
   qvtest::expectThrowKey([&] { qvarray::yPlusAMulx(y, A, X, qvarray::NoTrans, 3); },

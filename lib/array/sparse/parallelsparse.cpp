@@ -5,6 +5,7 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <vector>
 
 #include "qvutil/parallel.h"
 #include "sparse/sparseimpl.h"
@@ -24,23 +25,52 @@ const void* valueIdentity(const Sparse& A) {
                     : static_cast<const void*>(A.getDcmplxVal());
 }
 
-// The stored matrix in compressed rows: count the entries of each row, turn
-// the counts into row starts, then scatter each column's entries into their
-// rows; columns are visited in order, so columns ascend within a row.
+// The stored matrix in compressed rows, built by the team: each thread owns
+// an equal share of the rows, counts its rows' entries in a pass over the
+// row indices, turns the counts into row starts (offset by the totals of the
+// threads before it), and scatters its rows' entries in a pass over the
+// columns. Every thread reads the whole pattern, but the scattered writes,
+// the slow part, are shared out; no per-thread counts are kept. Columns are
+// visited in order, so they ascend within a row.
 template <class T>
 void buildRows(const llsparse<T>& s, ParallelSparse::RowCompressed& rc, Array<T, 1>& values) {
-  Array<size_t, 1> rowptr(s.m + 1), col(s.nnz), next(s.m);
-  Array<T, 1> v(s.nnz);
-  rowptr.fill(0);
-  for (size_t p = 0; p < s.nnz; ++p) ++rowptr[s.row[p] + 1];
-  for (size_t r = 0; r < s.m; ++r) rowptr[r + 1] += rowptr[r];
-  std::copy(rowptr.data, rowptr.data + s.m, next.data);
-  for (size_t j = 0; j < s.n; ++j)
-    for (size_t p = s.colptr[j]; p < s.colptr[j + 1]; ++p) {
-      const size_t q = next[s.row[p]]++;
-      col[q] = j;
-      v[q] = s.value[p];
+  const size_t m = s.m, n = s.n, nnz = s.nnz;
+  Array<size_t, 1> rowptr(m + 1), col(nnz), next(m);
+  Array<T, 1> v(nnz);
+  // Per-thread totals, indexed by thread number + 1.
+  std::vector<size_t> totals(static_cast<size_t>(MAXAVAILABLETHREADS) + 1, 0);
+  rowptr[0] = 0;
+  const size_t* cp = s.colptr.data;
+  const size_t* row = s.row;
+  const T* value = s.value;
+#pragma omp parallel num_threads(AVAILABLETHREADS())
+  {
+    const size_t parts = static_cast<size_t>(omp_get_num_threads());
+    const size_t part = static_cast<size_t>(omp_get_thread_num());
+    const size_t r0 = m * part / parts, r1 = m * (part + 1) / parts;
+    for (size_t r = r0; r < r1; ++r) rowptr[r + 1] = 0;
+    for (size_t p = 0; p < nnz; ++p) {
+      const size_t r = row[p];
+      if (r >= r0 && r < r1) ++rowptr[r + 1];
     }
+    for (size_t r = r0; r < r1; ++r) rowptr[r + 1] += r > r0 ? rowptr[r] : 0;
+    totals[part + 1] = r1 > r0 ? rowptr[r1] : 0;
+#pragma omp barrier
+    size_t offset = 0;
+    for (size_t t = 0; t <= part; ++t) offset += totals[t];
+    for (size_t r = r0; r < r1; ++r) {
+      rowptr[r + 1] += offset;
+      next[r] = r > r0 ? rowptr[r] : offset;
+    }
+    for (size_t j = 0; j < n; ++j)
+      for (size_t p = cp[j]; p < cp[j + 1]; ++p) {
+        const size_t r = row[p];
+        if (r < r0 || r >= r1) continue;
+        const size_t q = next[r]++;
+        col[q] = j;
+        v[q] = value[p];
+      }
+  }
   rc.rowptr = std::move(rowptr);
   rc.col = std::move(col);
   values = std::move(v);

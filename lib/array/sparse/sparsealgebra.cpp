@@ -32,8 +32,9 @@ bool isZero(const Vector& d, size_t i) { return d.get(i) == dcomplex(0); }
 // The scaling vector of rows (stored rows minus the first-row offset) or
 // columns: its length must fit, and a divisor must have no zero.
 void checkScaling(const Sparse& A, const Vector& d, bool rows, bool divides) {
-  const size_t need = rows ? A.getM() - std::min(A.getM(), A.getFirstRow()) : A.getN();
-  const bool fits = rows && A.isPartial() ? d.size() >= need : d.size() == (rows ? A.getM() : need);
+  bool fits = d.size() == (rows ? A.getM() : A.getN());
+  if (rows && A.isPartial())  // global row indices from the first row on
+    fits = d.size() >= A.getM() - std::min(A.getM(), A.getFirstRow());
   if (!fits) QV_SPARSE_THROW("Size_vector_sparse_matrix_disagree");
   if (divides)
     for (size_t i = 0; i < d.size(); ++i)

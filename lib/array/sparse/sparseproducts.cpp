@@ -141,7 +141,7 @@ Vector& vectorProduct(Vector& y, const Sparse& A, const Vector& x, Trans_t t, bo
 }
 
 Vector& columnProduct(Vector& y, const Sparse& A, const Matrix& X, Trans_t t, size_t k,
-                      Path path) {
+                      bool minus, Path path) {
   if (k >= X.cols()) QV_SPARSE_THROW("Internal_error_sparse", "Column index out of range.");
   const size_t rows = X.rows();
   checkSizes(A, rows, y.size(), t);
@@ -151,7 +151,7 @@ Vector& columnProduct(Vector& y, const Sparse& A, const Matrix& X, Trans_t t, si
     x = {X.getdArr().data + k * rows, nullptr, rows, false};
   else
     x = {nullptr, X.getzArr().data + k * rows, rows, true};
-  spmv::addProduct(A, x, view(y), t, false, path);
+  spmv::addProduct(A, x, view(y), t, minus, path);
   return y;
 }
 
@@ -181,7 +181,17 @@ Vector AMulx(const Sparse& A, const Vector& x, Trans_t t) {
 void mulVec(Vector& y, const Sparse& A, const Vector& x, Trans_t t) { y = AMulx(A, x, t); }
 
 Vector& yPlusAMulx(Vector& y, const Sparse& A, const Matrix& X, Trans_t t, size_t k) {
-  return columnProduct(y, A, X, t, k, Path::Select);
+  return columnProduct(y, A, X, t, k, false, Path::Select);
+}
+
+Vector& yMinusAMulx(Vector& y, const Sparse& A, const Matrix& X, Trans_t t, size_t k) {
+  return columnProduct(y, A, X, t, k, true, Path::Select);
+}
+
+Vector AMulx(const Sparse& A, const Matrix& X, Trans_t t, size_t k) {
+  Vector y;
+  y.resize(resultLength(A, t), A.isReal() && X.isReal());
+  return columnProduct(y, A, X, t, k, false, Path::Select);
 }
 
 Vector& serialyPlusAMulx(Vector& y, const Sparse& A, const Vector& x, Trans_t t) {
@@ -189,7 +199,7 @@ Vector& serialyPlusAMulx(Vector& y, const Sparse& A, const Vector& x, Trans_t t)
 }
 
 Vector& serialyPlusAMulx(Vector& y, const Sparse& A, const Matrix& X, Trans_t t, size_t k) {
-  return columnProduct(y, A, X, t, k, Path::Serial);
+  return columnProduct(y, A, X, t, k, false, Path::Serial);
 }
 
 Vector& serialyMinusAMulx(Vector& y, const Sparse& A, const Vector& x, Trans_t t) {
@@ -201,7 +211,7 @@ Vector& selectyPlusAMulx(Vector& y, const Sparse& A, const Vector& x, Trans_t t)
 }
 
 Vector& selectyPlusAMulx(Vector& y, const Sparse& A, const Matrix& X, Trans_t t, size_t k) {
-  return columnProduct(y, A, X, t, k, Path::Select);
+  return columnProduct(y, A, X, t, k, false, Path::Select);
 }
 
 Vector& selectyMinusAMulx(Vector& y, const Sparse& A, const Vector& x, Trans_t t) {
@@ -213,7 +223,7 @@ Vector& parallelyPlusAMulx(Vector& y, const Sparse& A, const Vector& x, Trans_t 
 }
 
 Vector& parallelyPlusAMulx(Vector& y, const Sparse& A, const Matrix& X, Trans_t t, size_t k) {
-  return columnProduct(y, A, X, t, k, Path::Parallel);
+  return columnProduct(y, A, X, t, k, false, Path::Parallel);
 }
 
 Vector& parallelyMinusAMulx(Vector& y, const Sparse& A, const Vector& x, Trans_t t) {

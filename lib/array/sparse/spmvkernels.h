@@ -9,6 +9,7 @@
 // conj(v) (complex storage only), Sub subtracts the contribution instead of
 // adding it. TA, TX, TY are the value types of the matrix, x and y; TS, the
 // type of a product v·x, is complex when either factor is.
+#include <algorithm>
 #include <complex>
 #include <cstddef>
 #include <type_traits>
@@ -40,6 +41,24 @@ inline dcomplex mul(const dcomplex& a, const dcomplex& b) {
 template <class TA, class TX>
 using ProductType = decltype(mul(TA{}, TX{}));
 
+// Software prefetch of the index and value streams, kPrefetchAhead entries
+// (4 KiB of indices) ahead of the entry about to be read: on the processors
+// measured (bench_spmv) the hardware prefetcher alone keeps too few of these
+// lines in flight, and asking this far ahead brings the dot-product form
+// close to the speed of a plain read of the two arrays. Once per column or
+// row; clamped to the last entry of the caller's range (lastEntry).
+inline constexpr size_t kPrefetchAhead = 512;
+
+// The last entry before position `end` (0 for none: the address stays valid).
+inline size_t lastEntry(size_t end) { return end > 0 ? end - 1 : 0; }
+
+template <class TA>
+inline void prefetchEntries(const size_t* idx, const TA* v, size_t p, size_t last) {
+  const size_t q = std::min(p + kPrefetchAhead, last);
+  __builtin_prefetch(idx + q);
+  __builtin_prefetch(v + q);
+}
+
 template <bool Sub, class T, class U>
 inline void accumulate(T& y, const U& v) {
   if constexpr (Sub)
@@ -53,10 +72,12 @@ inline void accumulate(T& y, const U& v) {
 template <bool Conj, bool Sub, class TA, class TX, class TY>
 void scatterColumns(const size_t* colptr, const size_t* row, const TA* v, size_t off, size_t c0,
                     size_t c1, const TX* __restrict x, TY* __restrict y) {
+  const size_t last = lastEntry(colptr[c1]);
   for (size_t j = c0; j < c1; ++j) {
     const TX xj = x[j];
     size_t p = colptr[j];
     const size_t end = colptr[j + 1];
+    prefetchEntries(row, v, p, last);
     for (; p + 4 <= end; p += 4) {
       accumulate<Sub>(y[row[p] - off], mul(cj<Conj>(v[p]), xj));
       accumulate<Sub>(y[row[p + 1] - off], mul(cj<Conj>(v[p + 1]), xj));
@@ -89,8 +110,11 @@ inline ProductType<TA, TX> dot(const size_t* idx, const TA* v, size_t off, size_
 template <bool Conj, bool Sub, class TA, class TX, class TY>
 void gatherColumns(const size_t* colptr, const size_t* row, const TA* v, size_t off, size_t c0,
                    size_t c1, const TX* __restrict x, TY* __restrict y) {
-  for (size_t j = c0; j < c1; ++j)
+  const size_t last = lastEntry(colptr[c1]);
+  for (size_t j = c0; j < c1; ++j) {
+    prefetchEntries(row, v, colptr[j], last);
     accumulate<Sub>(y[j], dot<Conj>(row, v, off, colptr[j], colptr[j + 1], x));
+  }
 }
 
 // The symmetric modes, one pass per column: the column update
@@ -103,6 +127,7 @@ template <bool ConjS, bool ConjG, bool Sub, class TA, class TX, class TY>
 void symmetricColumns(const size_t* colptr, const size_t* row, const TA* v, size_t off, size_t c0,
                       size_t c1, const TX* __restrict x, TY* __restrict y) {
   using TS = ProductType<TA, TX>;
+  const size_t last = lastEntry(colptr[c1]);
   for (size_t j = c0; j < c1; ++j) {
     const TX xj = x[j];
     const TY saved = y[j];
@@ -110,6 +135,7 @@ void symmetricColumns(const size_t* colptr, const size_t* row, const TA* v, size
     TS s0(0), s1(0), s2(0), s3(0);
     size_t p = colptr[j];
     const size_t end = colptr[j + 1];
+    prefetchEntries(row, v, p, last);
     for (; p + 4 <= end; p += 4) {
       const size_t r0 = row[p] - off, r1 = row[p + 1] - off;
       const size_t r2 = row[p + 2] - off, r3 = row[p + 3] - off;
@@ -141,9 +167,11 @@ void symmetricColumns(const size_t* colptr, const size_t* row, const TA* v, size
 template <bool Conj, bool Sub, class TA, class TX, class TY>
 void gatherRows(const size_t* rowptr, const size_t* col, const TA* v, size_t off, size_t r0,
                 size_t r1, const TX* __restrict x, TY* __restrict y) {
+  const size_t last = lastEntry(rowptr[r1]);
   for (size_t r = r0; r < r1; ++r) {
     const size_t begin = rowptr[r], end = rowptr[r + 1];
     if (begin == end) continue;
+    prefetchEntries(col, v, begin, last);
     TY a = y[r - off];
     for (size_t q = begin; q < end; ++q) accumulate<Sub>(a, mul(cj<Conj>(v[q]), x[col[q]]));
     y[r - off] = a;
@@ -159,15 +187,18 @@ void symmetricIndices(const size_t* colptr, const size_t* row, const TA* v, size
                       const size_t* rowptr, const size_t* col, const TA* rv, size_t m, size_t off,
                       size_t i0, size_t i1, const TX* __restrict x, TY* __restrict y) {
   using TS = ProductType<TA, TX>;
+  const size_t lastC = lastEntry(colptr[n]), lastR = lastEntry(rowptr[m]);
   for (size_t i = i0; i < i1; ++i) {
     TS s(0);
     bool touched = false;
     if (i < n) {
+      prefetchEntries(row, v, colptr[i], lastC);
       s = dot<ConjG>(row, v, off, colptr[i], colptr[i + 1], x);
       touched = true;
     }
     const size_t r = i + off;
     if (r < m && rowptr[r] < rowptr[r + 1]) {
+      prefetchEntries(col, rv, rowptr[r], lastR);
       s += dot<ConjS>(col, rv, 0, rowptr[r], rowptr[r + 1], x);
       touched = true;
     }
