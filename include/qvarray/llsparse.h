@@ -63,6 +63,7 @@ class QVARRAY_API llsparse {
   size_t firstColumn = 0;  ///< column offset of a partial matrix (0 otherwise)
   std::int64_t version = 0;
   Array<size_t, 1> diag;   ///< per column the position of its diagonal entry (FormSorted only)
+  size_t diagMissing = 0;  ///< columns whose diagonal entry is missing (npos in diag)
 
   /// A 0×0 matrix: colptr = {0}, no entries, version 0 (no pattern drawn yet).
   llsparse();
@@ -112,7 +113,8 @@ class QVARRAY_API llsparse {
   /// diagonal index; form becomes FormSorted. Returns whether any entry moved;
   /// no new version is drawn here.
   bool sortColumns();
-  /// Recomputes the diagonal index of a FormSorted storage.
+  /// Recomputes the diagonal index of a FormSorted storage and the count of
+  /// columns without a diagonal entry.
   void rebuildDiag();
   /// Checks the invariants (debug aid and tests): colptr monotone from 0 to
   /// nnz, rows < m, nnz ≤ nzmax, raw pointers match the arrays.

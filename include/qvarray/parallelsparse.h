@@ -42,6 +42,7 @@
 #include <complex>
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 
 #include "qvarray/array.h"
 #include "qvarray/export.h"
@@ -93,11 +94,30 @@ class QVARRAY_API ParallelSparse {
   /// The lock that guards every build of parallel data (re-entrant).
   static qvbase::NestedLock& buildLock();
 
+  // ---- data of other parallel kernels (the relaxation steps) ---------------
+
+  /// Data that another parallel kernel derives from this pattern, so that it
+  /// lives and dies with it: the data stored under `key`, built by make()
+  /// (returning std::shared_ptr<const T>) under buildLock() when the slot is
+  /// empty or holds another key. One slot: a new key replaces the old data.
+  template <class T, class Make>
+  std::shared_ptr<const T> derived(std::int64_t key, Make&& make) const {
+    qvbase::LockHandler guard(buildLock());
+    if (!derived_ || derivedKey_ != key) {
+      derived_ = std::shared_ptr<const T>(make());
+      derivedKey_ = key;
+    }
+    return std::static_pointer_cast<const T>(derived_);
+  }
+
  private:
   std::int64_t version_ = 0;
   const void* storage_ = nullptr;  // identity of the storage object
   mutable std::atomic<bool> rowsReady_{false};
   mutable RowCompressed rows_;
+  // The slot of derived(), guarded by buildLock().
+  mutable std::shared_ptr<const void> derived_;
+  mutable std::int64_t derivedKey_ = 0;
 };
 
 template <class Weight>

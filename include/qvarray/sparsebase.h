@@ -52,6 +52,8 @@ class QVARRAY_API SparseBase {
   friend Vector& yMinusAMulx(Vector& y, const SparseBase& A, const Vector& x, Trans_t t);
   friend Vector AMulx(const SparseBase& A, const Vector& x, Trans_t t);
   friend void mulVec(Vector& y, const SparseBase& A, const Vector& x, Trans_t t);
+  /// The relaxation steps (sparserelax.h) reach the protected slots through it.
+  friend struct SparseRelaxAccess;
 
  protected:
   // ---- text output, products and relaxation -------------------------------

@@ -82,6 +82,13 @@ for fun in auto orth sparse; do
 done
 check null-bad-nullfun 2 'usage: qvtool null' -- "$qvtool" null --nullfun qr
 check null-bad-grid 2 'usage: qvtool null' -- "$qvtool" null --grid 2
+# Poisson: GMRES with symmetric SOR reaches the discrete solution; SOR converges.
+check poisson-2d 0 'discrete solution .*: ok' -- "$qvtool" poisson --n 30 --sor-maxit 3000 --omega 1.8
+check poisson-sor 0 'converged after [0-9]+ iterations .*relative error' -- \
+  "$qvtool" poisson --n 30 --sor-maxit 3000 --omega 1.8
+check poisson-3d 0 'discrete solution .*: ok' -- "$qvtool" poisson --dim 3 --n 12 --symmetric --threads 2
+check poisson-bad 2 'out of range' -- "$qvtool" poisson --omega 2
+check poisson-option 2 "unknown option '--fast'" -- "$qvtool" poisson --fast 1
 
 [[ $failures -eq 0 ]] && echo "all qvtool checks passed" || echo "$failures qvtool checks failed"
 exit $((failures > 0))

@@ -11,3 +11,4 @@ int cmdGmres(int argc, char** argv);  // cmd_gmres.cpp (with mmtriplets.cpp)
 int cmdSparse(int argc, char** argv);  // cmd_sparse.cpp: qvtool sparse FILE.mtx [--print] [--symmetric]
 int cmdNull(int argc, char** argv);    // cmd_null.cpp: qvtool null [--grid n] [--nullfun auto|orth|sparse]
 int cmdSpmv(int argc, char** argv);    // cmd_spmv.cpp: qvtool spmv FILE.mtx [--trans] [--threads N]
+int cmdPoisson(int argc, char** argv);  // cmd_poisson.cpp (with poissongrid.cpp)

@@ -18,6 +18,7 @@ const Command kCommands[] = {
     {"solve", cmdSolve, "solve a dense linear system A*x = b read from MatrixMarket files"},
     {"band", cmdBand, "solve a banded system from a MatrixMarket coordinate file by band LU"},
     {"gmres", cmdGmres, "solve a sparse system from a MatrixMarket file by restarted GMRES"},
+    {"poisson", cmdPoisson, "solve a 2-D or 3-D Poisson problem by GMRES with SSOR and by SOR"},
     {"sparse", cmdSparse, "read a sparse MatrixMarket file: size, Nnz, symmetry and assembly time"},
     {"null", cmdNull, "Poisson with Dirichlet and periodic constraints: elimination vs Lagrange"},
     {"spmv", cmdSpmv, "time repeated sparse matrix-vector products on a MatrixMarket file"},

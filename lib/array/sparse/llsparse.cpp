@@ -63,7 +63,8 @@ llsparse<T>::llsparse(const llsparse& other)
       firstRow(other.firstRow),
       firstColumn(other.firstColumn),
       version(other.version),
-      diag(other.diag) {}
+      diag(other.diag),
+      diagMissing(other.diagMissing) {}
 
 template <class T>
 void llsparse<T>::allocateEntries(size_t count) {
@@ -220,13 +221,16 @@ bool llsparse<T>::sortColumns() {
 template <class T>
 void llsparse<T>::rebuildDiag() {
   Array<size_t, 1> d(n);
+  size_t missing = 0;
   for (size_t j = 0; j < n; ++j) {
     const size_t begin = colptr[j], end = colptr[j + 1];
     const size_t target = j + firstColumn;
     const size_t* p = std::lower_bound(row + begin, row + end, target);
     d[j] = p != row + end && *p == target ? static_cast<size_t>(p - row) : npos;
+    missing += d[j] == npos;
   }
   diag = std::move(d);
+  diagMissing = missing;
 }
 
 template <class T>
@@ -242,12 +246,15 @@ bool llsparse<T>::isConsistent() const {
     if (row[p] >= m) return false;
   if (form == FormSorted) {
     if (diag.count != n) return false;
+    size_t missing = 0;
     for (size_t j = 0; j < n; ++j) {
       if (!std::is_sorted(row + colptr[j], row + colptr[j + 1])) return false;
       if (diag[j] != npos && (diag[j] < colptr[j] || diag[j] >= colptr[j + 1] ||
                               row[diag[j]] != j + firstColumn))
         return false;
+      missing += diag[j] == npos;
     }
+    if (missing != diagMissing) return false;
   }
   return true;
 }

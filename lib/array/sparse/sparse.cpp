@@ -43,13 +43,6 @@ std::shared_ptr<llsparse<T>> compressed(const size_t* rowIndex, size_t nRowIndex
   return store;
 }
 
-[[noreturn]] void notYetAvailable(int line, const char* operation) {
-  // The relaxation sweeps are provided by their own module; until then the
-  // handle reports them as unavailable.
-  throw qvbase::Exception(sparsedetail::kModule, line, "Internal_error_sparse_base",
-                          std::string(operation) + " is not available yet.");
-}
-
 }  // namespace
 
 // ---- handle -------------------------------------------------------------------
@@ -273,36 +266,6 @@ Sparse& Sparse::setSymm(Symm_t symm) {
     QV_SPARSE_THROW("Internal_error_sparse", "Invalid symmetry mode.");
   if (getSymm() != symm) visitMutable([&](auto& s) { s.symm = symm; });
   return *this;
-}
-
-// ---- operations provided by the relaxation module ----------------------------------
-
-int Sparse::JacobiItsImpl(Vector&, Vector&, double) const { notYetAvailable(__LINE__, "JacobiIts"); }
-int Sparse::SORItImpl(Vector&, Vector&, double, bool) const { notYetAvailable(__LINE__, "SORIt"); }
-int Sparse::SORItImpl(Vector&, Vector&, double, bool, const Array<size_t, 1>&) const {
-  notYetAvailable(__LINE__, "SORIt");
-}
-int Sparse::SORItImpl(Vector&, Vector&, double, bool, const Array<size_t, 1>&,
-                      const Array<size_t, 1>&, const Array<size_t, 1>&) const {
-  notYetAvailable(__LINE__, "SORIt");
-}
-int Sparse::SORUpdaterImpl(Vector&, double, bool) const { notYetAvailable(__LINE__, "SORUpdater"); }
-int Sparse::SORUpdaterImpl(Vector&, double, bool, const Array<size_t, 1>&) const {
-  notYetAvailable(__LINE__, "SORUpdater");
-}
-int Sparse::SORUpdaterImpl(Vector&, double, bool, const Array<size_t, 1>&, const Array<size_t, 1>&,
-                           const Array<size_t, 1>&) const {
-  notYetAvailable(__LINE__, "SORUpdater");
-}
-int Sparse::SORItUpdaterImpl(Vector&, Vector&, double, bool) const {
-  notYetAvailable(__LINE__, "SORItUpdater");
-}
-int Sparse::SORItUpdaterImpl(Vector&, Vector&, double, bool, const Array<size_t, 1>&) const {
-  notYetAvailable(__LINE__, "SORItUpdater");
-}
-int Sparse::SORItUpdaterImpl(Vector&, Vector&, double, bool, const Array<size_t, 1>&,
-                             const Array<size_t, 1>&, const Array<size_t, 1>&) const {
-  notYetAvailable(__LINE__, "SORItUpdater");
 }
 
 }  // namespace qvarray

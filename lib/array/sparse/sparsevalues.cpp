@@ -34,6 +34,7 @@ std::shared_ptr<llsparse<To>> convertStorage(const llsparse<From>& s, Conv conv)
   t->firstColumn = s.firstColumn;
   t->version = s.version;
   t->diag = s.diag;
+  t->diagMissing = s.diagMissing;
   return t;
 }
 

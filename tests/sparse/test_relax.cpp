@@ -1,0 +1,754 @@
+// Relaxation steps: every mode and number type against dense oracles built
+// from the represented matrix (Gauss–Seidel by substitution, residuals,
+// triangular products), the restricted forms against the full ones and
+// against the sweep of the extracted submatrix, the preparation of unsorted
+// matrices, the dispatch thresholds, and the parallel kernels.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <algorithm>
+#include <complex>
+#include <functional>
+#include <string>
+#include <numeric>
+#include <random>
+#include <vector>
+
+#include "poissongrid.h"
+#include "qvarray/parallelsparse.h"
+#include "qvarray/sparseproducts.h"
+#include "qvarray/sparserelax.h"
+#include "qvtest.h"
+#include "qvutil/parallel.h"
+#include "sparsetest.h"
+
+namespace {
+
+using qvarray::Array;
+using qvarray::Sparse;
+using qvarray::SparseBase;
+using qvarray::Symm_t;
+using qvarray::Vector;
+using sparsetest::dcomplex;
+using sparsetest::Dense;
+
+// How a test matrix is stored: the mode, and for the symmetric modes whether
+// each off-diagonal pair sits in the lower triangle or on a random side.
+struct Storage {
+  Symm_t symm;
+  bool mixed;
+};
+
+const Storage kStorages[] = {{qvarray::SymmNone, false},      {qvarray::SymmTransposed, false},
+                             {qvarray::SymmSymmetric, false}, {qvarray::SymmSymmetric, true},
+                             {qvarray::SymmHermitian, false}, {qvarray::SymmHermitian, true}};
+
+template <class T>
+T conjIf(bool herm, T v) {
+  if constexpr (std::is_same_v<T, dcomplex>)
+    return herm ? std::conj(v) : v;
+  else
+    return v;
+}
+
+// A random stored matrix S (triplets in shuffled order) and the matrix A it
+// represents, built from S by the definition of the mode.
+template <class T>
+struct Case {
+  Sparse S;
+  Dense<T> A{0, 0};
+  Dense<T> stored{0, 0};
+};
+
+template <class T>
+Case<T> makeCase(size_t n, Storage st, unsigned seed, double density = 0.15) {
+  qvtest::Rng rng(seed);
+  std::mt19937 coin(seed);
+  const bool sym = st.symm == qvarray::SymmSymmetric || st.symm == qvarray::SymmHermitian;
+  const bool herm = st.symm == qvarray::SymmHermitian;
+  sparsetest::Triplets<T> t(n, n);
+  std::vector<double> rowSum(n, 1.0);
+  for (size_t j = 0; j < n; ++j)
+    for (size_t i = 0; i < n; ++i) {
+      if (i == j || std::uniform_real_distribution<double>(0, 1)(coin) > density) continue;
+      if (sym && i < j) continue;  // one entry per pair, placed below
+      const T v = rng.value<T>();
+      size_t r = i, c = j;
+      if (sym && st.mixed && coin() % 2) std::swap(r, c);
+      t.add(r, c, v);
+      rowSum[i] += std::abs(v);
+      rowSum[j] += std::abs(v);
+    }
+  for (size_t i = 0; i < n; ++i) {
+    T d = T(rowSum[i] * (sym ? 0.5 : 1.0));
+    if constexpr (std::is_same_v<T, dcomplex>) d += dcomplex(0, herm ? 0.25 : 0.5);
+    t.add(i, i, d);
+  }
+  t.shuffle(seed + 1);
+  Case<T> c;
+  c.S = t.assemble();
+  c.S.setSymm(st.symm);
+  c.S.setForm(qvarray::FormSorted);
+  c.stored = sparsetest::toDense<T>(c.S);
+  c.A = Dense<T>(n, n);
+  for (size_t j = 0; j < n; ++j)
+    for (size_t i = 0; i < n; ++i) {
+      const T s = c.stored(i, j);
+      if (st.symm == qvarray::SymmTransposed) {
+        c.A(j, i) += s;
+      } else {
+        c.A(i, j) += s;
+        if (sym) c.A(j, i) += conjIf(herm, s);
+      }
+    }
+  return c;
+}
+
+template <class T>
+std::vector<T> randomVec(size_t n, unsigned seed) {
+  qvtest::Rng rng(seed);
+  std::vector<T> v(n);
+  for (auto& e : v) e = rng.value<T>();
+  return v;
+}
+
+template <class T>
+const T* vdata(const Vector& v) {
+  if constexpr (std::is_same_v<T, double>)
+    return v.getdArr().data;
+  else
+    return v.getzArr().data;
+}
+
+template <class T>
+void expectClose(const Vector& v, const std::vector<T>& ref, double tol = 1e-12) {
+  ASSERT_EQ(v.size(), ref.size());
+  ASSERT_EQ(v.isReal(), (std::is_same_v<T, double>));
+  double scale = 1e-300;
+  for (const T& e : ref) scale = std::max(scale, std::abs(e));
+  const T* p = vdata<T>(v);
+  for (size_t i = 0; i < ref.size(); ++i) ASSERT_LE(std::abs(p[i] - ref[i]), tol * scale) << i;
+}
+
+// (D/ω + L)·δ = −r (forward) or (D/ω + U)·δ = −r (backward) by substitution.
+template <class T>
+std::vector<T> sorOracle(const Dense<T>& A, const std::vector<T>& r, double omega, bool backward) {
+  const size_t n = A.n;
+  std::vector<T> d(n);
+  for (size_t k = 0; k < n; ++k) {
+    const size_t i = backward ? n - 1 - k : k;
+    T s = r[i];
+    for (size_t j = 0; j < n; ++j)
+      if (backward ? j > i : j < i) s += A(i, j) * d[j];
+    d[i] = -omega * s / A(i, i);
+  }
+  return d;
+}
+
+template <class T>
+std::vector<T> mulDense(const Dense<T>& A, const std::vector<T>& x) {
+  std::vector<T> y(A.m, T(0));
+  for (size_t j = 0; j < A.n; ++j)
+    for (size_t i = 0; i < A.m; ++i) y[i] += A(i, j) * x[j];
+  return y;
+}
+
+template <class T>
+std::vector<T> plus(std::vector<T> a, const std::vector<T>& b) {
+  for (size_t i = 0; i < a.size(); ++i) a[i] += b[i];
+  return a;
+}
+
+Array<size_t, 1> indexArray(const std::vector<size_t>& v) {
+  Array<size_t, 1> a(v.size());
+  for (size_t k = 0; k < v.size(); ++k) a[k] = v[k];
+  return a;
+}
+
+std::vector<size_t> iota(size_t n, size_t from = 0) {
+  std::vector<size_t> v(n);
+  std::iota(v.begin(), v.end(), from);
+  return v;
+}
+
+// Runs body<double> for every storage and body<dcomplex> for every storage;
+// the Hermitian mode on real storage acts as the symmetric one.
+template <class F>
+void forEachCase(F&& body) {
+  for (const Storage& st : kStorages) {
+    body(double{}, st);
+    body(dcomplex{}, st);
+  }
+}
+
+// ---- the sweep --------------------------------------------------------------------
+
+TEST(RelaxSweep, GaussSeidelOracleInEveryModeAndDirection) {
+  forEachCase([](auto zero, Storage st) {
+    using T = decltype(zero);
+    for (bool backward : {false, true})
+      for (double omega : {1.0, 1.4}) {
+        SCOPED_TRACE(testing::Message() << "mode " << st.symm << (st.mixed ? " mixed" : "")
+                                        << (backward ? " backward" : " forward") << " ω " << omega);
+        const Case<T> c = makeCase<T>(30, st, 7 + st.symm);
+        const auto x0 = randomVec<T>(30, 1), r0 = randomVec<T>(30, 2);
+        Vector x(x0), r(r0);
+        EXPECT_EQ(qvarray::SORIt(c.S, x, r, omega, backward), -1);
+        const auto delta = sorOracle(c.A, r0, omega, backward);
+        expectClose(r, delta);
+        expectClose(x, plus(x0, delta));
+      }
+  });
+}
+
+TEST(RelaxSweep, ThreeByThreeGeneralIsOneGaussSeidelStep) {
+  // A = [4 1 0; 2 5 1; 0 3 6], r = (1, 2, 3): δ0 = −1/4, δ1 = −(2 − 1/2)/5,
+  // δ2 = −(3 + 3·δ1)/6.
+  Sparse A;
+  A.vectorTripletToSparse({1, 0, 2, 0, 1, 2, 1}, {0, 0, 1, 1, 1, 2, 2}, std::vector<double>{2, 4, 3, 1, 5, 6, 1}, 3,
+                          3);
+  A.setForm(qvarray::FormSorted);
+  Vector x(std::vector<double>{1, 1, 1}), r(std::vector<double>{1, 2, 3});
+  qvarray::SORIt(A, x, r, 1.0, false);
+  const double d0 = -0.25, d1 = -(2 + 2 * d0) / 5, d2 = -(3 + 3 * d1) / 6;
+  EXPECT_DOUBLE_EQ(r.d(0), d0);
+  EXPECT_DOUBLE_EQ(r.d(1), d1);
+  EXPECT_DOUBLE_EQ(r.d(2), d2);
+  EXPECT_DOUBLE_EQ(x.d(2), 1 + d2);
+}
+
+TEST(RelaxSweep, SweepAndUpdateLeavesTheResidualOfTheNewIterate) {
+  forEachCase([](auto zero, Storage st) {
+    using T = decltype(zero);
+    for (bool backward : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "mode " << st.symm << (backward ? " backward" : ""));
+      const Case<T> c = makeCase<T>(25, st, 11 + st.symm);
+      const auto x0 = randomVec<T>(25, 3), b = randomVec<T>(25, 4);
+      std::vector<T> y0 = mulDense(c.A, x0);
+      for (size_t i = 0; i < 25; ++i) y0[i] -= b[i];
+      Vector x(x0), y(y0);
+      EXPECT_EQ(qvarray::SORItUpdater(c.S, x, y, 1.3, backward), -1);
+      const auto xNew = plus(x0, sorOracle(c.A, y0, 1.3, backward));
+      expectClose(x, xNew);
+      std::vector<T> res = mulDense(c.A, xNew);
+      for (size_t i = 0; i < 25; ++i) res[i] -= b[i];
+      expectClose(y, res, 1e-11);
+    }
+  });
+}
+
+// ---- the update -------------------------------------------------------------------
+
+// x_i ← c·A_ii·x_i + Σ_{j>i} A_ij·x_j (upper) or over j < i (lower), A dense.
+template <class T>
+std::vector<T> triangularProduct(const Dense<T>& A, const std::vector<T>& x, double c, bool upper) {
+  std::vector<T> y(A.n);
+  for (size_t i = 0; i < A.n; ++i) {
+    T s = c * A(i, i) * x[i];
+    for (size_t j = 0; j < A.n; ++j)
+      if (upper ? j > i : j < i) s += A(i, j) * x[j];
+    y[i] = s;
+  }
+  return y;
+}
+
+template <class T>
+Dense<T> transpose(const Dense<T>& A) {
+  Dense<T> B(A.n, A.m);
+  for (size_t j = 0; j < A.n; ++j)
+    for (size_t i = 0; i < A.m; ++i) B(j, i) = A(i, j);
+  return B;
+}
+
+template <class T>
+Dense<T> diagonalOf(const Dense<T>& A) {
+  Dense<T> D(A.n, A.n);
+  for (size_t i = 0; i < A.n; ++i) D(i, i) = A(i, i);
+  return D;
+}
+
+TEST(RelaxUpdate, AgainstDenseTriangles) {
+  forEachCase([](auto zero, Storage st) {
+    using T = decltype(zero);
+    // The updater reads each stored column as a row: (c·D + U) and (c·D + L)
+    // of A in mode 3 and for lower symmetric storage, of Aᵀ in mode 0.
+    if (st.mixed) return;
+    for (bool flag : {true, false})
+      for (double omega : {1.0, 1.6}) {
+        SCOPED_TRACE(testing::Message() << "mode " << st.symm << " flag " << flag << " ω " << omega);
+        const Case<T> c = makeCase<T>(20, st, 5 + st.symm);
+        const auto x0 = randomVec<T>(20, 9);
+        Vector x(x0);
+        EXPECT_EQ(qvarray::SORUpdater(c.S, x, omega, flag), -1);
+        const double cf = (omega - 1) / omega;
+        std::vector<T> ref;
+        if (st.symm == qvarray::SymmNone)
+          ref = triangularProduct(transpose(c.A), x0, cf, flag);
+        else if (st.symm == qvarray::SymmTransposed || flag)
+          ref = triangularProduct(c.A, x0, cf, flag);
+        else  // lower symmetric storage: nothing stored above the diagonal
+          ref = triangularProduct(Dense<T>(diagonalOf(c.A)), x0, cf, false);
+        expectClose(x, ref);
+      }
+  });
+}
+
+TEST(RelaxUpdate, OmegaOneDropsTheDiagonalAndSymmetricModesDoubleIt) {
+  // Lower symmetric storage of [2 −1; −1 2] holds s = [1 0; −1 1].
+  Sparse S;
+  S.vectorTripletToSparse({0, 1, 1}, {0, 0, 1}, std::vector<double>{1.0, -1.0, 1.0}, 2, 2);
+  S.setSymm(qvarray::SymmSymmetric);
+  S.setForm(qvarray::FormSorted);
+  Vector x(std::vector<double>{3, 5});
+  qvarray::SORUpdater(S, x, 1.0, true);  // U·x: (−5, 0)
+  EXPECT_EQ(x.d(0), -5.0);
+  EXPECT_EQ(x.d(1), 0.0);
+  Vector y(std::vector<double>{3, 5});
+  qvarray::SORUpdater(S, y, 2.0, true);  // c = 1/2, c' = 1: (1·3 − 5, 1·5)
+  EXPECT_EQ(y.d(0), -2.0);
+  EXPECT_EQ(y.d(1), 5.0);
+}
+
+// ---- the Jacobi step -----------------------------------------------------------------
+
+TEST(RelaxJacobi, AgainstTheInverseDiagonal) {
+  forEachCase([](auto zero, Storage st) {
+    using T = decltype(zero);
+    const Case<T> c = makeCase<T>(15, st, 21 + st.symm);
+    const auto x0 = randomVec<T>(15, 5), r0 = randomVec<T>(15, 6);
+    Vector x(x0), r(r0);
+    EXPECT_EQ(qvarray::JacobiIts(c.S, x, r, 0.7), -1);
+    std::vector<T> ref(15);
+    // In mode 2 A_ii = 2·Re(s_ii): the step divides by the real part.
+    for (size_t i = 0; i < 15; ++i) ref[i] = x0[i] - 0.7 * r0[i] / c.A(i, i);
+    expectClose(x, ref);
+    expectClose(r, r0, 0.0);  // r is only read
+  });
+}
+
+TEST(RelaxJacobi, HermitianStorageDividesByTheRealPart) {
+  Sparse S;
+  S.vectorTripletToSparse({0}, {0}, std::vector<dcomplex>{dcomplex(2, 3)}, 1, 1);
+  S.setSymm(qvarray::SymmHermitian);
+  S.setForm(qvarray::FormSorted);
+  Vector x(std::vector<dcomplex>{dcomplex(0)}), r(std::vector<dcomplex>{dcomplex(4, 4)});
+  qvarray::JacobiIts(S, x, r, 1.0);
+  EXPECT_EQ(x.z(0), dcomplex(-1, -1));  // −(1/2)·(4 + 4i)/2
+  S.setSymm(qvarray::SymmSymmetric);
+  Vector y(std::vector<dcomplex>{dcomplex(0)});
+  qvarray::JacobiIts(S, y, r, 1.0);
+  EXPECT_NEAR(std::abs(y.z(0) + 0.5 * dcomplex(4, 4) / dcomplex(2, 3)), 0.0, 1e-15);
+}
+
+// ---- number types ---------------------------------------------------------------------
+
+TEST(RelaxTypes, RealStorageWithComplexVectorsActsOnBothParts) {
+  const Case<double> c = makeCase<double>(20, {qvarray::SymmNone, false}, 31);
+  const auto xr = randomVec<double>(20, 1), xi = randomVec<double>(20, 2);
+  const auto rr = randomVec<double>(20, 3), ri = randomVec<double>(20, 4);
+  std::vector<dcomplex> xz(20), rz(20);
+  for (size_t i = 0; i < 20; ++i) xz[i] = {xr[i], xi[i]}, rz[i] = {rr[i], ri[i]};
+  Vector x(xz), r(rz), x1(xr), r1(rr), x2(xi), r2(ri);
+  qvarray::SORItUpdater(c.S, x, r, 1.2, false);
+  qvarray::SORItUpdater(c.S, x1, r1, 1.2, false);
+  qvarray::SORItUpdater(c.S, x2, r2, 1.2, false);
+  for (size_t i = 0; i < 20; ++i) {
+    EXPECT_NEAR(std::abs(x.z(i) - dcomplex(x1.d(i), x2.d(i))), 0, 1e-14);
+    EXPECT_NEAR(std::abs(r.z(i) - dcomplex(r1.d(i), r2.d(i))), 0, 1e-14);
+  }
+  // A real residual keeps real arithmetic; a complex x just receives it.
+  Vector xc(xz), rreal(rr);
+  qvarray::SORIt(c.S, xc, rreal, 1.2, false);
+  EXPECT_TRUE(rreal.isReal());
+  Vector xreal(xr), rreal2(rr);
+  qvarray::SORIt(c.S, xreal, rreal2, 1.2, false);
+  for (size_t i = 0; i < 20; ++i) EXPECT_EQ(xc.z(i), dcomplex(xreal.d(i), xi[i]));
+  // Complex storage makes real vectors complex; Jacobi reads a real r as it is.
+  const Case<dcomplex> z = makeCase<dcomplex>(20, {qvarray::SymmNone, false}, 32);
+  Vector xj(xr), rj(rr);
+  qvarray::JacobiIts(z.S, xj, rj, 1.0);
+  EXPECT_FALSE(xj.isReal());
+  EXPECT_TRUE(rj.isReal());
+  EXPECT_NEAR(std::abs(xj.z(3) - (xr[3] - rr[3] / z.A(3, 3))), 0, 1e-15);
+}
+
+// ---- restricted forms ------------------------------------------------------------------
+
+template <class T>
+void expectSameVector(const Vector& a, const Vector& b, double tol = 1e-13) {
+  ASSERT_EQ(a.size(), b.size());
+  std::vector<T> ref(vdata<T>(b), vdata<T>(b) + b.size());
+  expectClose(a, ref, tol);
+}
+
+TEST(RelaxRestricted, AllColumnsListedGiveTheFullSteps) {
+  forEachCase([](auto zero, Storage st) {
+    using T = decltype(zero);
+    const Case<T> c = makeCase<T>(24, st, 41 + st.symm);
+    const auto all = indexArray(iota(24));
+    const auto x0 = randomVec<T>(24, 1), r0 = randomVec<T>(24, 2);
+    for (bool backward : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "mode " << st.symm << (backward ? " backward" : ""));
+      Vector xa(x0), ra(r0), xb(x0), rb(r0), xc(x0), rc(r0);
+      qvarray::SORIt(c.S, xa, ra, 1.3, backward);
+      EXPECT_EQ(qvarray::SORIt(c.S, xb, rb, 1.3, backward, all), -1);
+      EXPECT_EQ(qvarray::SORIt(c.S, xc, rc, 1.3, backward, all, all, all), -1);
+      expectSameVector<T>(xb, xa), expectSameVector<T>(rb, ra);
+      expectSameVector<T>(xc, xa), expectSameVector<T>(rc, ra);
+
+      Vector ya(r0), yb(r0), yc(r0), ua(x0), ub(x0), uc(x0);
+      qvarray::SORItUpdater(c.S, ua, ya, 1.3, backward);
+      qvarray::SORItUpdater(c.S, ub, yb, 1.3, backward, all);
+      qvarray::SORItUpdater(c.S, uc, yc, 1.3, backward, all, all, all);
+      expectSameVector<T>(yb, ya), expectSameVector<T>(yc, ya), expectSameVector<T>(uc, ua);
+
+      Vector va(x0), vb(x0), vc(x0);
+      qvarray::SORUpdater(c.S, va, 1.3, backward);
+      qvarray::SORUpdater(c.S, vb, 1.3, backward, all);
+      qvarray::SORUpdater(c.S, vc, 1.3, backward, all, all, all);
+      expectSameVector<T>(vb, va), expectSameVector<T>(vc, va);
+    }
+  });
+}
+
+TEST(RelaxRestricted, ListedColumnsRelaxTheirPrincipalSubmatrix) {
+  forEachCase([](auto zero, Storage st) {
+    using T = decltype(zero);
+    const size_t n = 30;
+    const Case<T> c = makeCase<T>(n, st, 51 + st.symm, 0.3);
+    const std::vector<size_t> J = {1, 2, 5, 8, 9, 10, 17, 22, 23, 29};
+    const auto cols = indexArray(J), local = indexArray(iota(J.size()));
+    Sparse sub = c.S.extractMatrix(cols, cols);
+    sub.setForm(qvarray::FormSorted);
+    const auto x0 = randomVec<T>(n, 3), r0 = randomVec<T>(n, 4);
+    std::vector<T> xl(J.size()), rl(J.size());
+    for (size_t t = 0; t < J.size(); ++t) xl[t] = x0[J[t]], rl[t] = r0[J[t]];
+    for (bool backward : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "mode " << st.symm << (backward ? " backward" : ""));
+      // Oracle: the full sweep of the extracted submatrix on compact vectors.
+      Vector xs(xl), rs(rl);
+      qvarray::SORItUpdater(sub, xs, rs, 1.2, backward);
+      // One list on the full vectors: the other entries stay as they were.
+      Vector x(x0), r(r0);
+      qvarray::SORItUpdater(c.S, x, r, 1.2, backward, cols);
+      std::vector<T> xe = x0, re = r0;
+      for (size_t t = 0; t < J.size(); ++t) xe[J[t]] = vdata<T>(xs)[t], re[J[t]] = vdata<T>(rs)[t];
+      expectClose(x, xe), expectClose(r, re);
+      // Three lists on compact vectors.
+      Vector x3(xl), r3(rl);
+      qvarray::SORItUpdater(c.S, x3, r3, 1.2, backward, cols, local, local);
+      expectSameVector<T>(x3, xs), expectSameVector<T>(r3, rs);
+    }
+    // The updater out of place: read the listed entries at idx2, write at idx3.
+    std::vector<T> v0(2 * J.size());
+    for (size_t t = 0; t < J.size(); ++t) v0[t] = x0[J[t]];
+    Vector v(v0), vs(xl);
+    qvarray::SORUpdater(sub, vs, 1.5, true);
+    qvarray::SORUpdater(c.S, v, 1.5, true, cols, local, indexArray(iota(J.size(), J.size())));
+    for (size_t t = 0; t < J.size(); ++t) {
+      EXPECT_EQ(vdata<T>(v)[t], v0[t]);
+      EXPECT_NEAR(std::abs(vdata<T>(v)[J.size() + t] - vdata<T>(vs)[t]), 0, 1e-13);
+    }
+  });
+}
+
+// ---- preparation and errors -----------------------------------------------------------
+
+TEST(RelaxPreparation, UnsortedMatricesAreRefusedAndMissingDiagonalsReported) {
+  // Rows in first-appearance order: column 0 holds rows 2, 0.
+  Sparse A;
+  A.vectorTripletToSparse({2, 0, 1, 0}, {0, 0, 2, 1}, std::vector<double>{2.0, 1.0, 3.0, 4.0}, 3, 3);
+  Vector x(std::vector<double>{1, 2, 3}), r(std::vector<double>{4, 5, 6});
+  qvtest::expectThrowKey([&] { qvarray::SORIt(A, x, r, 1.0, false); }, "Internal_error_sparse",
+                         "Relaxation needs the rows sorted within each column: call "
+                         "setForm(FormSorted) first.");
+  EXPECT_EQ(A.getForm(), qvarray::FormUnordered);
+  A.setForm(qvarray::FormSorted);  // no (1,1), (2,2)
+  for (const auto& step : std::vector<std::function<void()>>{
+           [&] { qvarray::SORIt(A, x, r, 1.0, false); },
+           [&] { qvarray::JacobiIts(A, x, r, 1.0); },
+           [&] { qvarray::SORUpdater(A, x, 1.0, true); },
+           [&] { qvarray::SORItUpdater(A, x, r, 1.0, false, indexArray({0})); }}) {
+    auto e = qvtest::expectThrowKey(step, "Matrix_has_zero_on_diagonal", "1");  // ("Column", 1)
+    EXPECT_EQ(e.module(), "sparse");
+  }
+  EXPECT_EQ(x.d(1), 2.0);
+  EXPECT_EQ(r.d(1), 5.0);
+  // A stored zero on the diagonal divides by zero, as documented.
+  Sparse Z;
+  Z.vectorTripletToSparse({0, 1}, {0, 1}, std::vector<double>{0.0, 1.0}, 2, 2);
+  Z.setForm(qvarray::FormSorted);
+  Vector xz(2), rz(std::vector<double>{1, 1});
+  qvarray::SORIt(Z, xz, rz, 1.0, false);
+  EXPECT_FALSE(std::isfinite(xz.d(0)));
+}
+
+TEST(RelaxPreparation, BadArgumentsRaise) {
+  const Case<double> c = makeCase<double>(5, {qvarray::SymmNone, false}, 71);
+  Vector x(5), r(4), v(5);
+  qvtest::expectThrowKey([&] { qvarray::SORIt(c.S, x, r, 1.0, false); },
+                         "Size_vector_sparse_matrix_disagree");
+  qvtest::expectThrowKey([&] { qvarray::JacobiIts(c.S, r, v, 1.0); },
+                         "Size_vector_sparse_matrix_disagree");
+  qvtest::expectThrowKey([&] { qvarray::SORUpdater(c.S, r, 1.0, true); },
+                         "Size_vector_sparse_matrix_disagree");
+  qvtest::expectThrowKey([&] { qvarray::SORIt(c.S, x, v, 1.0, false, indexArray({2, 1})); },
+                         "Internal_error_sparse", "Column list not strictly increasing.");
+  qvtest::expectThrowKey([&] { qvarray::SORUpdater(c.S, v, 1.0, true, indexArray({1, 5})); },
+                         "Internal_error_sparse", "Column index out of range.");
+  qvtest::expectThrowKey(
+      [&] { qvarray::SORIt(c.S, x, v, 1.0, false, indexArray({1, 2}), indexArray({0}), indexArray({0, 1})); },
+      "Internal_error_sparse", "Index lists of different lengths.");
+  qvtest::expectThrowKey(
+      [&] { qvarray::SORIt(c.S, x, r, 1.0, false, indexArray({1}), indexArray({0}), indexArray({4})); },
+      "Size_vector_sparse_matrix_disagree");
+}
+
+// ---- offsets of a partial matrix ------------------------------------------------------
+
+// The stored matrix of c moved down by `fc` rows and marked as a block whose
+// first row and column are fr and fc: column i's diagonal sits in row i + fc.
+template <class T>
+Sparse shiftedCopy(const Case<T>& c, Symm_t symm, size_t fr, size_t fc) {
+  const size_t n = c.stored.n;
+  std::vector<size_t> rows, cols;
+  std::vector<T> vals;
+  for (size_t j = 0; j < n; ++j)
+    for (size_t a = 0; a < n; ++a)
+      if (c.stored(a, j) != T(0)) rows.push_back(a + fc), cols.push_back(j), vals.push_back(c.stored(a, j));
+  Sparse P;
+  P.vectorTripletToSparse(rows, cols, vals, n + fc, n);
+  P.setSymm(symm);
+  P.setForm(qvarray::FormSorted);
+  P.setOffsets(fr, fc);
+  return P;
+}
+
+TEST(RelaxOffsets, PartialMatricesAddressTheShiftedRowSpace) {
+  const size_t n = 12, fr = 2, fc = 5, pad = fc - fr;  // column i owns r[i + 3]
+  for (const Storage& st : kStorages) {
+    SCOPED_TRACE(testing::Message() << "mode " << st.symm);
+    const Case<double> c = makeCase<double>(n, st, 81 + st.symm, 0.3);
+    const Sparse P = shiftedCopy(c, st.symm, fr, fc);
+    const auto x0 = randomVec<double>(n, 1), r0 = randomVec<double>(n, 2);
+    std::vector<double> rp0(n + pad, 7.0);  // the first `pad` entries belong to no column
+    for (size_t i = 0; i < n; ++i) rp0[i + pad] = r0[i];
+    for (bool backward : {false, true}) {
+      Vector x(x0), r(r0), xp(x0), rp(rp0);
+      qvarray::SORItUpdater(c.S, x, r, 1.3, backward);
+      qvarray::SORItUpdater(P, xp, rp, 1.3, backward);
+      expectSameVector<double>(xp, x, 0.0);
+      for (size_t i = 0; i < n + pad; ++i) EXPECT_EQ(rp.d(i), i < pad ? 7.0 : r.d(i - pad)) << i;
+      Vector u(r0), up(rp0);
+      qvarray::SORUpdater(c.S, u, 1.3, backward);
+      qvarray::SORUpdater(P, up, 1.3, backward);
+      for (size_t i = 0; i < n; ++i) EXPECT_EQ(up.d(i + pad), u.d(i)) << i;
+    }
+    // The Jacobi step reads r by column index, without the offsets.
+    Vector xj(x0), rj(rp0);
+    qvarray::JacobiIts(P, xj, rj, 1.0);
+    for (size_t i = 0; i < n; ++i) EXPECT_NEAR(xj.d(i), x0[i] - rp0[i] / c.A(i, i), 1e-14) << i;
+  }
+  Sparse bad = makeCase<double>(4, kStorages[0], 1).S;
+  bad.setOffsets(3, 1);
+  Vector x(4), r(1);
+  qvtest::expectThrowKey([&] { qvarray::SORIt(bad, x, r, 1.0, false); }, "Internal_error_sparse",
+                         "The first column of a partial matrix lies before its first row.");
+}
+
+// ---- dispatch and the parallel kernels --------------------------------------------------
+
+class Threads {
+ public:
+  explicit Threads(int n) : saved_(AVAILABLETHREADS()) { qvbase::Parallel::setAvailableThreads(n); }
+  ~Threads() { qvbase::Parallel::setAvailableThreads(saved_); }
+
+ private:
+  int saved_;
+};
+
+// The n×n identity plus `extra` entries below the diagonal of the first column.
+Sparse identityPlus(size_t n, size_t extra) {
+  std::vector<size_t> rows = iota(n), cols = iota(n);
+  std::vector<double> vals(n, 2.0);
+  for (size_t k = 1; k <= extra; ++k) rows.push_back(k), cols.push_back(0), vals.push_back(-0.5);
+  Sparse A;
+  A.vectorTripletToSparse(rows, cols, vals, n, n);
+  A.setForm(qvarray::FormSorted);
+  return A;
+}
+
+TEST(RelaxDispatch, ThresholdsAndThreads) {
+  if (qvbase::Parallel::maxThreads() < 2) GTEST_SKIP() << "one thread only";
+  Threads two(2);
+  Vector x(10000), r(10000, 1.0);
+  EXPECT_EQ(qvarray::JacobiIts(identityPlus(10000, 0), x, r, 1.0), 2);
+  Vector x9(9999), r9(9999, 1.0);
+  EXPECT_EQ(qvarray::JacobiIts(identityPlus(9999, 5), x9, r9, 1.0), -1);  // columns decide
+  EXPECT_EQ(qvarray::SORIt(identityPlus(9999, 0), x9, r9, 1.0, false), -1);
+  const Sparse A = identityPlus(9999, 1);  // 10000 entries
+  EXPECT_EQ(qvarray::SORIt(A, x9, r9, 1.0, false), 2);
+  EXPECT_TRUE(A.hasParallelData());
+  EXPECT_EQ(qvarray::SORUpdater(A, x9, 1.0, true), 2);
+  EXPECT_EQ(qvarray::SORItUpdater(static_cast<const SparseBase&>(A), x9, r9, 1.0, false), 2);
+  EXPECT_EQ(qvarray::SORIt(A, x9, r9, 1.0, false, indexArray({0, 1})), -1);  // lists: serial
+  Threads one(1);
+  EXPECT_EQ(qvarray::JacobiIts(identityPlus(10000, 0), x, r, 1.0), -1);
+  EXPECT_EQ(qvarray::SORIt(static_cast<const SparseBase&>(A), x9, r9, 1.0, false), -1);
+}
+
+// A Poisson matrix in the given storage and a residual to relax.
+Sparse poissonIn(Symm_t symm, size_t n) {
+  const qvtool::PoissonGrid g{2, n};
+  Sparse A = qvtool::assemblePoisson(g, symm == qvarray::SymmSymmetric);
+  if (symm == qvarray::SymmTransposed) A.setSymm(symm);  // symmetric: the same A
+  A.setForm(qvarray::FormSorted);
+  return A;
+}
+
+TEST(RelaxParallel, JacobiAndUpdaterGiveTheSerialResults) {
+  if (qvbase::Parallel::maxThreads() < 2) GTEST_SKIP() << "one thread only";
+  for (Symm_t symm : {qvarray::SymmNone, qvarray::SymmTransposed, qvarray::SymmSymmetric}) {
+    const Sparse A = poissonIn(symm, 110);
+    const size_t N = A.getN();
+    const auto x0 = randomVec<double>(N, 1), r0 = randomVec<double>(N, 2);
+    Vector xs(x0), rs(r0), xp(x0), rp(r0), us(x0), up(x0), ws(x0), wp(x0);
+    {
+      Threads one(1);
+      qvarray::JacobiIts(A, xs, rs, 0.8);
+      qvarray::SORUpdater(A, us, 1.3, true);
+      qvarray::SORUpdater(A, ws, 1.3, false);
+    }
+    Threads two(2);
+    EXPECT_EQ(qvarray::JacobiIts(A, xp, rp, 0.8), 2);
+    EXPECT_EQ(qvarray::SORUpdater(A, up, 1.3, true), 2);
+    EXPECT_EQ(qvarray::SORUpdater(A, wp, 1.3, false), 2);
+    expectSameVector<double>(xp, xs, 0.0);
+    expectSameVector<double>(up, us, 1e-15);
+    expectSameVector<double>(wp, ws, 1e-15);
+  }
+}
+
+// The represented matrix row by row: (column, value) pairs.
+std::vector<std::vector<std::pair<size_t, double>>> rowsOf(const Sparse& S) {
+  std::vector<std::vector<std::pair<size_t, double>>> rows(S.getN());
+  const bool sym = S.getSymm() == qvarray::SymmSymmetric;
+  for (size_t j = 0; j < S.getN(); ++j)
+    for (size_t p = S.getColPtr()[j]; p < S.getColPtr()[j + 1]; ++p) {
+      const size_t k = S.getRow()[p];
+      const double v = S.getDoubleVal()[p];
+      if (S.getSymm() == qvarray::SymmTransposed) {
+        rows[j].emplace_back(k, v);
+      } else {
+        rows[k].emplace_back(j, v);
+        if (sym) rows[j].emplace_back(k, v);
+      }
+    }
+  return rows;
+}
+
+TEST(RelaxParallel, SweepIsTheSorSweepOfTheParallelOrdering) {
+  if (qvbase::Parallel::maxThreads() < 2) GTEST_SKIP() << "one thread only";
+  Threads two(2);
+  for (Symm_t symm : {qvarray::SymmNone, qvarray::SymmTransposed, qvarray::SymmSymmetric})
+    for (bool backward : {false, true}) {
+      SCOPED_TRACE(testing::Message() << "mode " << symm << (backward ? " backward" : ""));
+      const Sparse A = poissonIn(symm, 90);
+      const size_t N = A.getN();
+      // The ordering, derived here from its definition: interior columns of
+      // both blocks, then the columns coupled across the cut.
+      const size_t cut = ParallelSparse::columnSplit(A.getColPtr(), N, 1, 2);
+      ASSERT_GT(cut, 0u);
+      ASSERT_LT(cut, N);
+      std::vector<char> boundary(N, 0);
+      for (size_t j = 0; j < N; ++j)
+        for (size_t p = A.getColPtr()[j]; p < A.getColPtr()[j + 1]; ++p)
+          if ((A.getRow()[p] < cut) != (j < cut)) boundary[j] = boundary[A.getRow()[p]] = 1;
+      std::vector<size_t> order;
+      for (int pass = 0; pass < 2; ++pass)
+        for (size_t j = 0; j < N; ++j)
+          if (boundary[j] == pass) order.push_back(j);
+      if (backward) std::reverse(order.begin(), order.end());
+      std::vector<size_t> pos(N);
+      for (size_t k = 0; k < N; ++k) pos[order[k]] = k;
+      // Oracle: SOR in that order on the represented matrix.
+      const auto rows = rowsOf(A);
+      const auto x0 = randomVec<double>(N, 3), r0 = randomVec<double>(N, 4);
+      std::vector<double> delta(N);
+      for (size_t i : order) {
+        double s = r0[i], d = 0;
+        for (const auto& [j, v] : rows[i]) {
+          if (j == i) d += v;
+          else if (pos[j] < pos[i]) s += v * delta[j];
+        }
+        delta[i] = -1.3 * s / d;
+      }
+      Vector x(x0), r(r0), x2(x0), r2(r0);
+      EXPECT_EQ(qvarray::SORIt(A, x, r, 1.3, backward), 2);
+      expectClose(r, delta, 1e-13);
+      expectClose(x, plus(x0, delta), 1e-13);
+      qvarray::SORIt(A, x2, r2, 1.3, backward);
+      expectSameVector<double>(x2, x, 0.0), expectSameVector<double>(r2, r, 0.0);  // repeatable
+    }
+}
+
+TEST(RelaxParallel, SweepAndUpdateKeepTheExactResidual) {
+  if (qvbase::Parallel::maxThreads() < 2) GTEST_SKIP() << "one thread only";
+  Threads two(2);
+  for (Symm_t symm : {qvarray::SymmNone, qvarray::SymmTransposed, qvarray::SymmSymmetric})
+    for (bool backward : {false, true}) {
+      const Sparse A = poissonIn(symm, 80);
+      const size_t N = A.getN();
+      const Vector b(randomVec<double>(N, 5));
+      Vector x(randomVec<double>(N, 6));
+      Vector y = qvarray::AMulx(A, x, qvarray::NoTrans);
+      y -= b;
+      EXPECT_EQ(qvarray::SORItUpdater(A, x, y, 1.3, backward), 2);
+      Vector res = qvarray::AMulx(A, x, qvarray::NoTrans);
+      res -= b;
+      expectSameVector<double>(y, res, 1e-13);
+    }
+}
+
+// Plain SOR iterations x ← x + δ on the Poisson problem until the relative
+// residual drops below 1e-6; returns the iteration count.
+int sorIterations(const Sparse& A, const std::vector<double>& bv, const std::vector<double>& u,
+                  double omega) {
+  const Vector b(bv);
+  Vector x(bv.size()), y(bv);
+  y *= -1.0;  // residual of x = 0
+  const double target = 1e-6 * b.norm();
+  int it = 0;
+  while (y.norm() > target && it < 20000) {
+    qvarray::SORItUpdater(A, x, y, omega, false);
+    ++it;
+  }
+  double err = 0;
+  for (size_t i = 0; i < u.size(); ++i) err = std::max(err, std::abs(x.d(i) - u[i]));
+  EXPECT_LT(err, 1e-3);
+  return it;
+}
+
+TEST(RelaxParallel, ParallelSorConvergesLikeTheSerialIteration) {
+  if (qvbase::Parallel::maxThreads() < 2) GTEST_SKIP() << "one thread only";
+  const qvtool::PoissonGrid g{2, 60};
+  std::vector<double> u, b;
+  qvtool::manufacturedSolution(g, u, b);
+  for (Symm_t symm : {qvarray::SymmNone, qvarray::SymmSymmetric})
+    for (double omega : {1.5, 1.9}) {
+      const Sparse A = poissonIn(symm, 60);
+      int serial = 0, parallel = 0;
+      {
+        Threads one(1);
+        serial = sorIterations(A, b, u, omega);
+      }
+      {
+        Threads two(2);
+        parallel = sorIterations(A, b, u, omega);
+      }
+      EXPECT_LT(serial, 20000);
+      EXPECT_LE(parallel, serial * 1.2) << serial << " serial, " << parallel << " parallel";
+    }
+}
+
+}  // namespace
