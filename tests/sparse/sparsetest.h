@@ -96,6 +96,16 @@ struct Triplets {
     for (size_t k = 0; k < size(); ++k) D(rows[k], cols[k]) += values[k];
     return D;
   }
+  /// Reorders the triplets (a fixed-seed permutation), so that assembly gives
+  /// columns whose rows are out of order.
+  void shuffle(unsigned seed) {
+    std::vector<size_t> perm(size());
+    for (size_t k = 0; k < perm.size(); ++k) perm[k] = k;
+    std::shuffle(perm.begin(), perm.end(), std::mt19937(seed));
+    Triplets t(m, n);
+    for (size_t k : perm) t.add(rows[k], cols[k], values[k]);
+    *this = t;
+  }
   qvarray::Sparse assemble() const {
     qvarray::Sparse A;
     A.vectorTripletToSparse(rows, cols, values, m, n);
