@@ -7,8 +7,9 @@
 //   dense1000    dense real nonsymmetric n = 1000 (qvarray: MatrixOperator / BLAS gemv)
 //   convdiff     2-D convection–diffusion, upwind 5-point stencil, n = 4900, real
 //   young1c      the complex acoustics matrix young1c.mtx, n = 841
-// The sparse cases apply the matrix through a plain compressed-row loop on
-// the qvarray side and through Eigen's SparseMatrix on the other.
+// The sparse cases apply the matrix through SparseOperator (the library's
+// sparse product) on the qvarray side and through Eigen's SparseMatrix on the
+// other.
 #include <benchmark/benchmark.h>
 
 #include <Eigen/Dense>
@@ -19,8 +20,10 @@
 #include <unsupported/Eigen/IterativeSolvers>
 #include <vector>
 
-#include "mmtriplets.h"
 #include "qvarray/gmres.h"
+#include "qvarray/matrixmarket.h"
+#include "qvarray/sparse.h"
+#include "qvarray/sparseoperator.h"
 
 namespace {
 
@@ -30,58 +33,29 @@ constexpr int kMaxIter = 20000;
 
 template <class T>
 struct Coo {
-  int n = 0;
-  std::vector<int> row, col;
+  size_t n = 0;
+  std::vector<size_t> row, col;
   std::vector<T> val;
 };
 
-// y = A·x by compressed rows.
-template <class T>
-class CsrOperator : public qvarray::LinearOperator {
- public:
-  explicit CsrOperator(const Coo<T>& a) : n_(a.n), start_(a.n + 1, 0) {
-    for (int r : a.row) ++start_[r + 1];
-    for (int i = 0; i < n_; ++i) start_[i + 1] += start_[i];
-    std::vector<int> next(start_.begin(), start_.end() - 1);
-    col_.resize(a.val.size());
-    val_.resize(a.val.size());
-    for (size_t e = 0; e < a.val.size(); ++e) {
-      const int k = next[a.row[e]]++;
-      col_[k] = a.col[e];
-      val_[k] = a.val[e];
-    }
-  }
-  size_t size() const override { return static_cast<size_t>(n_); }
-  bool isReal() const override { return !qvarray::is_complex_v<T>; }
+Sparse toSparse(const Coo<double>& a) {
+  Sparse A;
+  A.vectorTripletToSparse(a.row, a.col, a.val, a.n, a.n);
+  return A;
+}
 
- protected:
-  void applyReal(const Array<double, 1>& x, Array<double, 1>& y) const override {
-    if constexpr (!qvarray::is_complex_v<T>) product(x, y);
-  }
-  void applyComplex(const Array<dcomplex, 1>& x, Array<dcomplex, 1>& y) const override {
-    if constexpr (qvarray::is_complex_v<T>) product(x, y);
-    else LinearOperator::applyComplex(x, y);
-  }
-
- private:
-  template <class U>
-  void product(const Array<U, 1>& x, Array<U, 1>& y) const {
-    for (int i = 0; i < n_; ++i) {
-      U s = 0.0;
-      for (int k = start_[i]; k < start_[i + 1]; ++k) s += val_[k] * x.data[col_[k]];
-      y.data[i] = s;
-    }
-  }
-  int n_;
-  std::vector<int> start_, col_;
-  std::vector<T> val_;
-};
+Sparse toSparse(const Coo<dcomplex>& a) {
+  Sparse A;
+  A.vectorTripletToSparse(a.row, a.col, a.val, a.n, a.n);
+  return A;
+}
 
 template <class T>
 Eigen::SparseMatrix<T> toEigen(const Coo<T>& a) {
   std::vector<Eigen::Triplet<T>> t;
-  for (size_t e = 0; e < a.val.size(); ++e) t.emplace_back(a.row[e], a.col[e], a.val[e]);
-  Eigen::SparseMatrix<T> A(a.n, a.n);
+  for (size_t e = 0; e < a.val.size(); ++e)
+    t.emplace_back(static_cast<int>(a.row[e]), static_cast<int>(a.col[e]), a.val[e]);
+  Eigen::SparseMatrix<T> A(static_cast<int>(a.n), static_cast<int>(a.n));
   A.setFromTriplets(t.begin(), t.end());
   return A;
 }
@@ -89,15 +63,15 @@ Eigen::SparseMatrix<T> toEigen(const Coo<T>& a) {
 // −Δu + β·∇u on an m×m grid, first-order upwind, scaled by h².
 Coo<double> convectionDiffusion(int m, double betaH) {
   Coo<double> a;
-  a.n = m * m;
-  auto add = [&](int r, int c, double v) {
+  a.n = static_cast<size_t>(m) * m;
+  auto add = [&](size_t r, size_t c, double v) {
     a.row.push_back(r);
     a.col.push_back(c);
     a.val.push_back(v);
   };
   for (int j = 0; j < m; ++j)
     for (int i = 0; i < m; ++i) {
-      const int k = i + j * m;
+      const size_t k = static_cast<size_t>(i + j * m);
       add(k, k, 4.0 + 2.0 * betaH);
       if (i > 0) add(k, k - 1, -1.0 - betaH);
       if (i + 1 < m) add(k, k + 1, -1.0);
@@ -108,12 +82,12 @@ Coo<double> convectionDiffusion(int m, double betaH) {
 }
 
 Coo<dcomplex> young1c() {
-  const qvtool::Triplets t = qvtool::readTriplets(QV_MATRIX_DIR "/young1c.mtx");
+  qvarray::MatrixMarketTriplets t = qvarray::readMatrixMarketTriplets(QV_MATRIX_DIR "/young1c.mtx");
   Coo<dcomplex> a;
-  a.n = static_cast<int>(t.rows);
-  a.row = t.row;
-  a.col = t.col;
-  a.val = t.value;
+  a.n = t.n;
+  a.row = std::move(t.rows);
+  a.col = std::move(t.cols);
+  a.val = std::move(t.complexValues);
   return a;
 }
 
@@ -193,14 +167,16 @@ void denseEigen(benchmark::State& st) {
 }
 
 void convdiffQvarray(benchmark::State& st) {
-  runQvarray<double>(st, CsrOperator<double>(convectionDiffusion(70, 0.5)), 30);
+  runQvarray<double>(st, SparseOperator(toSparse(convectionDiffusion(70, 0.5))), 30);
 }
 
 void convdiffEigen(benchmark::State& st) {
   runEigen<double>(st, toEigen(convectionDiffusion(70, 0.5)), 30);
 }
 
-void youngQvarray(benchmark::State& st) { runQvarray<dcomplex>(st, CsrOperator<dcomplex>(young1c()), 200); }
+void youngQvarray(benchmark::State& st) {
+  runQvarray<dcomplex>(st, SparseOperator(toSparse(young1c())), 200);
+}
 
 void youngEigen(benchmark::State& st) { runEigen<dcomplex>(st, toEigen(young1c()), 200); }
 

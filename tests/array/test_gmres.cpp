@@ -5,8 +5,9 @@
 #include <cmath>
 
 #include "densecheck.h"
-#include "mmtriplets.h"
 #include "qvarray/gmres.h"
+#include "qvarray/matrixmarket.h"
+#include "qvarray/sparseoperator.h"
 #include "qvarray/matrixutil.h"
 #include "qvutil/runinfo.h"
 
@@ -59,22 +60,26 @@ class DiagonalInverse : public qvarray::LinearOperator {
   Array<double, 1> inv_;
 };
 
-// A complex MatrixMarket matrix applied entry by entry: how operators other
-// than Matrix plug in.
-class TripletOperator : public qvarray::LinearOperator {
+// A complex sparse matrix applied by its own loop over the compressed
+// columns: how operators other than Matrix plug in.
+class ColumnLoopOperator : public qvarray::LinearOperator {
  public:
-  explicit TripletOperator(qvtool::Triplets t) : t_(std::move(t)) {}
-  size_t size() const override { return t_.rows; }
-  bool isReal() const override { return !t_.complex; }
+  explicit ColumnLoopOperator(const Sparse& A) : A_(A) {}
+  size_t size() const override { return A_.getN(); }
+  bool isReal() const override { return A_.isReal(); }
 
  protected:
   void applyComplex(const Array<dcomplex, 1>& x, Array<dcomplex, 1>& y) const override {
+    const size_t* colptr = A_.getColPtr();
+    const size_t* row = A_.getRow();
+    const dcomplex* v = A_.getDcmplxVal();
     y.fill(0.0);
-    for (size_t e = 0; e < t_.row.size(); ++e) y[t_.row[e]] += t_.value[e] * x[t_.col[e]];
+    for (size_t j = 0; j < A_.getN(); ++j)
+      for (size_t k = colptr[j]; k < colptr[j + 1]; ++k) y[row[k]] += v[k] * x[j];
   }
 
  private:
-  qvtool::Triplets t_;
+  Sparse A_;
 };
 
 }  // namespace
@@ -105,7 +110,8 @@ TEST(Gmres, ReachesToleranceOnNonsymmetricRealAndComplexSystems) {
 
 TEST(Gmres, SolvesAComplexSparseMatrixThroughItsOwnOperator) {
   // young1c: complex, nonsymmetric, from an acoustics problem.
-  const TripletOperator A(qvtool::readTriplets(QV_MATRIX_DIR "/young1c.mtx"));
+  const Sparse S = qvarray::readMatrixMarket(QV_MATRIX_DIR "/young1c.mtx");
+  const ColumnLoopOperator A(S);
   ASSERT_FALSE(A.isReal());
   Array<dcomplex, 1> ones(A.size()), b, x, Ax;
   ones.fill(1.0);
@@ -113,8 +119,9 @@ TEST(Gmres, SolvesAComplexSparseMatrixThroughItsOwnOperator) {
   const auto res = qvarray::gmres(A, b, x, options(1e-10, 200, 5000));
   ASSERT_TRUE(res.converged()) << res.iterations << " " << res.relResidual;
   EXPECT_LT(res.iterations, 1000);
-  A.apply(x, Ax);
-  EXPECT_LE(normF(minus(Ax, b)) / normF(b), 1e-10);
+  // The residual through the library's sparse product, a second way to apply A.
+  SparseOperator(S).apply(x, Ax);
+  EXPECT_LE(normF(minus(Ax, b)) / normF(b), 1.01e-10);
 }
 
 TEST(Gmres, FullRestartIsExactWithinNSteps) {

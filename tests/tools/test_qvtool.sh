@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Command-line checks of qvtool: exit status and messages of the subcommand
-# dispatcher and of `qvtool solve` on good, bad, singular and mis-shaped input.
+# dispatcher and of `qvtool solve` on good, bad, singular and mis-shaped input,
+# and of the other subcommands on a few files.
 # usage: test_qvtool.sh <qvtool> <matrix dir>
 set -u
 qvtool=$1
@@ -73,6 +74,15 @@ for f in west0067.mtx 494_bus.mtx young1c.mtx; do
   else echo "FAIL $f"; echo "$out"; failures=$((failures + 1)); fi
 done
 check complex-rhs 0 'solving in complex arithmetic' -- "$qvtool" solve "$tmp/D.mtx" "$matrices/c.mtx"
+# band and gmres: errors of the file reader name the file and the line.
+for cmd in band gmres; do
+  check "$cmd-bad-value" 1 "^qvtool: $tmp/bad.mtx:6: Invalid value 'x'\.$" -- "$qvtool" $cmd "$tmp/bad.mtx"
+  check "$cmd-missing-file" 1 "^qvtool: $tmp/none.mtx: Cannot open file" -- "$qvtool" $cmd "$tmp/none.mtx"
+  check "$cmd-non-square" 1 'lp_afiro.mtx: the matrix is not square \(27 x 51\)' \
+    -- "$qvtool" $cmd "$matrices/lp_afiro.mtx"
+done
+check band 0 'max error against x = \(1, \.\.\., 1\): ' -- "$qvtool" band --sym "$matrices/494_bus.mtx"
+check gmres 0 '^converged after ' -- "$qvtool" gmres --jacobi "$matrices/west0067.mtx" --restart 67
 check spmv 0 'Effective bandwidth: ' -- "$qvtool" spmv "$matrices/lp_afiro.mtx" --trans --reps 3
 check spmv-usage 2 'usage: qvtool spmv' -- "$qvtool" spmv --threads x "$matrices/c.mtx"
 

@@ -5,12 +5,15 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <limits>
 #include <string>
 
 #include "commands.h"
-#include "mmtriplets.h"
 #include "qvarray/bandmatrix.h"
+#include "qvarray/matrixmarket.h"
+#include "qvarray/sparse.h"
 #include "qvutil/stopwatch.h"
+#include "toolutil.h"
 
 namespace {
 
@@ -83,48 +86,64 @@ int cmdBand(int argc, char** argv) {
     return 2;
   }
   try {
-    const qvtool::Triplets t = qvtool::readTriplets(file);
-    if (t.rows != t.cols) {
-      std::fprintf(stderr, "qvtool: %s: the matrix is not square (%zu x %zu)\n", file, t.rows, t.cols);
+    const qvarray::Sparse S = qvarray::readMatrixMarket(file);
+    if (S.getM() != S.getN()) {
+      std::fprintf(stderr, "qvtool: %s: the matrix is not square (%zu x %zu)\n", file, S.getM(),
+                   S.getN());
       return 1;
     }
-    const int n = static_cast<int>(t.rows);
-    int kl = 0, ku = 0;
-    for (size_t e = 0; e < t.value.size(); ++e) {
-      kl = std::max(kl, t.row[e] - t.col[e]);
-      ku = std::max(ku, t.col[e] - t.row[e]);
+    if (S.getN() > static_cast<size_t>(std::numeric_limits<int>::max())) {
+      std::fprintf(stderr, "qvtool: %s: the matrix is too large for band storage (n = %zu)\n", file,
+                   S.getN());
+      return 1;
     }
+    const int n = static_cast<int>(S.getN());
+    const size_t* colptr = S.getColPtr();
+    const size_t* row = S.getRow();
+    // Bandwidths from the stored entries: kl below the diagonal, ku above.
+    int kl = 0, ku = 0;
+    for (int j = 0; j < n; ++j)
+      for (size_t k = colptr[j]; k < colptr[j + 1]; ++k) {
+        const int i = static_cast<int>(row[k]);
+        kl = std::max(kl, i - j);
+        ku = std::max(ku, j - i);
+      }
     const double storage = (2.0 * kl + ku + 1) * n;
     std::printf("matrix: %s, n = %d, kl = %d, ku = %d, %s, %zu entries\n", file, n, kl, ku,
-                t.complex ? "complex" : "real", t.value.size());
+                S.isReal() ? "real" : "complex", S.getNnz());
     std::printf("band storage: %d x %d (%.1f%% of dense)\n", 2 * kl + ku + 1, n,
                 n ? 100.0 * storage / (double(n) * n) : 0.0);
     if (storage > 2e8) {
       std::fprintf(stderr, "qvtool: %s: the band is too wide to store (%.3g elements)\n", file, storage);
       return 1;
     }
+    // Copies every stored entry A(i, j) = v[k] (those with keep(i, j)) into B.
+    auto fill = [&](auto& B, const auto* v, auto keep) {
+      for (int j = 0; j < n; ++j)
+        for (size_t k = colptr[j]; k < colptr[j + 1]; ++k) {
+          const int i = static_cast<int>(row[k]);
+          if (keep(i, j)) B.add(i, j, v[k]);
+        }
+    };
+    auto all = [](int, int) { return true; };
     if (sym) {
-      if (t.complex || kl != ku) {
+      if (!S.isReal() || kl != ku) {
         std::fprintf(stderr, "qvtool: %s: --sym needs a real symmetric matrix\n", file);
         return 1;
       }
       ExtSymBandMatrix A(n, kl);
-      for (size_t e = 0; e < t.value.size(); ++e) {
-        if (t.row[e] < t.col[e]) continue;  // one triangle gives both
-        A.add(t.row[e], t.col[e], t.value[e].real());
-      }
+      fill(A, S.getDoubleVal(), [](int i, int j) { return i >= j; });  // one triangle gives both
       return solveAndReport<double>(A, n);
     }
-    if (t.complex) {
+    if (!S.isReal()) {
       ZBandMatrix A(n, kl, ku);
-      for (size_t e = 0; e < t.value.size(); ++e) A.add(t.row[e], t.col[e], t.value[e]);
+      fill(A, S.getDcmplxVal(), all);
       return solveAndReport<std::complex<double>>(A, n);
     }
     BandMatrix A(n, kl, ku);
-    for (size_t e = 0; e < t.value.size(); ++e) A.add(t.row[e], t.col[e], t.value[e].real());
+    fill(A, S.getDoubleVal(), all);
     return solveAndReport<double>(A, n);
   } catch (const std::exception& e) {
-    std::fprintf(stderr, "qvtool: %s\n", e.what());
-    return 1;
+    return qvtool::reportError(e);
   }
 }

@@ -10,9 +10,12 @@
 #include <vector>
 
 #include "commands.h"
-#include "mmtriplets.h"
 #include "qvarray/gmres.h"
+#include "qvarray/matrixmarket.h"
+#include "qvarray/sparse.h"
+#include "qvarray/sparseoperator.h"
 #include "qvutil/stopwatch.h"
+#include "toolutil.h"
 
 namespace {
 
@@ -28,63 +31,19 @@ void usage(std::FILE* out) {
                "  --jacobi  precondition with the inverse of the diagonal\n");
 }
 
-// The matrix in compressed rows, as an operator y = A·x.
-class CsrOperator : public qvarray::LinearOperator {
- public:
-  explicit CsrOperator(const qvtool::Triplets& t) : n_(t.rows), start_(t.rows + 1, 0) {
-    for (int r : t.row) ++start_[r + 1];
-    for (size_t i = 0; i < n_; ++i) start_[i + 1] += start_[i];
-    col_.resize(t.value.size());
-    val_.resize(t.value.size());
-    std::vector<size_t> next(start_.begin(), start_.end() - 1);
-    for (size_t e = 0; e < t.value.size(); ++e) {
-      const size_t k = next[t.row[e]]++;
-      col_[k] = t.col[e];
-      val_[k] = t.value[e];
-    }
-    real_ = !t.complex;
-  }
-  size_t size() const override { return n_; }
-  bool isReal() const override { return real_; }
-  dcomplex diagonal(size_t i) const {
-    dcomplex d = 0.0;
-    for (size_t k = start_[i]; k < start_[i + 1]; ++k)
-      if (static_cast<size_t>(col_[k]) == i) d += val_[k];
-    return d;
-  }
-
- protected:
-  void applyReal(const qvarray::Array<double, 1>& x, qvarray::Array<double, 1>& y) const override {
-    for (size_t i = 0; i < n_; ++i) {
-      double s = 0.0;
-      for (size_t k = start_[i]; k < start_[i + 1]; ++k) s += val_[k].real() * x[col_[k]];
-      y[i] = s;
-    }
-  }
-  void applyComplex(const qvarray::Array<dcomplex, 1>& x,
-                    qvarray::Array<dcomplex, 1>& y) const override {
-    for (size_t i = 0; i < n_; ++i) {
-      dcomplex s = 0.0;
-      for (size_t k = start_[i]; k < start_[i + 1]; ++k) s += val_[k] * x[col_[k]];
-      y[i] = s;
-    }
-  }
-
- private:
-  size_t n_;
-  std::vector<size_t> start_;
-  std::vector<int> col_;
-  std::vector<dcomplex> val_;
-  bool real_ = true;
-};
-
 // Jacobi preconditioner: y = diag(A)⁻¹·x (zero diagonal entries act as 1).
 class JacobiOperator : public qvarray::LinearOperator {
  public:
-  explicit JacobiOperator(const CsrOperator& A) : inv_(A.size()), real_(A.isReal()) {
-    for (size_t i = 0; i < inv_.size(); ++i) {
-      const dcomplex d = A.diagonal(i);
-      inv_[i] = d == 0.0 ? 1.0 : 1.0 / d;
+  explicit JacobiOperator(const qvarray::Sparse& A) : inv_(A.getN(), 1.0), real_(A.isReal()) {
+    const size_t* colptr = A.getColPtr();
+    const size_t* row = A.getRow();
+    const double* dv = A.getDoubleVal();
+    const dcomplex* zv = A.getDcmplxVal();
+    for (size_t j = 0; j < inv_.size(); ++j) {
+      dcomplex d = 0.0;
+      for (size_t k = colptr[j]; k < colptr[j + 1]; ++k)
+        if (row[k] == j) d += real_ ? dcomplex(dv[k]) : zv[k];
+      if (d != 0.0) inv_[j] = 1.0 / d;
     }
   }
   size_t size() const override { return inv_.size(); }
@@ -143,26 +102,28 @@ int cmdGmres(int argc, char** argv) {
     return 2;
   }
   try {
-    const qvtool::Triplets t = qvtool::readTriplets(file);
-    if (t.rows != t.cols) {
-      std::fprintf(stderr, "qvtool: %s: the matrix is not square (%zu x %zu)\n", file, t.rows, t.cols);
+    const qvarray::Sparse S = qvarray::readMatrixMarket(file);
+    if (S.getM() != S.getN()) {
+      std::fprintf(stderr, "qvtool: %s: the matrix is not square (%zu x %zu)\n", file, S.getM(),
+                   S.getN());
       return 1;
     }
-    const CsrOperator A(t);
-    const JacobiOperator M(A);
+    const size_t n = S.getN();
+    const qvarray::SparseOperator A(S);
+    const JacobiOperator M(S);
     if (jacobi) o.precond = &M;
-    std::printf("matrix: %s, n = %zu, %s, %zu entries\n", file, t.rows,
-                t.complex ? "complex" : "real", t.value.size());
+    std::printf("matrix: %s, n = %zu, %s, %zu entries\n", file, n, S.isReal() ? "real" : "complex",
+                S.getNnz());
     std::printf("restart %d, tol %.1e, maxit %d, preconditioner: %s\n", o.restart, o.tol, o.maxIter,
                 jacobi ? "Jacobi" : "none");
 
-    Vector ones(t.rows, 1.0), b, x;
+    Vector ones(n, 1.0), b, x;
     if (A.isReal()) {
-      b = Vector(t.rows);
+      b = Vector(n);
       A.apply(ones.getdArr(), b.getdArr());
     } else {
       ones.makeComplex();
-      b = Vector(t.rows, dcomplex(0.0));
+      b = Vector(n, dcomplex(0.0));
       A.apply(ones.getzArr(), b.getzArr());
     }
     qvutil::Stopwatch clock;
@@ -182,7 +143,6 @@ int cmdGmres(int argc, char** argv) {
                 res.relResidual, x.normInf());
     return res.converged() ? 0 : 1;
   } catch (const std::exception& e) {
-    std::fprintf(stderr, "qvtool: %s\n", e.what());
-    return 1;
+    return qvtool::reportError(e);
   }
 }

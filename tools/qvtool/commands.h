@@ -6,8 +6,8 @@
 
 int cmdBlas(int argc, char** argv);   // cmd_blas.cpp
 int cmdSolve(int argc, char** argv);  // cmd_solve.cpp
-int cmdBand(int argc, char** argv);   // cmd_band.cpp (with mmtriplets.cpp)
-int cmdGmres(int argc, char** argv);  // cmd_gmres.cpp (with mmtriplets.cpp)
+int cmdBand(int argc, char** argv);   // cmd_band.cpp: qvtool band FILE.mtx [--sym]
+int cmdGmres(int argc, char** argv);  // cmd_gmres.cpp: qvtool gmres FILE.mtx [--restart m] [--tol t] [--maxit k] [--jacobi]
 int cmdSparse(int argc, char** argv);  // cmd_sparse.cpp: qvtool sparse FILE.mtx [--print] [--symmetric]
 int cmdNull(int argc, char** argv);    // cmd_null.cpp: qvtool null [--grid n] [--nullfun auto|orth|sparse]
 int cmdSpmv(int argc, char** argv);    // cmd_spmv.cpp: qvtool spmv FILE.mtx [--trans] [--threads N]
