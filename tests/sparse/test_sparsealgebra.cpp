@@ -127,8 +127,7 @@ TEST(SparseAlgebra, ProductsMatchDenseForEveryModeAndTransposition) {
 
 TEST(SparseAlgebra, ProductDetails) {
   // A·A with A its own operand; cancellation kept or dropped.
-  Sparse A;
-  A.vectorTripletToSparse({0, 1, 0, 1}, {0, 0, 1, 1}, std::vector<double>{1, 1, 1, -1}, 2, 2);
+  Sparse A = Sparse().vectorTripletToSparse({0, 1, 0, 1}, {0, 0, 1, 1}, std::vector<double>{1, 1, 1, -1}, 2, 2);
   Sparse B = A, C = A, P = A;
   B.mulRight(B, NoTrans, false);  // [[1,1],[1,-1]]² = 2·I, zeros stored
   EXPECT_EQ(B.getNnz(), 4u);
@@ -142,10 +141,8 @@ TEST(SparseAlgebra, ProductDetails) {
   P.setOffsets(1, 1);
   qvtest::expectThrowKey([&] { A.mulRight(P, NoTrans, false); }, "Internal_error_sparse");
   // An empty inner dimension gives an empty product.
-  Sparse E, F;
-  E.zeros(3, 0, 0, true);
-  F.zeros(0, 4, 0, true);
-  E.mulRight(F, NoTrans, false);
+  Sparse E = Sparse().zeros(3, 0, 0, true);
+  E.mulRight(Sparse().zeros(0, 4, 0, true), NoTrans, false);
   EXPECT_TRUE(E.getM() == 3 && E.getN() == 4 && E.getNnz() == 0);
 }
 
@@ -212,8 +209,7 @@ TEST(SparseAlgebra, MakeSymmetricAndUniqueSymmetric) {
   // Nothing to do for the general modes.
   Sparse A = randomSparse(6, 4, 10, true, qvarray::SymmNone, 16);
   const auto store = A.getptrD();
-  A.uniqueSymmetric();
-  EXPECT_EQ(A.getptrD(), store);
+  EXPECT_EQ(A.uniqueSymmetric().getptrD(), store);
 }
 
 TEST(SparseAlgebra, SubMatrixTrilAndConcatenation) {
@@ -257,11 +253,8 @@ TEST(SparseAlgebra, PermutationTimesDiagonal) {
   const size_t n = 200000;
   std::vector<size_t> rows(n), cols(n);
   for (size_t j = 0; j < n; ++j) rows[j] = (j * 7919) % n, cols[j] = j;
-  Sparse P, D;
-  P.vectorTripletToSparse(rows, cols, std::vector<double>{1.0}, n, n);
-  D.eye(n);
-  D.scale(3.0);
-  P.mulRight(D, NoTrans, false);
+  Sparse P = Sparse().vectorTripletToSparse(rows, cols, std::vector<double>{1.0}, n, n);
+  P.mulRight(Sparse().eye(n).scale(3.0), NoTrans, false);
   ASSERT_EQ(P.getNnz(), n);
   for (size_t j = 0; j < n; j += 99991) ASSERT_EQ(P.getReal(rows[j], j), 3.0);
 }
