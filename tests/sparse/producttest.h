@@ -100,11 +100,6 @@ inline Reference denseProduct(const Dense<dcomplex>& D, const qvarray::Vector& x
   return r;
 }
 
-/// D·x.
-inline Reference denseProduct(const Dense<dcomplex>& D, const qvarray::Vector& x) {
-  return denseProduct(D, x, qvarray::Vector(D.m));
-}
-
 inline void expectNear(const qvarray::Vector& y, const Reference& ref, const std::string& what) {
   ASSERT_EQ(y.size(), ref.value.size()) << what;
   for (size_t i = 0; i < y.size(); ++i)

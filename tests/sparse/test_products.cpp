@@ -113,7 +113,7 @@ TEST(SparseProducts, SymmetricStorageWithHalfDiagonalGivesTheFullProduct) {
     H.setSymm(real ? qvarray::SymmSymmetric : qvarray::SymmHermitian);
     ASSERT_GE(H.getNnz(), 10000u);
     const Vector x = randomVector(n, real, 8);
-    onOneAndTwoThreads([&](int) { expectNear(qvarray::AMulx(H, x, NoTrans), denseProduct(full, x), "half"); });
+    onOneAndTwoThreads([&](int) { expectNear(qvarray::AMulx(H, x, NoTrans), denseProduct(full, x, Vector(n)), "half"); });
   }
 }
 
@@ -163,7 +163,7 @@ TEST(SparseProducts, ParallelDataFollowsThePatternAndValues) {
   // A pattern change draws a new version and a new build.
   A.setElem(0, 199, 5.0);
   EXPECT_FALSE(A.hasParallelData());
-  expectNear(qvarray::AMulx(A, x, NoTrans), denseProduct(represented(A), x), "after setElem");
+  expectNear(qvarray::AMulx(A, x, NoTrans), denseProduct(represented(A), x, Vector(200)), "after setElem");
   EXPECT_EQ(A.getParallelData()->getVersion(), A.getRowColptrVersion());
 
   // Aᵀ·x needs only the column split: no row companion is built.
