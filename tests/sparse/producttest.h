@@ -1,7 +1,7 @@
 #pragma once
 // Oracles of the product tests: the represented matrix of any symmetry mode
-// as a dense one, dense products, random matrices and vectors, and a scope
-// that sets the thread count.
+// as a dense one, dense products in long double, random matrices and vectors,
+// and a scope that sets the thread count.
 #include <gtest/gtest.h>
 
 #include <complex>
@@ -20,6 +20,11 @@ namespace producttest {
 using dcomplex = std::complex<double>;
 using sparsetest::Dense;
 
+inline constexpr Trans_t kTrans[] = {qvarray::NoTrans, qvarray::Trans, qvarray::ConjTrans};
+inline constexpr Symm_t kModes[] = {qvarray::SymmNone, qvarray::SymmSymmetric,
+                                    qvarray::SymmHermitian, qvarray::SymmTransposed};
+inline bool isSymmetric(Symm_t s) { return s == qvarray::SymmSymmetric || s == qvarray::SymmHermitian; }
+
 /// Sets AVAILABLETHREADS() for its lifetime.
 class Threads {
  public:
@@ -32,25 +37,30 @@ class Threads {
   int saved_;
 };
 
+/// Runs body(threads) with 1 and, where the machine has them, 2 threads.
+template <class F>
+void onOneAndTwoThreads(F&& body) {
+  for (int threads : {1, 2})
+    if (Threads::available(threads)) {
+      Threads scope(threads);
+      body(threads);
+    }
+}
+
 /// The matrix that A represents (its symmetry mode applied), as a dense
 /// complex matrix; stored rows are taken minus the first-row offset.
 inline Dense<dcomplex> represented(const qvarray::Sparse& A) {
   const size_t m = A.getM() - A.getFirstRow(), n = A.getN();
   const Symm_t symm = A.getSymm();
   const bool transposed = symm == qvarray::SymmTransposed;
-  const bool symmetric = symm == qvarray::SymmSymmetric || symm == qvarray::SymmHermitian;
   Dense<dcomplex> D(transposed ? n : m, transposed ? m : n);
-  const size_t* cp = A.getColPtr();
-  const size_t* row = A.getRow();
+  const size_t *cp = A.getColPtr(), *row = A.getRow();
   for (size_t j = 0; j < n; ++j)
     for (size_t p = cp[j]; p < cp[j + 1]; ++p) {
       const size_t i = row[p] - A.getFirstRow();
       const dcomplex v = A.isReal() ? dcomplex(A.getDoubleVal()[p]) : A.getDcmplxVal()[p];
-      if (transposed)
-        D(j, i) += v;
-      else
-        D(i, j) += v;
-      if (symmetric) D(j, i) += symm == qvarray::SymmHermitian ? std::conj(v) : v;
+      (transposed ? D(j, i) : D(i, j)) += v;
+      if (isSymmetric(symm)) D(j, i) += symm == qvarray::SymmHermitian ? std::conj(v) : v;
     }
   return D;
 }
@@ -64,12 +74,6 @@ inline Dense<dcomplex> applyTrans(const Dense<dcomplex>& D, qvarray::Trans_t t) 
   return T;
 }
 
-inline std::vector<dcomplex> toComplex(const qvarray::Vector& v) {
-  std::vector<dcomplex> out(v.size());
-  for (size_t i = 0; i < v.size(); ++i) out[i] = v.get(i);
-  return out;
-}
-
 /// y ± D·x in long double, and the scale Σ|d||x| + |y| of each entry for a
 /// rounding bound.
 struct Reference {
@@ -77,22 +81,19 @@ struct Reference {
   std::vector<double> scale;
 };
 
-inline Reference denseProduct(const Dense<dcomplex>& D, const std::vector<dcomplex>& x,
-                              const std::vector<dcomplex>& y, bool minus) {
-  Reference r;
-  r.value.resize(D.m);
-  r.scale.resize(D.m);
+inline Reference denseProduct(const Dense<dcomplex>& D, const qvarray::Vector& x,
+                              const qvarray::Vector& y, bool minus = false) {
+  using lcomplex = std::complex<long double>;
+  Reference r{std::vector<dcomplex>(D.m), std::vector<double>(D.m)};
   for (size_t i = 0; i < D.m; ++i) {
-    std::complex<long double> s = 0;
-    long double sc = std::abs(y[i]);
+    lcomplex s = 0;
+    long double sc = std::abs(y.get(i));
     for (size_t j = 0; j < D.n; ++j) {
-      const std::complex<long double> d(D(i, j).real(), D(i, j).imag());
-      const std::complex<long double> xv(x[j].real(), x[j].imag());
+      const lcomplex d(D(i, j).real(), D(i, j).imag()), xv(x.get(j).real(), x.get(j).imag());
       s += d * xv;
       sc += std::abs(d) * std::abs(xv);
     }
-    const std::complex<long double> yv(y[i].real(), y[i].imag());
-    const std::complex<long double> res = minus ? yv - s : yv + s;
+    const lcomplex res = lcomplex(y.get(i).real(), y.get(i).imag()) + (minus ? -s : s);
     r.value[i] = dcomplex(static_cast<double>(res.real()), static_cast<double>(res.imag()));
     r.scale[i] = static_cast<double>(sc);
   }
@@ -136,23 +137,16 @@ inline qvarray::Sparse randomSparse(size_t m, size_t n, size_t count, bool real,
                                     unsigned seed) {
   std::mt19937_64 g(seed);
   std::uniform_real_distribution<double> u(-1, 1);
-  std::vector<size_t> rows, cols;
-  std::vector<double> dv;
-  std::vector<dcomplex> zv;
+  sparsetest::Triplets<dcomplex> t(m, n);
   for (size_t k = 0; k < count; ++k) {
     size_t i = g() % m, j = g() % n;
     if (j % 7 == 3) j = (j + 1) % n;  // columns 3, 10, 17, … stay empty
     if (i % 11 == 5) i = (i + 1) % m;  // and rows 5, 16, 27, …
-    rows.push_back(i);
-    cols.push_back(j);
-    dv.push_back(u(g));
-    zv.emplace_back(u(g), u(g));
+    const double re = u(g), im = u(g);
+    t.add(i, j, dcomplex(re, real ? 0.0 : im));
   }
-  qvarray::Sparse A;
-  if (real)
-    A.vectorTripletToSparse(rows, cols, dv, m, n);
-  else
-    A.vectorTripletToSparse(rows, cols, zv, m, n);
+  qvarray::Sparse A = t.assemble();
+  if (real) A.convertZeroImagToReal();
   A.setSymm(symm);
   return A;
 }

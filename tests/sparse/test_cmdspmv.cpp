@@ -3,6 +3,7 @@
 
 #include <regex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "commands.h"
@@ -10,57 +11,50 @@
 
 namespace {
 
-struct Outcome {
-  int code;
-  std::string out;
-};
-
-Outcome run(std::vector<std::string> args) {
+// The exit code and standard output of `qvtool spmv args…`.
+std::pair<int, std::string> run(std::vector<std::string> args) {
   producttest::Threads keep(AVAILABLETHREADS());  // --threads changes the process setting
-  std::vector<char*> argv;
   args.insert(args.begin(), "spmv");
+  std::vector<char*> argv;
   for (auto& a : args) argv.push_back(a.data());
   testing::internal::CaptureStdout();
   testing::internal::CaptureStderr();
   const int code = cmdSpmv(static_cast<int>(argv.size()), argv.data());
-  Outcome r{code, testing::internal::GetCapturedStdout()};
   testing::internal::GetCapturedStderr();
-  return r;
+  return {code, testing::internal::GetCapturedStdout()};
 }
 
 const std::string kDir = QV_MATRIX_DIR;
 
 TEST(QvtoolSpmv, ReportsTimeAndBandwidth) {
-  const Outcome r = run({kDir + "/c.mtx", "--reps", "3", "--threads", "1"});
-  EXPECT_EQ(r.code, 0);
+  const auto [code, out] = run({kDir + "/c.mtx", "--reps", "3", "--threads", "1"});
+  EXPECT_EQ(code, 0);
   EXPECT_TRUE(std::regex_search(
-      r.out, std::regex("^Sparse 3-by-3 matrix\\. Nnz = 7\\.\n"
+      out, std::regex("^Sparse 3-by-3 matrix\\. Nnz = 7\\.\n"
                         "Product: y \\+= A\\*x, complex, 1 thread, serial kernel\n"
                         "First product: [0-9.e+-]+ s\n"
                         "Products: 3\n"
                         "Time per product: [0-9.e+-]+ s \\(median; fastest [0-9.e+-]+ s\\)\n"
                         "Time per non-zero: [0-9.e+-]+ ns\n"
                         "Effective bandwidth: [0-9.e+-]+ GB/s\n$")))
-      << r.out;
+      << out;
 }
 
 TEST(QvtoolSpmv, TransposedSymmetricAndParallel) {
-  const Outcome r = run({"--trans", "--symmetric", kDir + "/bcsstk13.mtx", "--reps", "2", "--threads", "2"});
-  EXPECT_EQ(r.code, 0);
-  EXPECT_NE(r.out.find("Symmetric.\nProduct: y += A^T*x, real"), std::string::npos) << r.out;
-  if (producttest::Threads::available(2)) {
-    EXPECT_NE(r.out.find("2 threads, parallel kernel"), std::string::npos) << r.out;
-    EXPECT_NE(r.out.find("(parallel data: "), std::string::npos) << r.out;
-  }
+  const auto [code, out] = run({"--trans", "--symmetric", kDir + "/bcsstk13.mtx", "--reps", "2", "--threads", "2"});
+  EXPECT_EQ(code, 0);
+  EXPECT_NE(out.find("Symmetric.\nProduct: y += A^T*x, real"), std::string::npos) << out;
+  const bool parallel = out.find("2 threads, parallel kernel") != out.npos && out.find("(parallel data: ") != out.npos;
+  EXPECT_TRUE(parallel || !producttest::Threads::available(2)) << out;
 }
 
 TEST(QvtoolSpmv, Failures) {
-  EXPECT_EQ(run({}).code, 2);
-  EXPECT_EQ(run({"--bogus", kDir + "/c.mtx"}).code, 2);
-  EXPECT_EQ(run({kDir + "/c.mtx", "--threads", "0"}).code, 2);
-  EXPECT_EQ(run({kDir + "/c.mtx", "--reps"}).code, 2);
-  EXPECT_EQ(run({kDir + "/no-such-file.mtx"}).code, 1);
-  EXPECT_EQ(run({"--help"}).code, 0);
+  EXPECT_EQ(run({}).first, 2);
+  EXPECT_EQ(run({"--bogus", kDir + "/c.mtx"}).first, 2);
+  EXPECT_EQ(run({kDir + "/c.mtx", "--threads", "0"}).first, 2);
+  EXPECT_EQ(run({kDir + "/c.mtx", "--reps"}).first, 2);
+  EXPECT_EQ(run({kDir + "/no-such-file.mtx"}).first, 1);
+  EXPECT_EQ(run({"--help"}).first, 0);
 }
 
 }  // namespace
