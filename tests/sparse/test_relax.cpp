@@ -34,30 +34,18 @@ using sparsetest::Dense;
 
 // How a test matrix is stored: the mode, and for the symmetric modes whether
 // each off-diagonal pair sits in the lower triangle or on a random side.
-struct Storage {
-  Symm_t symm;
-  bool mixed;
-};
+struct Storage { Symm_t symm; bool mixed; };
 
 const Storage kStorages[] = {{qvarray::SymmNone, false},      {qvarray::SymmTransposed, false},
                              {qvarray::SymmSymmetric, false}, {qvarray::SymmSymmetric, true},
                              {qvarray::SymmHermitian, false}, {qvarray::SymmHermitian, true}};
-
-template <class T>
-T conjIf(bool herm, T v) {
-  if constexpr (std::is_same_v<T, dcomplex>)
-    return herm ? std::conj(v) : v;
-  else
-    return v;
-}
 
 // A random stored matrix S (triplets in shuffled order) and the matrix A it
 // represents, built from S by the definition of the mode.
 template <class T>
 struct Case {
   Sparse S;
-  Dense<T> A{0, 0};
-  Dense<T> stored{0, 0};
+  Dense<T> A{0, 0}, stored{0, 0};
 };
 
 template <class T>
@@ -70,14 +58,13 @@ Case<T> makeCase(size_t n, Storage st, unsigned seed, double density = 0.15) {
   std::vector<double> rowSum(n, 1.0);
   for (size_t j = 0; j < n; ++j)
     for (size_t i = 0; i < n; ++i) {
-      if (i == j || std::uniform_real_distribution<double>(0, 1)(coin) > density) continue;
-      if (sym && i < j) continue;  // one entry per pair, placed below
+      // One entry per symmetric pair, placed below the diagonal.
+      if (i == j || std::uniform_real_distribution<double>(0, 1)(coin) > density || (sym && i < j)) continue;
       const T v = rng.value<T>();
       size_t r = i, c = j;
       if (sym && st.mixed && coin() % 2) std::swap(r, c);
       t.add(r, c, v);
-      rowSum[i] += std::abs(v);
-      rowSum[j] += std::abs(v);
+      rowSum[i] += std::abs(v), rowSum[j] += std::abs(v);
     }
   for (size_t i = 0; i < n; ++i) {
     T d = T(rowSum[i] * (sym ? 0.5 : 1.0));
@@ -94,12 +81,8 @@ Case<T> makeCase(size_t n, Storage st, unsigned seed, double density = 0.15) {
   for (size_t j = 0; j < n; ++j)
     for (size_t i = 0; i < n; ++i) {
       const T s = c.stored(i, j);
-      if (st.symm == qvarray::SymmTransposed) {
-        c.A(j, i) += s;
-      } else {
-        c.A(i, j) += s;
-        if (sym) c.A(j, i) += conjIf(herm, s);
-      }
+      (st.symm == qvarray::SymmTransposed ? c.A(j, i) : c.A(i, j)) += s;
+      if (sym) c.A(j, i) += herm ? T(2 * std::real(s)) - s : s;  // conj(s), also for real T
     }
   return c;
 }
@@ -309,7 +292,7 @@ TEST(RelaxTypes, RealStorageWithComplexVectorsActsOnBothParts) {
   std::vector<dcomplex> xz(20), rz(20);
   for (size_t i = 0; i < 20; ++i) xz[i] = {xr[i], xi[i]}, rz[i] = {rr[i], ri[i]};
   Vector x(xz), r(rz), x1(xr), r1(rr), x2(xi), r2(ri);
-  for (auto* v : {&x, &x1, &x2}) qvarray::SORItUpdater(c.S, *v, v == &x ? r : v == &x1 ? r1 : r2, 1.2, false);
+  for (auto [xv, rv] : {std::pair{&x, &r}, {&x1, &r1}, {&x2, &r2}}) qvarray::SORItUpdater(c.S, *xv, *rv, 1.2, false);
   for (size_t i = 0; i < 20; ++i) {
     EXPECT_NEAR(std::abs(x.z(i) - dcomplex(x1.d(i), x2.d(i))), 0, 1e-14);
     EXPECT_NEAR(std::abs(r.z(i) - dcomplex(r1.d(i), r2.d(i))), 0, 1e-14);
@@ -362,9 +345,8 @@ TEST(RelaxRestricted, ListedColumnsRelaxTheirPrincipalSubmatrix) {
     using T = decltype(zero);
     const size_t n = 30;
     const Case<T> c = makeCase<T>(n, st, 51 + st.symm, 0.3);
-    const std::vector<size_t> J = {1, 2, 5, 8, 9, 10, 17, 22, 23, 29};
-    const auto cols = sizes({1, 2, 5, 8, 9, 10, 17, 22, 23, 29}), local = iota(J.size());
-    Sparse sub = c.S.extractMatrix(cols, cols);
+    const auto J = sizes({1, 2, 5, 8, 9, 10, 17, 22, 23, 29}), local = iota(J.size());
+    Sparse sub = c.S.extractMatrix(J, J);
     sub.setForm(qvarray::FormSorted);
     const auto x0 = randomVec<T>(n, 3), r0 = randomVec<T>(n, 4);
     std::vector<T> xl(J.size()), rl(J.size());
@@ -376,13 +358,13 @@ TEST(RelaxRestricted, ListedColumnsRelaxTheirPrincipalSubmatrix) {
       qvarray::SORItUpdater(sub, xs, rs, 1.2, backward);
       // One list on the full vectors: the other entries stay as they were.
       Vector x(x0), r(r0);
-      qvarray::SORItUpdater(c.S, x, r, 1.2, backward, cols);
+      qvarray::SORItUpdater(c.S, x, r, 1.2, backward, J);
       std::vector<T> xe = x0, re = r0;
       for (size_t t = 0; t < J.size(); ++t) xe[J[t]] = vdata<T>(xs)[t], re[J[t]] = vdata<T>(rs)[t];
       expectClose(x, xe), expectClose(r, re);
       // Three lists on compact vectors.
       Vector x3(xl), r3(rl);
-      qvarray::SORItUpdater(c.S, x3, r3, 1.2, backward, cols, local, local);
+      qvarray::SORItUpdater(c.S, x3, r3, 1.2, backward, J, local, local);
       expectSameVector<T>(x3, xs), expectSameVector<T>(r3, rs);
     }
     // The updater out of place: read the listed entries at idx2, write at idx3.
@@ -390,7 +372,7 @@ TEST(RelaxRestricted, ListedColumnsRelaxTheirPrincipalSubmatrix) {
     for (size_t t = 0; t < J.size(); ++t) v0[t] = x0[J[t]];
     Vector v(v0), vs(xl);
     qvarray::SORUpdater(sub, vs, 1.5, true);
-    qvarray::SORUpdater(c.S, v, 1.5, true, cols, local, iota(J.size(), J.size()));
+    qvarray::SORUpdater(c.S, v, 1.5, true, J, local, iota(J.size(), J.size()));
     for (size_t t = 0; t < J.size(); ++t) {
       EXPECT_EQ(vdata<T>(v)[t], v0[t]);
       EXPECT_NEAR(std::abs(vdata<T>(v)[J.size() + t] - vdata<T>(vs)[t]), 0, 1e-13);
@@ -472,8 +454,8 @@ TEST(RelaxOffsets, PartialMatricesAddressTheShiftedRowSpace) {
     const Case<double> c = makeCase<double>(n, st, 81 + st.symm, 0.3);
     const Sparse P = shiftedCopy(c, st.symm, fr, fc);
     const auto x0 = randomVec<double>(n, 1), r0 = randomVec<double>(n, 2);
-    std::vector<double> rp0(n + pad, 7.0);  // the first `pad` entries belong to no column
-    for (size_t i = 0; i < n; ++i) rp0[i + pad] = r0[i];
+    std::vector<double> rp0(pad, 7.0);  // the first `pad` entries belong to no column
+    rp0.insert(rp0.end(), r0.begin(), r0.end());
     for (bool backward : {false, true}) {
       Vector x(x0), r(r0), xp(x0), rp(rp0);
       qvarray::SORItUpdater(c.S, x, r, 1.3, backward);
@@ -551,37 +533,31 @@ TEST(RelaxParallel, JacobiAndUpdaterGiveTheSerialResults) {
     const Sparse A = poissonIn(symm, 110);
     const size_t N = A.getN();
     const auto x0 = randomVec<double>(N, 1), r0 = randomVec<double>(N, 2);
-    Vector xs(x0), rs(r0), xp(x0), rp(r0), us(x0), up(x0), ws(x0), wp(x0);
-    {
-      Threads one(1);
-      qvarray::JacobiIts(A, xs, rs, 0.8);
-      qvarray::SORUpdater(A, us, 1.3, true);
-      qvarray::SORUpdater(A, ws, 1.3, false);
-    }
-    Threads two(2);
-    EXPECT_EQ(qvarray::JacobiIts(A, xp, rp, 0.8), 2);
-    EXPECT_EQ(qvarray::SORUpdater(A, up, 1.3, true), 2);
-    EXPECT_EQ(qvarray::SORUpdater(A, wp, 1.3, false), 2);
-    expectSameVector<double>(xp, xs, 0.0);
-    expectSameVector<double>(up, us, 1e-15);
-    expectSameVector<double>(wp, ws, 1e-15);
+    auto run = [&](int threads) {
+      Threads t(threads);
+      const int expected = threads == 1 ? -1 : 2;
+      std::vector<Vector> v{Vector(x0), Vector(x0), Vector(x0)};
+      Vector r(r0);
+      EXPECT_EQ(qvarray::JacobiIts(A, v[0], r, 0.8), expected);
+      EXPECT_EQ(qvarray::SORUpdater(A, v[1], 1.3, true), expected);
+      EXPECT_EQ(qvarray::SORUpdater(A, v[2], 1.3, false), expected);
+      return v;
+    };
+    const auto serial = run(1), parallel = run(2);
+    for (int k = 0; k < 3; ++k) expectSameVector<double>(parallel[k], serial[k], k == 0 ? 0.0 : 1e-15);
   }
 }
 
 // The represented matrix row by row: (column, value) pairs.
 std::vector<std::vector<std::pair<size_t, double>>> rowsOf(const Sparse& S) {
   std::vector<std::vector<std::pair<size_t, double>>> rows(S.getN());
-  const bool sym = S.getSymm() == qvarray::SymmSymmetric;
+  const bool sym = S.getSymm() == qvarray::SymmSymmetric, transposed = S.getSymm() == qvarray::SymmTransposed;
   for (size_t j = 0; j < S.getN(); ++j)
     for (size_t p = S.getColPtr()[j]; p < S.getColPtr()[j + 1]; ++p) {
       const size_t k = S.getRow()[p];
       const double v = S.getDoubleVal()[p];
-      if (S.getSymm() == qvarray::SymmTransposed) {
-        rows[j].emplace_back(k, v);
-      } else {
-        rows[k].emplace_back(j, v);
-        if (sym) rows[j].emplace_back(k, v);
-      }
+      (transposed ? rows[j] : rows[k]).emplace_back(transposed ? k : j, v);
+      if (sym) rows[j].emplace_back(k, v);
     }
   return rows;
 }
@@ -597,8 +573,7 @@ TEST(RelaxParallel, SweepIsTheSorSweepOfTheParallelOrderingAndKeepsTheExactResid
       // The ordering, derived here from its definition: interior columns of
       // both blocks, then the columns coupled across the cut.
       const size_t cut = ParallelSparse::columnSplit(A.getColPtr(), N, 1, 2);
-      ASSERT_GT(cut, 0u);
-      ASSERT_LT(cut, N);
+      ASSERT_TRUE(cut > 0 && cut < N) << cut;
       std::vector<char> boundary(N, 0);
       for (size_t j = 0; j < N; ++j)
         for (size_t p = A.getColPtr()[j]; p < A.getColPtr()[j + 1]; ++p)
@@ -630,12 +605,10 @@ TEST(RelaxParallel, SweepIsTheSorSweepOfTheParallelOrderingAndKeepsTheExactResid
       expectSameVector<double>(x2, x, 0.0), expectSameVector<double>(r2, r, 0.0);  // repeatable
       // The updater's y leaves as the exact residual A·x − b of the new x.
       const Vector b(r0);
-      Vector xu(x0), y = qvarray::AMulx(A, xu, qvarray::NoTrans);
-      y -= b;
+      auto residual = [&](const Vector& v) { return qvarray::AMulx(A, v, qvarray::NoTrans) -= b; };
+      Vector xu(x0), y = residual(xu);
       EXPECT_EQ(qvarray::SORItUpdater(A, xu, y, 1.3, backward), 2);
-      Vector res = qvarray::AMulx(A, xu, qvarray::NoTrans);
-      res -= b;
-      expectSameVector<double>(y, res, 1e-13);
+      expectSameVector<double>(y, residual(xu), 1e-13);
     }
 }
 
@@ -648,10 +621,7 @@ int sorIterations(const Sparse& A, const std::vector<double>& bv, const std::vec
   y *= -1.0;  // residual of x = 0
   const double target = 1e-6 * b.norm();
   int it = 0;
-  while (y.norm() > target && it < 20000) {
-    qvarray::SORItUpdater(A, x, y, omega, false);
-    ++it;
-  }
+  for (; y.norm() > target && it < 20000; ++it) qvarray::SORItUpdater(A, x, y, omega, false);
   double err = 0;
   for (size_t i = 0; i < u.size(); ++i) err = std::max(err, std::abs(x.d(i) - u[i]));
   EXPECT_LT(err, 1e-3);
@@ -666,15 +636,11 @@ TEST(RelaxParallel, ParallelSorConvergesLikeTheSerialIteration) {
   for (Symm_t symm : {qvarray::SymmNone, qvarray::SymmSymmetric})
     for (double omega : {1.5, 1.9}) {
       const Sparse A = poissonIn(symm, 60);
-      int serial = 0, parallel = 0;
-      {
-        Threads one(1);
-        serial = sorIterations(A, b, u, omega);
-      }
-      {
-        Threads two(2);
-        parallel = sorIterations(A, b, u, omega);
-      }
+      auto iterations = [&](int threads) {
+        Threads t(threads);
+        return sorIterations(A, b, u, omega);
+      };
+      const int serial = iterations(1), parallel = iterations(2);
       EXPECT_LT(serial, 20000);
       EXPECT_LE(parallel, serial * 1.2) << serial << " serial, " << parallel << " parallel";
     }
