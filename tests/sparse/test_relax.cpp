@@ -172,49 +172,6 @@ testing::Message trace(Symm_t symm, bool backward) {
   return testing::Message() << "mode " << symm << (backward ? " backward" : " forward");
 }
 
-// ---- the sweep --------------------------------------------------------------------
-
-TEST(RelaxSweep, GaussSeidelOracleAndUpdatedResidualInEveryModeAndDirection) {
-  forEachCase([](auto zero, Storage st) {
-    using T = decltype(zero);
-    const Case<T> c = makeCase<T>(30, st, 7 + st.symm);
-    const auto x0 = randomVec<T>(30, 1), r0 = randomVec<T>(30, 2);
-    for (bool backward : {false, true})
-      for (double omega : {1.0, 1.4}) {
-        SCOPED_TRACE(trace(st.symm, backward) << (st.mixed ? " mixed" : "") << " ω " << omega);
-        const auto delta = sorOracle(c.A, r0, omega, backward);
-        Vector x(x0), r(r0);
-        EXPECT_EQ(qvarray::SORIt(c.S, x, r, omega, backward), -1);
-        expectClose(r, delta);
-        expectClose(x, plus(x0, delta));
-        // The updater: y enters as the residual A·x0 − b (b = r0) and leaves as
-        // that of the new iterate.
-        const auto y0 = mulAdd(c.A, x0, r0, -1.0);
-        const auto xNew = plus(x0, sorOracle(c.A, y0, omega, backward));
-        Vector xu(x0), y(y0);
-        EXPECT_EQ(qvarray::SORItUpdater(c.S, xu, y, omega, backward), -1);
-        expectClose(xu, xNew);
-        expectClose(y, mulAdd(c.A, xNew, r0, -1.0), 1e-11);
-      }
-  });
-}
-
-TEST(RelaxSweep, ThreeByThreeGeneralIsOneGaussSeidelStep) {
-  // A = [4 1 0; 2 5 1; 0 3 6], r = (1, 2, 3): δ0 = −1/4, δ1 = −(2 − 1/2)/5,
-  // δ2 = −(3 + 3·δ1)/6.
-  Sparse A;
-  A.vectorTripletToSparse({1, 0, 2, 0, 1, 2, 1}, {0, 0, 1, 1, 1, 2, 2}, std::vector<double>{2, 4, 3, 1, 5, 6, 1}, 3,
-                          3);
-  A.setForm(qvarray::FormSorted);
-  Vector x(std::vector<double>{1, 1, 1}), r(std::vector<double>{1, 2, 3});
-  qvarray::SORIt(A, x, r, 1.0, false);
-  const double d0 = -0.25, d1 = -(2 + 2 * d0) / 5, d2 = -(3 + 3 * d1) / 6;
-  for (auto [i, d] : {std::pair{0, d0}, {1, d1}, {2, d2}}) EXPECT_DOUBLE_EQ(r.d(i), d);
-  EXPECT_DOUBLE_EQ(x.d(2), 1 + d2);
-}
-
-// ---- the update -------------------------------------------------------------------
-
 // x_i ← c·A_ii·x_i + Σ_{j>i} A_ij·x_j (upper) or over j < i (lower), A dense
 // (or Aᵀ when `transposed`); `diagonalOnly` leaves out the off-diagonal sums.
 template <class T>
@@ -230,57 +187,74 @@ std::vector<T> triangularProduct(const Dense<T>& A, const std::vector<T>& x, dou
   return y;
 }
 
-TEST(RelaxUpdate, AgainstDenseTriangles) {
+// ---- every step against dense oracles ----------------------------------------------
+
+TEST(RelaxDense, EveryStepInEveryModeDirectionAndOmega) {
   forEachCase([](auto zero, Storage st) {
     using T = decltype(zero);
-    // The updater reads each stored column as a row: (c·D + U) and (c·D + L)
-    // of A in mode 3 and for lower symmetric storage, of Aᵀ in mode 0.
-    if (st.mixed) return;
-    const Case<T> c = makeCase<T>(20, st, 5 + st.symm);
-    const auto x0 = randomVec<T>(20, 9);
-    for (bool flag : {true, false})
-      for (double omega : {1.0, 1.6}) {
-        SCOPED_TRACE(testing::Message() << "mode " << st.symm << " flag " << flag << " ω " << omega);
-        Vector x(x0);
-        EXPECT_EQ(qvarray::SORUpdater(c.S, x, omega, flag), -1);
-        // Lower symmetric storage has nothing stored above the diagonal.
-        const bool diagonalOnly = st.symm != qvarray::SymmNone && st.symm != qvarray::SymmTransposed && !flag;
-        expectClose(x, triangularProduct(c.A, x0, (omega - 1) / omega, flag, st.symm == qvarray::SymmNone,
-                                         diagonalOnly));
+    const Case<T> c = makeCase<T>(30, st, 7 + st.symm);
+    const auto x0 = randomVec<T>(30, 1), r0 = randomVec<T>(30, 2);
+    for (bool backward : {false, true})
+      for (double omega : {1.0, 1.4}) {
+        SCOPED_TRACE(trace(st.symm, backward) << (st.mixed ? " mixed" : "") << " ω " << omega);
+        // The sweep: Gauss–Seidel/SOR by substitution.
+        const auto delta = sorOracle(c.A, r0, omega, backward);
+        Vector x(x0), r(r0);
+        EXPECT_EQ(qvarray::SORIt(c.S, x, r, omega, backward), -1);
+        expectClose(r, delta);
+        expectClose(x, plus(x0, delta));
+        // The sweep and update: y enters as the residual A·x0 − b (b = r0) and
+        // leaves as that of the new iterate.
+        const auto y0 = mulAdd(c.A, x0, r0, -1.0);
+        const auto xNew = plus(x0, sorOracle(c.A, y0, omega, backward));
+        Vector xu(x0), y(y0);
+        EXPECT_EQ(qvarray::SORItUpdater(c.S, xu, y, omega, backward), -1);
+        expectClose(xu, xNew);
+        expectClose(y, mulAdd(c.A, xNew, r0, -1.0), 1e-11);
+        // The update (flag = forward) reads each stored column as a row: (c·D + U)
+        // and (c·D + L) of A in mode 3 and for lower symmetric storage (which has
+        // nothing above the diagonal), of Aᵀ in mode 0.
+        const bool flag = !backward, lowerSym = st.symm != qvarray::SymmNone && st.symm != qvarray::SymmTransposed;
+        Vector u(x0);
+        EXPECT_EQ(qvarray::SORUpdater(c.S, u, omega, flag), -1);
+        if (!st.mixed)
+          expectClose(u, triangularProduct(c.A, x0, (omega - 1) / omega, flag, st.symm == qvarray::SymmNone,
+                                           lowerSym && !flag));
+        // The Jacobi step: x − ω·D⁻¹·r (in mode 2 A_ii = 2·Re(s_ii)); r is only read.
+        Vector xj(x0), rj(r0);
+        EXPECT_EQ(qvarray::JacobiIts(c.S, xj, rj, omega), -1);
+        std::vector<T> ref(30);
+        for (size_t i = 0; i < 30; ++i) ref[i] = x0[i] - omega * r0[i] / c.A(i, i);
+        expectClose(xj, ref);
+        expectClose(rj, r0, 0.0);
       }
   });
 }
 
-TEST(RelaxUpdate, OmegaOneDropsTheDiagonalAndSymmetricModesDoubleIt) {
-  // Lower symmetric storage of [2 −1; −1 2] holds s = [1 0; −1 1].
+TEST(RelaxDense, HandComputedGaussSeidelStepAndSymmetricUpdate) {
+  // A = [4 1 0; 2 5 1; 0 3 6], r = (1, 2, 3): δ0 = −1/4, δ1 = −(2 − 1/2)/5,
+  // δ2 = −(3 + 3·δ1)/6.
+  Sparse A;
+  A.vectorTripletToSparse({1, 0, 2, 0, 1, 2, 1}, {0, 0, 1, 1, 1, 2, 2}, std::vector<double>{2, 4, 3, 1, 5, 6, 1}, 3,
+                          3);
+  A.setForm(qvarray::FormSorted);
+  Vector x(std::vector<double>{1, 1, 1}), r(std::vector<double>{1, 2, 3});
+  qvarray::SORIt(A, x, r, 1.0, false);
+  const double d0 = -0.25, d1 = -(2 + 2 * d0) / 5, d2 = -(3 + 3 * d1) / 6;
+  for (auto [i, d] : {std::pair{0, d0}, {1, d1}, {2, d2}}) EXPECT_DOUBLE_EQ(r.d(i), d);
+  EXPECT_DOUBLE_EQ(x.d(2), 1 + d2);
+  // Lower symmetric storage of [2 −1; −1 2] holds s = [1 0; −1 1]; the update
+  // gives ω = 1: U·x = (−5, 0); ω = 2: c = 1/2, c' = 1: (1·3 − 5, 1·5).
   Sparse S;
   S.vectorTripletToSparse({0, 1, 1}, {0, 0, 1}, std::vector<double>{1.0, -1.0, 1.0}, 2, 2);
   S.setSymm(qvarray::SymmSymmetric);
   S.setForm(qvarray::FormSorted);
-  // ω = 1: U·x = (−5, 0); ω = 2: c = 1/2, c' = 1: (1·3 − 5, 1·5).
   for (auto [omega, y0, y1] : {std::tuple{1.0, -5.0, 0.0}, {2.0, -2.0, 5.0}}) {
-    Vector x(std::vector<double>{3, 5});
-    qvarray::SORUpdater(S, x, omega, true);
-    EXPECT_EQ(x.d(0), y0);
-    EXPECT_EQ(x.d(1), y1);
+    Vector u(std::vector<double>{3, 5});
+    qvarray::SORUpdater(S, u, omega, true);
+    EXPECT_EQ(u.d(0), y0);
+    EXPECT_EQ(u.d(1), y1);
   }
-}
-
-// ---- the Jacobi step -----------------------------------------------------------------
-
-TEST(RelaxJacobi, AgainstTheInverseDiagonal) {
-  forEachCase([](auto zero, Storage st) {
-    using T = decltype(zero);
-    const Case<T> c = makeCase<T>(15, st, 21 + st.symm);
-    const auto x0 = randomVec<T>(15, 5), r0 = randomVec<T>(15, 6);
-    Vector x(x0), r(r0);
-    EXPECT_EQ(qvarray::JacobiIts(c.S, x, r, 0.7), -1);
-    std::vector<T> ref(15);
-    // In mode 2 A_ii = 2·Re(s_ii): the step divides by the real part.
-    for (size_t i = 0; i < 15; ++i) ref[i] = x0[i] - 0.7 * r0[i] / c.A(i, i);
-    expectClose(x, ref);
-    expectClose(r, r0, 0.0);  // r is only read
-  });
 }
 
 // ---- number types ---------------------------------------------------------------------
