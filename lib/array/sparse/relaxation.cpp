@@ -170,35 +170,37 @@ relax::ColumnList threeLists(const Sparse& A, const Array<size_t, 1>& cols,
 
 // ---- the restricted forms, shared by the one- and three-list entries -----------
 
-int listSweep(const Sparse& A, Vector& x, Vector& r, double omega, bool backward,
-              const relax::ColumnList& J) {
-  typeSweepVectors(A, x, r);
+// Runs step(V, xp, wp) on the matrix's typed view and the raw storage of x
+// (column space) and w (row space: the residual r, or y), once their number
+// types are settled; shared by every SORIt and SORItUpdater entry.
+template <class Step>
+int withTypedSweep(const Sparse& A, Vector& x, Vector& w, Step step) {
+  typeSweepVectors(A, x, w);
   return withView(A, [&](const auto& V) {
-    return withSweepVectors(x, r, [&](auto* xp, auto* rp) {
+    return withSweepVectors(x, w, [&](auto* xp, auto* wp) {
       if constexpr (relax::isComplex<ValueOf<decltype(V)>> &&
-                    !relax::isComplex<std::remove_pointer_t<decltype(rp)>>) {
-        return -1;  // not reached: complex storage makes r complex
+                    !relax::isComplex<std::remove_pointer_t<decltype(wp)>>) {
+        return -1;  // not reached: complex storage makes w complex
       } else {
-        relax::listSweep(V, J, xp, rp, omega, backward);
-        return -1;
+        return step(V, xp, wp);
       }
     });
   });
 }
 
+int listSweep(const Sparse& A, Vector& x, Vector& r, double omega, bool backward,
+              const relax::ColumnList& J) {
+  return withTypedSweep(A, x, r, [&](const auto& V, auto* xp, auto* rp) {
+    relax::listSweep(V, J, xp, rp, omega, backward);
+    return -1;
+  });
+}
+
 int listSweepUpdate(const Sparse& A, Vector& x, Vector& y, double omega, bool backward,
                     const relax::ColumnList& J) {
-  typeSweepVectors(A, x, y);
-  return withView(A, [&](const auto& V) {
-    return withSweepVectors(x, y, [&](auto* xp, auto* yp) {
-      if constexpr (relax::isComplex<ValueOf<decltype(V)>> &&
-                    !relax::isComplex<std::remove_pointer_t<decltype(yp)>>) {
-        return -1;
-      } else {
-        relax::listSweepUpdate(V, J, xp, yp, omega, backward);
-        return -1;
-      }
-    });
+  return withTypedSweep(A, x, y, [&](const auto& V, auto* xp, auto* yp) {
+    relax::listSweepUpdate(V, J, xp, yp, omega, backward);
+    return -1;
   });
 }
 
@@ -248,20 +250,12 @@ int SORIt(const Sparse& A, Vector& x, Vector& r, double omega, bool backward) {
   checkLength(x, A.getN());
   checkLength(r, rowSpace(A));
   prepare(A);
-  typeSweepVectors(A, x, r);
   const int blocks = parallelBlocks(A, A.getNnz(), kParallelNnz);
-  return withView(A, [&](const auto& V) {
-    return withSweepVectors(x, r, [&](auto* xp, auto* rp) {
-      if constexpr (relax::isComplex<ValueOf<decltype(V)>> &&
-                    !relax::isComplex<std::remove_pointer_t<decltype(rp)>>) {
-        return -1;
-      } else {
-        if (blocks)
-          return relax::parallelSweep(V, *orderingFor(A, V, blocks), xp, rp, omega, backward);
-        relax::serialSweep(V, xp, rp, omega, backward);
-        return -1;
-      }
-    });
+  return withTypedSweep(A, x, r, [&](const auto& V, auto* xp, auto* rp) {
+    if (blocks)
+      return relax::parallelSweep(V, *orderingFor(A, V, blocks), xp, rp, omega, backward);
+    relax::serialSweep(V, xp, rp, omega, backward);
+    return -1;
   });
 }
 
@@ -325,21 +319,12 @@ int SORItUpdater(const Sparse& A, Vector& x, Vector& y, double omega, bool backw
   checkLength(x, A.getN());
   checkLength(y, rowSpace(A));
   prepare(A);
-  typeSweepVectors(A, x, y);
   const int blocks = parallelBlocks(A, A.getNnz(), kParallelNnz);
-  return withView(A, [&](const auto& V) {
-    return withSweepVectors(x, y, [&](auto* xp, auto* yp) {
-      if constexpr (relax::isComplex<ValueOf<decltype(V)>> &&
-                    !relax::isComplex<std::remove_pointer_t<decltype(yp)>>) {
-        return -1;
-      } else {
-        if (blocks)
-          return relax::parallelSweepUpdate(V, *orderingFor(A, V, blocks), xp, yp, omega,
-                                            backward);
-        relax::serialSweepUpdate(V, xp, yp, omega, backward);
-        return -1;
-      }
-    });
+  return withTypedSweep(A, x, y, [&](const auto& V, auto* xp, auto* yp) {
+    if (blocks)
+      return relax::parallelSweepUpdate(V, *orderingFor(A, V, blocks), xp, yp, omega, backward);
+    relax::serialSweepUpdate(V, xp, yp, omega, backward);
+    return -1;
   });
 }
 
