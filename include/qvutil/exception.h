@@ -69,6 +69,3 @@ class QVUTIL_API ParallelException : public Exception {
 };
 
 }  // namespace qvbase
-
-/// Throws qvbase::Exception(module, __LINE__, key, details...).
-#define QV_THROW(module, ...) throw ::qvbase::Exception(module, __LINE__, __VA_ARGS__)

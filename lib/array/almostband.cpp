@@ -9,16 +9,16 @@
 // matrix is never densified.
 #include <algorithm>
 
-#include "bandcheck.h"
 #include "qvarray/arrayutil.h"
 #include "qvarray/bandmatrix.h"
+#include "qvutil/errors.h"
 #include "qvutil/numeric.h"
 
 namespace qvarray {
 
 void AlmostBandMatrix::resize(int n, int kl, int ku, int p) {
-  QV_BAND_CHECK(n >= 0 && kl >= 0 && ku >= 0 && p >= 0,
-                "AlmostBandMatrix: Sizes and bandwidths must not be negative.");
+  QV_CHECK(n >= 0 && kl >= 0 && ku >= 0 && p >= 0, bandmatrix, Internal_numerical_error,
+           "AlmostBandMatrix: Sizes and bandwidths must not be negative.");
   band_.resize(n, kl, ku);
   const auto nn = static_cast<size_t>(n), pp = static_cast<size_t>(p);
   c_.resize(nn, pp);
@@ -40,11 +40,13 @@ void AlmostBandMatrix::setZero() {
 }
 
 void AlmostBandMatrix::checkIndex(int i, int j, const char* sentence) const {
-  QV_BAND_CHECK(i >= 0 && j >= 0 && i < size() && j < size(), sentence);
+  QV_CHECK(i >= 0 && j >= 0 && i < size() && j < size(), bandmatrix, Internal_numerical_error,
+           sentence);
 }
 
 void AlmostBandMatrix::checkNotFactored() const {
-  QV_BAND_CHECK(!factored_, "AlmostBandMatrix: The matrix holds its factors.");
+  QV_CHECK(!factored_, bandmatrix, Internal_numerical_error,
+           "AlmostBandMatrix: The matrix holds its factors.");
 }
 
 double AlmostBandMatrix::get(int i, int j) const {
@@ -58,7 +60,8 @@ double AlmostBandMatrix::get(int i, int j) const {
 
 void AlmostBandMatrix::set(int i, int j, double v) {
   checkIndex(i, j, "AlmostBandMatrix set: Index out of range.");
-  QV_BAND_CHECK(isStored(i, j), "AlmostBandMatrix set: Element outside the band and the border.");
+  QV_CHECK(isStored(i, j), bandmatrix, Internal_numerical_error,
+           "AlmostBandMatrix set: Element outside the band and the border.");
   checkNotFactored();
   if (i < n_ && j < n_) band_(i, j) = v;
   else if (i < n_) c_(i, j - n_) = v;
@@ -68,7 +71,8 @@ void AlmostBandMatrix::set(int i, int j, double v) {
 
 void AlmostBandMatrix::add(int i, int j, double v) {
   checkIndex(i, j, "AlmostBandMatrix add: Index out of range.");
-  QV_BAND_CHECK(isStored(i, j), "AlmostBandMatrix add: Element outside the band and the border.");
+  QV_CHECK(isStored(i, j), bandmatrix, Internal_numerical_error,
+           "AlmostBandMatrix add: Element outside the band and the border.");
   checkNotFactored();
   if (i < n_ && j < n_) band_(i, j) += v;
   else if (i < n_) c_(i, j - n_) += v;
@@ -77,9 +81,10 @@ void AlmostBandMatrix::add(int i, int j, double v) {
 }
 
 void AlmostBandMatrix::mul(const Array<double, 1>& x, Array<double, 1>& y) const {
-  QV_BAND_CHECK(x.count == static_cast<size_t>(size()),
-                "AlmostBandMatrix mul: Length of x differs from the matrix size.");
-  QV_BAND_CHECK(&x != &y, "AlmostBandMatrix mul: x and y must be different arrays.");
+  QV_CHECK(x.count == static_cast<size_t>(size()), bandmatrix, Internal_numerical_error,
+           "AlmostBandMatrix mul: Length of x differs from the matrix size.");
+  QV_CHECK(&x != &y, bandmatrix, Internal_numerical_error,
+           "AlmostBandMatrix mul: x and y must be different arrays.");
   checkNotFactored();
   const auto n = static_cast<size_t>(n_), p = static_cast<size_t>(p_);
   Array<double, 1> x1(n), x2(p), y1(n), y2(p);
@@ -117,23 +122,19 @@ int AlmostBandMatrix::factor(int flags) {
   const int sinfo = lu(d_, sipiv_, flags);
   if (sinfo > 0) {
     info_ = n_ + sinfo;
-    if (flags & RaiseOnFailure)
-      throw qvbase::Exception(detail::kBandModule, __LINE__, "Error_in_LAPACK_call",
-                              "Singular_matrix");
+    if (flags & RaiseOnFailure) QV_RAISE(bandmatrix, Error_in_LAPACK_call, "Singular_matrix");
     return info_;
   }
   return info_ = 0;
 }
 
 int AlmostBandMatrix::solve(Array<double, 2>& B, int flags) {
-  QV_BAND_CHECK(B.sizes[0] == static_cast<size_t>(size()),
-                "AlmostBandMatrix solve: Rows of B differ from the matrix size.");
+  QV_CHECK(B.sizes[0] == static_cast<size_t>(size()), bandmatrix, Internal_numerical_error,
+           "AlmostBandMatrix solve: Rows of B differ from the matrix size.");
   factor(flags);
   const auto n = static_cast<size_t>(n_), p = static_cast<size_t>(p_), k = B.sizes[1];
   if (info_ > 0) {
-    if (flags & RaiseOnFailure)
-      throw qvbase::Exception(detail::kBandModule, __LINE__, "Error_in_LAPACK_call",
-                              "Singular_matrix");
+    if (flags & RaiseOnFailure) QV_RAISE(bandmatrix, Error_in_LAPACK_call, "Singular_matrix");
     B.fill(qvGetNaN());
     return info_;
   }
@@ -158,8 +159,8 @@ int AlmostBandMatrix::solve(Array<double, 2>& B, int flags) {
 }
 
 int AlmostBandMatrix::solve(Array<double, 1>& b, int flags) {
-  QV_BAND_CHECK(b.count == static_cast<size_t>(size()),
-                "AlmostBandMatrix solve: Length of b differs from the matrix size.");
+  QV_CHECK(b.count == static_cast<size_t>(size()), bandmatrix, Internal_numerical_error,
+           "AlmostBandMatrix solve: Length of b differs from the matrix size.");
   Array<double, 2> B(b.count, 1);
   std::copy(b.begin(), b.end(), B.data);
   const int info = solve(B, flags);

@@ -15,8 +15,8 @@
 #include <cmath>
 #include <cstdint>
 
-#include "bandcheck.h"
 #include "qvarray/bandmatrix.h"
+#include "qvutil/errors.h"
 
 namespace qvarray {
 
@@ -41,8 +41,9 @@ struct Rotation {
 }  // namespace
 
 void AlmostBandedLSQ::resize(int n, int w, int p, int nrhs) {
-  QV_BAND_CHECK(n >= 0 && w >= 1 && p >= 0 && nrhs >= 1,
-                "AlmostBandedLSQ: Sizes must not be negative, bandwidth and right-hand sides at least 1.");
+  QV_CHECK(
+      n >= 0 && w >= 1 && p >= 0 && nrhs >= 1, bandmatrix, Internal_numerical_error,
+      "AlmostBandedLSQ: Sizes must not be negative, bandwidth and right-hand sides at least 1.");
   n_ = n;
   w_ = w;
   p_ = p;
@@ -73,13 +74,15 @@ void AlmostBandedLSQ::reset() {
 void AlmostBandedLSQ::addRow(int first, std::span<const double> band,
                              std::span<const double> border, std::span<const double> rhs,
                              double weight) {
-  QV_BAND_CHECK(first >= 0 && band.size() <= static_cast<size_t>(w_) &&
-                    first + static_cast<long>(band.size()) <= n_,
-                "AlmostBandedLSQ addRow: The row does not fit the band.");
-  QV_BAND_CHECK(border.empty() || border.size() == static_cast<size_t>(p_),
-                "AlmostBandedLSQ addRow: Length of the border part differs from the border size.");
-  QV_BAND_CHECK(rhs.size() == static_cast<size_t>(nrhs_),
-                "AlmostBandedLSQ addRow: Number of right-hand sides differs.");
+  QV_CHECK(first >= 0 && band.size() <= static_cast<size_t>(w_) &&
+               first + static_cast<long>(band.size()) <= n_,
+           bandmatrix, Internal_numerical_error,
+           "AlmostBandedLSQ addRow: The row does not fit the band.");
+  QV_CHECK(border.empty() || border.size() == static_cast<size_t>(p_), bandmatrix,
+           Internal_numerical_error,
+           "AlmostBandedLSQ addRow: Length of the border part differs from the border size.");
+  QV_CHECK(rhs.size() == static_cast<size_t>(nrhs_), bandmatrix, Internal_numerical_error,
+           "AlmostBandedLSQ addRow: Number of right-hand sides differs.");
   const int w = w_, p = p_, m = nrhs_;
   // The working row: u[0..w) band values at columns k..k+w−1, v border, f rhs.
   double* u = work_.data;
@@ -153,8 +156,8 @@ int AlmostBandedLSQ::solve(Array<double, 2>& X, double rcond, int flags) const {
   for (int k = 0; k < n; ++k) deficient += dependent(rb_(0, static_cast<size_t>(k)));
   for (int c = 0; c < p; ++c) deficient += dependent(rd_(static_cast<size_t>(c), static_cast<size_t>(c)));
   if (deficient > 0 && (flags & 1))
-    throw qvbase::Exception(detail::kBandModule, __LINE__, "Rank_deficient_system", "Rank",
-                            static_cast<std::int64_t>(n + p - deficient));
+    QV_RAISE(bandmatrix, Rank_deficient_system, "Rank",
+             static_cast<std::int64_t>(n + p - deficient));
 
   X.resize(static_cast<size_t>(n + p), static_cast<size_t>(m));
   for (int r = 0; r < m; ++r) {
@@ -192,7 +195,8 @@ int AlmostBandedLSQ::solve(Array<double, 2>& X, double rcond, int flags) const {
 }
 
 int AlmostBandedLSQ::solve(Array<double, 1>& x, double rcond, int flags) const {
-  QV_BAND_CHECK(nrhs_ == 1, "AlmostBandedLSQ solve: A vector holds only one right-hand side.");
+  QV_CHECK(nrhs_ == 1, bandmatrix, Internal_numerical_error,
+           "AlmostBandedLSQ solve: A vector holds only one right-hand side.");
   Array<double, 2> X;
   const int deficient = solve(X, rcond, flags);
   x.resize(X.count);
@@ -201,7 +205,8 @@ int AlmostBandedLSQ::solve(Array<double, 1>& x, double rcond, int flags) const {
 }
 
 double AlmostBandedLSQ::residualNorm(int r) const {
-  QV_BAND_CHECK(r >= 0 && r < nrhs_, "AlmostBandedLSQ residualNorm: No such right-hand side.");
+  QV_CHECK(r >= 0 && r < nrhs_, bandmatrix, Internal_numerical_error,
+           "AlmostBandedLSQ residualNorm: No such right-hand side.");
   return std::sqrt(ssr_[r]);
 }
 

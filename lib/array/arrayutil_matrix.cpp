@@ -8,9 +8,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "arraycheck.h"
 #include "backend/blas.h"
 #include "qvarray/arrayutil.h"
+#include "qvutil/errors.h"
 
 namespace qvarray {
 
@@ -29,11 +29,11 @@ void yPlusAMulxImpl(Array<T, 1>& y, const Array<T, 2>& A, const Array<T, 1>& x, 
   if (m < 0) m = toInt(A.sizes[0]);
   if (n < 0) n = toInt(A.sizes[1]);
   const size_t um = static_cast<size_t>(m), un = static_cast<size_t>(n);
-  QV_ARRAY_CHECK(A.sizes[0] >= um && A.sizes[1] >= un,
-                 "yPlusAMulx: Size of A less than required by m and n.");
+  QV_CHECK(A.sizes[0] >= um && A.sizes[1] >= un, arrayutil, Internal_numerical_error,
+           "yPlusAMulx: Size of A less than required by m and n.");
   const bool plain = t == NoTrans;
-  QV_ARRAY_CHECK(y.count >= (plain ? um : un) && x.count >= (plain ? un : um),
-                 "yPlusAMulx: Size of x or y less than required by m and n.");
+  QV_CHECK(y.count >= (plain ? um : un) && x.count >= (plain ? un : um), arrayutil,
+           Internal_numerical_error, "yPlusAMulx: Size of x or y less than required by m and n.");
   blas::gemv(t, m, n, T(1), A.data, leadingDim(A.sizes[0]), x.data, 1, T(1), y.data, 1);
 }
 
@@ -42,17 +42,18 @@ void triSolveImpl(const Array<T, 2>& A, Array<T, 1>& x, bool upper, Trans_t t, i
   (void)blas::trans<T>(t);
   if (n < 0) n = toInt(A.sizes[1]);
   const size_t un = static_cast<size_t>(n);
-  QV_ARRAY_CHECK(A.sizes[0] >= un && A.sizes[1] >= un && x.count >= un,
-                 "triSolve: Size of A or x is less than n.");
+  QV_CHECK(A.sizes[0] >= un && A.sizes[1] >= un && x.count >= un, arrayutil,
+           Internal_numerical_error, "triSolve: Size of A or x is less than n.");
   blas::trsv(upper, t, false, n, A.data, leadingDim(A.sizes[0]), x.data, 1);
 }
 
 template <class T>
 void matmatImpl(const Array<T, 2>& A, const Array<T, 2>& B, T alpha, T beta, Array<T, 2>& C) {
-  QV_ARRAY_CHECK(A.sizes[1] == B.sizes[0], "matmatAMulB: Inner sizes of A and B differ.");
+  QV_CHECK(A.sizes[1] == B.sizes[0], arrayutil, Internal_numerical_error,
+           "matmatAMulB: Inner sizes of A and B differ.");
   if (beta != T(0))
-    QV_ARRAY_CHECK(C.sizes[0] == A.sizes[0] && C.sizes[1] == B.sizes[1],
-                   "matmatAMulB: Size of C does not match A and B.");
+    QV_CHECK(C.sizes[0] == A.sizes[0] && C.sizes[1] == B.sizes[1], arrayutil,
+             Internal_numerical_error, "matmatAMulB: Size of C does not match A and B.");
   if (&C == &A || &C == &B) {
     // BLAS must not write into its own input: work on a copy.
     Array<T, 2> product;

@@ -10,10 +10,10 @@
 #include <cmath>
 #include <cstring>
 
-#include "arraycheck.h"
 #include "backend/blas.h"
 #include "chunks.h"
 #include "qvarray/arrayutil.h"
+#include "qvutil/errors.h"
 #include "qvutil/numeric.h"
 
 namespace qvarray {
@@ -129,37 +129,40 @@ void copy(int n, const dcomplex* x, dcomplex* y) { copyRun(n, x, y); }
 // Array kernels
 
 double dot(const Array<double, 1>& x, const Array<double, 1>& y) {
-  QV_ARRAY_CHECK(x.count == y.count, kDotLength);
+  QV_CHECK(x.count == y.count, arrayutil, Internal_numerical_error, kDotLength);
   return dotArray(x.data, y.data, x.count, NoTrans);
 }
 
 dcomplex dot(const Array<dcomplex, 1>& x, const Array<dcomplex, 1>& y, Trans_t t) {
-  QV_ARRAY_CHECK(x.count == y.count, kDotLength);
+  QV_CHECK(x.count == y.count, arrayutil, Internal_numerical_error, kDotLength);
   return dotArray(x.data, y.data, x.count, t);
 }
 
 double dot(const Array<double, 2>& x, const Array<double, 2>& y) {
-  QV_ARRAY_CHECK(x.count == y.count, kDotLength);
+  QV_CHECK(x.count == y.count, arrayutil, Internal_numerical_error, kDotLength);
   return dotArray(x.data, y.data, x.count, NoTrans);
 }
 
 dcomplex dot(const Array<dcomplex, 2>& x, const Array<dcomplex, 2>& y, Trans_t t) {
-  QV_ARRAY_CHECK(x.count == y.count, kDotLength);
+  QV_CHECK(x.count == y.count, arrayutil, Internal_numerical_error, kDotLength);
   return dotArray(x.data, y.data, x.count, t);
 }
 
 void yPlusaMulx(Array<double, 1>& y, double a, const Array<double, 1>& x) {
-  QV_ARRAY_CHECK(x.count == y.count, "yPlusaMulx: x and y does not have the same length.");
+  QV_CHECK(x.count == y.count, arrayutil, Internal_numerical_error,
+           "yPlusaMulx: x and y does not have the same length.");
   detail::forChunks(x.count, [&](size_t off, int n) { yPlusaMulx(y.data + off, a, x.data + off, n); });
 }
 
 void yPlusaMulx(Array<dcomplex, 1>& y, dcomplex a, const Array<dcomplex, 1>& x) {
-  QV_ARRAY_CHECK(x.count == y.count, "yPlusaMulx: y and x does not have the same length.");
+  QV_CHECK(x.count == y.count, arrayutil, Internal_numerical_error,
+           "yPlusaMulx: y and x does not have the same length.");
   detail::forChunks(x.count, [&](size_t off, int n) { yPlusaMulx(y.data + off, a, x.data + off, n); });
 }
 
 void yPlusaMulx(Array<dcomplex, 1>& y, dcomplex a, const Array<double, 1>& x) {
-  QV_ARRAY_CHECK(x.count == y.count, "yPlusaMulx: y and x does not have the same length.");
+  QV_CHECK(x.count == y.count, arrayutil, Internal_numerical_error,
+           "yPlusaMulx: y and x does not have the same length.");
   detail::forChunks(x.count, [&](size_t off, int n) { yPlusaMulx(y.data + off, a, x.data + off, n); });
 }
 
@@ -180,12 +183,12 @@ double norm(const Array<double, 1>& x) { return normArray(x.data, x.count); }
 double norm(const Array<dcomplex, 1>& x) { return normArray(x.data, x.count); }
 
 void copy(const Array<double, 1>& x, Array<double, 1>& y) {
-  QV_ARRAY_CHECK(y.count >= x.count, "copy: y is shorter than x.");
+  QV_CHECK(y.count >= x.count, arrayutil, Internal_numerical_error, "copy: y is shorter than x.");
   detail::forChunks(x.count, [&](size_t off, int n) { copyRun(n, x.data + off, y.data + off); });
 }
 
 void copy(const Array<dcomplex, 1>& x, Array<dcomplex, 1>& y) {
-  QV_ARRAY_CHECK(y.count >= x.count, "copy: y is shorter than x.");
+  QV_CHECK(y.count >= x.count, arrayutil, Internal_numerical_error, "copy: y is shorter than x.");
   detail::forChunks(x.count, [&](size_t off, int n) { copyRun(n, x.data + off, y.data + off); });
 }
 

@@ -5,16 +5,16 @@
 #include <algorithm>
 #include <string>
 
-#include "bandcheck.h"
 #include "qvarray/arrayutil.h"
+#include "qvutil/errors.h"
 #include "qvutil/numeric.h"
 
 namespace qvarray {
 
 template <class T>
 void BasicBandMatrix<T>::resize(int n, int kl, int ku) {
-  QV_BAND_CHECK(n >= 0 && kl >= 0 && ku >= 0,
-                "BandMatrix: Size and bandwidths must not be negative.");
+  QV_CHECK(n >= 0 && kl >= 0 && ku >= 0, bandmatrix, Internal_numerical_error,
+           "BandMatrix: Size and bandwidths must not be negative.");
   // A band wider than the matrix holds nothing more; keep the storage small.
   kl = std::min(kl, std::max(n - 1, 0));
   ku = std::min(ku, std::max(n - 1, 0));
@@ -34,12 +34,13 @@ void BasicBandMatrix<T>::setZero() {
 
 template <class T>
 void BasicBandMatrix<T>::checkIndex(int i, int j, const char* sentence) const {
-  QV_BAND_CHECK(i >= 0 && j >= 0 && i < n_ && j < n_, sentence);
+  QV_CHECK(i >= 0 && j >= 0 && i < n_ && j < n_, bandmatrix, Internal_numerical_error, sentence);
 }
 
 template <class T>
 void BasicBandMatrix<T>::checkNotFactored() const {
-  QV_BAND_CHECK(!factored_, "BandMatrix: The matrix holds its LU factors.");
+  QV_CHECK(!factored_, bandmatrix, Internal_numerical_error,
+           "BandMatrix: The matrix holds its LU factors.");
 }
 
 template <class T>
@@ -52,7 +53,8 @@ T BasicBandMatrix<T>::get(int i, int j) const {
 template <class T>
 void BasicBandMatrix<T>::set(int i, int j, T v) {
   checkIndex(i, j, "BandMatrix set: Index out of range.");
-  QV_BAND_CHECK(inBand(i, j), "BandMatrix set: Element outside the band.");
+  QV_CHECK(inBand(i, j), bandmatrix, Internal_numerical_error,
+           "BandMatrix set: Element outside the band.");
   checkNotFactored();
   (*this)(i, j) = v;
 }
@@ -60,16 +62,18 @@ void BasicBandMatrix<T>::set(int i, int j, T v) {
 template <class T>
 void BasicBandMatrix<T>::add(int i, int j, T v) {
   checkIndex(i, j, "BandMatrix add: Index out of range.");
-  QV_BAND_CHECK(inBand(i, j), "BandMatrix add: Element outside the band.");
+  QV_CHECK(inBand(i, j), bandmatrix, Internal_numerical_error,
+           "BandMatrix add: Element outside the band.");
   checkNotFactored();
   (*this)(i, j) += v;
 }
 
 template <class T>
 void BasicBandMatrix<T>::mul(const Array<T, 1>& x, Array<T, 1>& y, Trans_t t) const {
-  QV_BAND_CHECK(x.count == static_cast<size_t>(n_),
-                "BandMatrix mul: Length of x differs from the matrix size.");
-  QV_BAND_CHECK(&x != &y, "BandMatrix mul: x and y must be different arrays.");
+  QV_CHECK(x.count == static_cast<size_t>(n_), bandmatrix, Internal_numerical_error,
+           "BandMatrix mul: Length of x differs from the matrix size.");
+  QV_CHECK(&x != &y, bandmatrix, Internal_numerical_error,
+           "BandMatrix mul: x and y must be different arrays.");
   checkNotFactored();
   y.resize(static_cast<size_t>(n_));
   y.fill(T(0));
@@ -78,8 +82,9 @@ void BasicBandMatrix<T>::mul(const Array<T, 1>& x, Array<T, 1>& y, Trans_t t) co
 
 template <class T>
 void BasicBandMatrix<T>::yPlusAMulx(Array<T, 1>& y, const Array<T, 1>& x, Trans_t t) const {
-  QV_BAND_CHECK(x.count == static_cast<size_t>(n_) && y.count == static_cast<size_t>(n_),
-                "BandMatrix yPlusAMulx: Length of x or y differs from the matrix size.");
+  QV_CHECK(x.count == static_cast<size_t>(n_) && y.count == static_cast<size_t>(n_), bandmatrix,
+           Internal_numerical_error,
+           "BandMatrix yPlusAMulx: Length of x or y differs from the matrix size.");
   checkNotFactored();
   const int d = kl_ + ku_;  // storage row of the diagonal
   const size_t lda = ab_.sizes[0];
@@ -123,17 +128,15 @@ int BasicBandMatrix<T>::factor(int flags) {
 template <class T>
 bool BasicBandMatrix<T>::singularSolve(T* b, size_t count, int flags) const {
   if (info_ <= 0) return false;
-  if (flags & RaiseOnFailure)
-    throw qvbase::Exception(detail::kBandModule, __LINE__, "Error_in_LAPACK_call",
-                            "Singular_matrix");
+  if (flags & RaiseOnFailure) QV_RAISE(bandmatrix, Error_in_LAPACK_call, "Singular_matrix");
   std::fill(b, b + count, T(qvGetNaN()));
   return true;
 }
 
 template <class T>
 int BasicBandMatrix<T>::solve(Array<T, 1>& b, int flags) {
-  QV_BAND_CHECK(b.count == static_cast<size_t>(n_),
-                "BandMatrix solve: Length of b differs from the matrix size.");
+  QV_CHECK(b.count == static_cast<size_t>(n_), bandmatrix, Internal_numerical_error,
+           "BandMatrix solve: Length of b differs from the matrix size.");
   factor(flags);
   if (n_ == 0 || singularSolve(b.data, b.count, flags)) return info_;
   backSubstBand(n_, kl_, ku_, ab_, ipiv_, b);
@@ -142,8 +145,8 @@ int BasicBandMatrix<T>::solve(Array<T, 1>& b, int flags) {
 
 template <class T>
 int BasicBandMatrix<T>::solve(Array<T, 2>& B, int flags) {
-  QV_BAND_CHECK(B.sizes[0] == static_cast<size_t>(n_),
-                "BandMatrix solve: Rows of B differ from the matrix size.");
+  QV_CHECK(B.sizes[0] == static_cast<size_t>(n_), bandmatrix, Internal_numerical_error,
+           "BandMatrix solve: Rows of B differ from the matrix size.");
   factor(flags);
   if (n_ == 0 || B.count == 0 || singularSolve(B.data, B.count, flags)) return info_;
   backSubstBand(n_, kl_, ku_, ab_, ipiv_, B);
@@ -157,27 +160,30 @@ template class BasicBandMatrix<std::complex<double>>;
 // ExtSymBandMatrix
 
 void ExtSymBandMatrix::set(int i, int j, double v) {
-  QV_BAND_CHECK(i >= 0 && j >= 0 && i < size() && j < size(),
-                "ExtSymBandMatrix set: Index out of range.");
-  QV_BAND_CHECK(band_.inBand(i, j), "ExtSymBandMatrix set: Element outside the band.");
+  QV_CHECK(i >= 0 && j >= 0 && i < size() && j < size(), bandmatrix, Internal_numerical_error,
+           "ExtSymBandMatrix set: Index out of range.");
+  QV_CHECK(band_.inBand(i, j), bandmatrix, Internal_numerical_error,
+           "ExtSymBandMatrix set: Element outside the band.");
   band_.set(i, j, v);
   band_.set(j, i, v);
 }
 
 void ExtSymBandMatrix::add(int i, int j, double v) {
-  QV_BAND_CHECK(i >= 0 && j >= 0 && i < size() && j < size(),
-                "ExtSymBandMatrix add: Index out of range.");
-  QV_BAND_CHECK(band_.inBand(i, j), "ExtSymBandMatrix add: Element outside the band.");
+  QV_CHECK(i >= 0 && j >= 0 && i < size() && j < size(), bandmatrix, Internal_numerical_error,
+           "ExtSymBandMatrix add: Index out of range.");
+  QV_CHECK(band_.inBand(i, j), bandmatrix, Internal_numerical_error,
+           "ExtSymBandMatrix add: Element outside the band.");
   band_.add(i, j, v);
   if (i != j) band_.add(j, i, v);
 }
 
 void ExtSymBandMatrix::setFromTriangle(char uplo, const Array<double, 2>& sb) {
   const int n = size(), k = bandwidth();
-  QV_BAND_CHECK(uplo == 'U' || uplo == 'L' || uplo == 'u' || uplo == 'l',
-                "ExtSymBandMatrix setFromTriangle: uplo must be 'U' or 'L'.");
-  QV_BAND_CHECK(sb.sizes[0] >= static_cast<size_t>(k + 1) && sb.sizes[1] == static_cast<size_t>(n),
-                "ExtSymBandMatrix setFromTriangle: sb must be (k + 1)×n.");
+  QV_CHECK(uplo == 'U' || uplo == 'L' || uplo == 'u' || uplo == 'l', bandmatrix,
+           Internal_numerical_error, "ExtSymBandMatrix setFromTriangle: uplo must be 'U' or 'L'.");
+  QV_CHECK(sb.sizes[0] >= static_cast<size_t>(k + 1) && sb.sizes[1] == static_cast<size_t>(n),
+           bandmatrix, Internal_numerical_error,
+           "ExtSymBandMatrix setFromTriangle: sb must be (k + 1)×n.");
   band_.setZero();
   const bool upper = uplo == 'U' || uplo == 'u';
   for (int j = 0; j < n; ++j) {

@@ -13,14 +13,13 @@
 #include <system_error>
 #include <type_traits>
 
-#include "qvutil/exception.h"
+#include "qvutil/errors.h"
 #include "qvutil/numeric.h"
 
 namespace qvarray {
 
 namespace {
 
-constexpr const char* kModule = "densemm";
 using dcomplex = std::complex<double>;
 using Info = MatrixMarketInfo;
 
@@ -64,9 +63,8 @@ class LineReader {
   bool nextRaw(std::string_view& line) {
     if (!std::getline(in_, buf_)) {
       if (in_.bad())
-        throw qvbase::Exception(kModule, __LINE__, "Cannot_read_file",
-                                qvbase::DetailPairs{{"File", name_},
-                                                    {"Line", std::to_string(line_ + 1)}});
+        QV_RAISE(densemm, Cannot_read_file,
+                 qvbase::DetailPairs{{"File", name_}, {"Line", std::to_string(line_ + 1)}});
       return false;
     }
     ++line_;
@@ -91,10 +89,8 @@ class LineReader {
   [[noreturn]] void fail(const std::string& sentence) const { failAt(line_, sentence); }
 
   [[noreturn]] void failAt(size_t line, const std::string& sentence) const {
-    throw qvbase::Exception(kModule, __LINE__, "Invalid_MatrixMarket_file",
-                            qvbase::DetailPairs{{"File", name_},
-                                                {"Line", std::to_string(line)},
-                                                {"", sentence}});
+    QV_RAISE(densemm, Invalid_MatrixMarket_file,
+             qvbase::DetailPairs{{"File", name_}, {"Line", std::to_string(line)}, {"", sentence}});
   }
 
   // A non-negative integer (sizes, indices).
@@ -333,12 +329,12 @@ Info readAny(std::istream& in, const std::string& name, Array<T, 2>& A) {
   const Info info = readHeader(r);
   if constexpr (std::is_same_v<T, double>) {
     if (info.isComplex())
-      throw qvbase::Exception(kModule, __LINE__, "Complex_MatrixMarket_file_for_real_array",
-                              qvbase::DetailPairs{
-                                  {"File", name},
-                                  {"Line", "1"},
-                                  {"", "The file holds a complex matrix; read it into a "
-                                       "complex array."}});
+      QV_RAISE(densemm, Complex_MatrixMarket_file_for_real_array,
+               qvbase::DetailPairs{{"File", name},
+                                   {"Line", "1"},
+                                   {"",
+                                    "The file holds a complex matrix; read it into a "
+                                    "complex array."}});
   }
   // Read into a fresh array so that A is untouched when the file is bad.
   Array<T, 2> M(info.rows, info.cols);
@@ -355,17 +351,21 @@ Info readAny(std::istream& in, const std::string& name, Array<T, 2>& A) {
   return info;
 }
 
-void openError(const char* key, const std::string& path, const std::string& reason) {
-  throw qvbase::Exception(kModule, __LINE__, key,
-                          qvbase::DetailPairs{{"File", path}, {"Reason", reason}});
+[[noreturn]] void openError(qvbase::ErrKey key, int line, const std::string& path,
+                            const std::string& reason) {
+  qvbase::raise(qvbase::ErrModule::densemm, line, key,
+                qvbase::DetailPairs{{"File", path}, {"Reason", reason}});
 }
 
 std::ifstream openForReading(const std::string& path) {
   std::error_code ec;
-  if (std::filesystem::is_directory(path, ec)) openError("Cannot_open_file", path, "Is a directory");
+  if (std::filesystem::is_directory(path, ec))
+    openError(qvbase::ErrKey::Cannot_open_file, __LINE__, path, "Is a directory");
   errno = 0;
   std::ifstream in(path, std::ios::binary);
-  if (!in) openError("Cannot_open_file", path, errno ? std::strerror(errno) : "cannot be opened");
+  if (!in)
+    openError(qvbase::ErrKey::Cannot_open_file, __LINE__, path,
+              errno ? std::strerror(errno) : "cannot be opened");
   return in;
 }
 
@@ -415,17 +415,19 @@ void writeAny(std::ostream& out, const std::string& name, const Array<T, 2>& A,
   }
   out.write(text.data(), static_cast<std::streamsize>(text.size()));
   out.flush();
-  if (!out) openError("Cannot_write_file", name, "write failed");
+  if (!out) openError(qvbase::ErrKey::Cannot_write_file, __LINE__, name, "write failed");
 }
 
 template <class T>
 void writePath(const std::string& path, const Array<T, 2>& A, const std::string& comment) {
   errno = 0;
   std::ofstream out(path, std::ios::binary | std::ios::trunc);
-  if (!out) openError("Cannot_write_file", path, errno ? std::strerror(errno) : "cannot be opened");
+  if (!out)
+    openError(qvbase::ErrKey::Cannot_write_file, __LINE__, path,
+              errno ? std::strerror(errno) : "cannot be opened");
   writeAny(out, path, A, comment);
   out.close();
-  if (!out) openError("Cannot_write_file", path, "write failed");
+  if (!out) openError(qvbase::ErrKey::Cannot_write_file, __LINE__, path, "write failed");
 }
 
 }  // namespace

@@ -4,20 +4,17 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
-#include <string>
-
 #include <optional>
+#include <string>
 
 #include "qvarray/arrayutil.h"
 #include "qvarray/blasruntime.h"
-#include "qvutil/exception.h"
+#include "qvutil/errors.h"
 #include "qvutil/runinfo.h"
 
 namespace qvarray {
 
 namespace {
-
-constexpr const char* kModule = "gmres";
 
 // The orthogonalisation and update are memory-bound level-2 BLAS calls on a
 // few hundred kB: a second BLAS thread gains little on them, and on a busy
@@ -36,10 +33,6 @@ class KrylovBlasScope {
   std::optional<SerialBlasScope> scope_;
 };
 
-void check(bool cond, const char* sentence) {
-  if (!cond) throw qvbase::Exception(kModule, __LINE__, "Internal_numerical_error", sentence);
-}
-
 // r = b − A·x
 template <class T>
 void residual(const LinearOperator& A, const Array<T, 1>& b, const Array<T, 1>& x,
@@ -55,27 +48,29 @@ bool isFinite(const T& v) {
 }
 
 void raiseFailure(const GmresResult& res) {
-  const char* key = res.status == GmresStatus::Breakdown ? "GMRES_breakdown" : "GMRES_did_not_converge";
-  qvbase::Exception e(kModule, __LINE__, key, "Iterations", res.iterations);
-  e.add("Relative_residual", std::to_string(res.relResidual));
-  throw e;
+  const qvbase::DetailPairs details{{"Iterations", std::to_string(res.iterations)},
+                                    {"Relative_residual", std::to_string(res.relResidual)}};
+  if (res.status == GmresStatus::Breakdown) QV_RAISE(gmres, GMRES_breakdown, details);
+  QV_RAISE(gmres, GMRES_did_not_converge, details);
 }
 
 template <class T>
 GmresResult solve(const LinearOperator& A, const Array<T, 1>& b, Array<T, 1>& x,
                   const GmresOptions& o) {
   const size_t n = A.size();
-  check(b.count == n, "gmres: Length of b differs from the operator size.");
-  check(!o.useInitialGuess || x.count == n, "gmres: Length of x differs from the operator size.");
-  check(o.restart >= 1 && o.maxIter >= 0 && o.tol >= 0.0,
-        "gmres: restart must be positive, maxIter and tol not negative.");
-  check(!o.precond || o.precond->size() == n,
-        "gmres: The preconditioner does not have the operator's size.");
-  check(n <= static_cast<size_t>(std::numeric_limits<int>::max()),
-        "gmres: Too many unknowns for the BLAS kernels.");
+  QV_CHECK(b.count == n, gmres, Internal_numerical_error,
+           "gmres: Length of b differs from the operator size.");
+  QV_CHECK(!o.useInitialGuess || x.count == n, gmres, Internal_numerical_error,
+           "gmres: Length of x differs from the operator size.");
+  QV_CHECK(o.restart >= 1 && o.maxIter >= 0 && o.tol >= 0.0, gmres, Internal_numerical_error,
+           "gmres: restart must be positive, maxIter and tol not negative.");
+  QV_CHECK(!o.precond || o.precond->size() == n, gmres, Internal_numerical_error,
+           "gmres: The preconditioner does not have the operator's size.");
+  QV_CHECK(n <= static_cast<size_t>(std::numeric_limits<int>::max()), gmres,
+           Internal_numerical_error, "gmres: Too many unknowns for the BLAS kernels.");
   if constexpr (!is_complex_v<T>) {
-    check(A.isReal() && (!o.precond || o.precond->isReal()),
-          "gmres: A complex operator needs complex vectors.");
+    QV_CHECK(A.isReal() && (!o.precond || o.precond->isReal()), gmres, Internal_numerical_error,
+             "gmres: A complex operator needs complex vectors.");
   }
   if (!o.useInitialGuess) {
     x.resize(n);
@@ -130,7 +125,8 @@ GmresResult solve(const LinearOperator& A, const Array<T, 1>& b, Array<T, 1>& x,
     bool invariant = false; // the Krylov space stopped growing
     bool nonFinite = false;
     while (k < m && res.iterations < o.maxIter) {
-      if (o.runInfo && o.runInfo->isCancelled()) throw qvbase::CancelException(kModule, __LINE__);
+      if (o.runInfo && o.runInfo->isCancelled())
+        qvbase::raiseCancel(qvbase::ErrModule::gmres, __LINE__);
       // w = A·M⁻¹·v_k
       copy(ni, V.data + static_cast<size_t>(k) * n, v.data);
       if (o.precond) {

@@ -1,7 +1,7 @@
 // Band LU factorisation and solve in LAPACK band storage (xGBTRF, xGBTRS).
-#include "arraycheck.h"
 #include "backend/lapack.h"
 #include "qvarray/arrayutil.h"
+#include "qvutil/errors.h"
 
 namespace qvarray {
 
@@ -23,7 +23,7 @@ int bandLd(const Array<T, 2>& AB, int n, int kl, int ku) {
 
 template <class T>
 int luBandT(int n, int kl, int ku, Array<T, 2>& AB, Array<int, 1>& ipiv, int flags) {
-  QV_ARRAY_ASSERT(n <= 0 || AB.sizes[1] >= static_cast<size_t>(n));
+  QV_ASSERT(n <= 0 || AB.sizes[1] >= static_cast<size_t>(n), arrayutil);
   // Grown when too short, never shrunk: callers reuse one pivot array for
   // factorisations of different orders.
   if (n > 0 && ipiv.count < static_cast<size_t>(n)) ipiv.resize(static_cast<size_t>(n));
@@ -34,8 +34,9 @@ int luBandT(int n, int kl, int ku, Array<T, 2>& AB, Array<int, 1>& ipiv, int fla
 template <class T>
 void backSubstBandT(int n, int kl, int ku, const Array<T, 2>& AB, const Array<int, 1>& ipiv, T* b,
                     size_t ldb, size_t nrhs) {
-  QV_ARRAY_ASSERT(n <= 0 ||
-                  (AB.sizes[1] >= static_cast<size_t>(n) && ipiv.count >= static_cast<size_t>(n)));
+  QV_ASSERT(
+      n <= 0 || (AB.sizes[1] >= static_cast<size_t>(n) && ipiv.count >= static_cast<size_t>(n)),
+      arrayutil);
   lapack::gbtrs('N', n, kl, ku, toInt(nrhs), AB.data, bandLd(AB, n, kl, ku), ipiv.data, b,
                 ld(ldb, n));
 }

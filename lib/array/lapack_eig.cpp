@@ -2,9 +2,9 @@
 // generalised (xGGEV, DGGEVX).
 #include <cctype>
 
-#include "arraycheck.h"
 #include "backend/lapack.h"
 #include "qvarray/arrayutil.h"
+#include "qvutil/errors.h"
 
 namespace qvarray {
 
@@ -30,14 +30,15 @@ T* vectors(char job, Array<T, 2>& V, size_t n, T* dummy, int& ldv) {
 
 template <class T>
 size_t squareOrder(const Array<T, 2>& A) {
-  QV_ARRAY_CHECK(A.sizes[0] == A.sizes[1], "eig: A is not square.");
+  QV_CHECK(A.sizes[0] == A.sizes[1], arrayutil, Internal_numerical_error, "eig: A is not square.");
   return A.sizes[0];
 }
 
 template <class T>
 size_t pencilOrder(const Array<T, 2>& A, const Array<T, 2>& B) {
-  QV_ARRAY_CHECK(A.sizes[0] == A.sizes[1] && B.sizes[0] == A.sizes[0] && B.sizes[1] == A.sizes[0],
-                 "eig: A and B are not square matrices of the same size.");
+  QV_CHECK(A.sizes[0] == A.sizes[1] && B.sizes[0] == A.sizes[0] && B.sizes[1] == A.sizes[0],
+           arrayutil, Internal_numerical_error,
+           "eig: A and B are not square matrices of the same size.");
   return A.sizes[0];
 }
 
@@ -47,7 +48,8 @@ int eig(char jobz, char range, char uplo, int n, Array<double, 1>& AP, double vl
         int iu, double abstol, int& m, Array<double, 1>& W, Array<double, 2>& Z,
         Array<int, 1>& ifail, int flags) {
   const size_t order = n > 0 ? static_cast<size_t>(n) : 0;
-  QV_ARRAY_CHECK(AP.count >= order * (order + 1) / 2, "eig: AP is shorter than n*(n+1)/2.");
+  QV_CHECK(AP.count >= order * (order + 1) / 2, arrayutil, Internal_numerical_error,
+           "eig: AP is shorter than n*(n+1)/2.");
   const char jz = upper(jobz);
   W.resize(order);
   ifail.resize(order);

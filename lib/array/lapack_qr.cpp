@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <cstring>
 
-#include "arraycheck.h"
 #include "backend/lapack.h"
 #include "lapack_util.h"
 #include "qvarray/arrayutil.h"
+#include "qvutil/errors.h"
 
 namespace qvarray {
 
@@ -76,8 +76,8 @@ Array<T, 2> padRows(const Array<T, 2>& B, size_t rows) {
 
 template <class T>
 int leastSquaresQRResizeT(Array<T, 2>& A, Array<T, 2>& B, int flags) {
-  QV_ARRAY_CHECK(B.sizes[0] == A.sizes[0],
-                 "leastSquaresQRResize: B does not have as many rows as A.");
+  QV_CHECK(B.sizes[0] == A.sizes[0], arrayutil, Internal_numerical_error,
+           "leastSquaresQRResize: B does not have as many rows as A.");
   const size_t m = A.sizes[0], n = A.sizes[1];
   if (m < n) {
     Array<T, 2> W = padRows(B, n);
@@ -91,7 +91,8 @@ int leastSquaresQRResizeT(Array<T, 2>& A, Array<T, 2>& B, int flags) {
 template <class T>
 int leastSquaresT(const Array<T, 2>& A, const Array<T, 2>& B, Array<T, 2>& X, double rcond,
                   int flags, int* rank) {
-  QV_ARRAY_CHECK(B.sizes[0] == A.sizes[0], "leastSquares: B does not have as many rows as A.");
+  QV_CHECK(B.sizes[0] == A.sizes[0], arrayutil, Internal_numerical_error,
+           "leastSquares: B does not have as many rows as A.");
   const size_t m = A.sizes[0], n = A.sizes[1];
   Array<T, 2> F(A);  // the routine destroys its matrix; A stays as it is
   Array<T, 2> W = padRows(B, std::max(m, n));

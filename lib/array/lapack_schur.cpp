@@ -1,9 +1,9 @@
 // Hessenberg and Schur forms (xGEHRD, xORGHR / xUNGHR, xGGHRD, xHSEQR,
 // xTRSEN) and polynomial roots through the companion matrix.
-#include "arraycheck.h"
 #include "backend/lapack.h"
 #include "lapack_util.h"
 #include "qvarray/arrayutil.h"
+#include "qvutil/errors.h"
 
 namespace qvarray {
 
@@ -13,7 +13,7 @@ using lapack::ld;
 using lapack::toInt;
 
 /// dtrsen cannot separate eigenvalues that lie too close together.
-constexpr lapack::Failure kReorderFailed{"Error_in_LAPACK_call", "Reordering_failed"};
+constexpr lapack::Failure kReorderFailed{qvbase::ErrKey::Error_in_LAPACK_call, "Reordering_failed"};
 
 /// Reduces the n×n matrix A to Hessenberg form H = Qᴴ·A·Q in place; Q is
 /// formed when wanted. Returns INFO of the first routine that failed.
@@ -34,14 +34,15 @@ int reduceToHessenberg(Array<T, 2>& A, Array<T, 2>& Q, bool wantQ) {
 
 template <class T>
 int hessT(Array<T, 2>& A, Array<T, 2>& Q, bool wantQ, int flags) {
-  QV_ARRAY_CHECK(A.sizes[0] == A.sizes[1], "hess: A is not square.");
+  QV_CHECK(A.sizes[0] == A.sizes[1], arrayutil, Internal_numerical_error, "hess: A is not square.");
   return lapack::checkInfo(reduceToHessenberg(A, Q, wantQ), flags, lapack::kSingular);
 }
 
 template <class T>
 int generalizedHessT(Array<T, 2>& A, Array<T, 2>& B, Array<T, 2>& Q, Array<T, 2>& Z, int flags) {
-  QV_ARRAY_CHECK(A.sizes[0] == A.sizes[1] && B.sizes[0] == A.sizes[0] && B.sizes[1] == A.sizes[0],
-                 "generalizedHess: A and B are not square matrices of the same size.");
+  QV_CHECK(A.sizes[0] == A.sizes[1] && B.sizes[0] == A.sizes[0] && B.sizes[1] == A.sizes[0],
+           arrayutil, Internal_numerical_error,
+           "generalizedHess: A and B are not square matrices of the same size.");
   const size_t n = A.sizes[0];
   const int in = toInt(n), ldn = ld(n);
   // B = Q₀·R, then A ← Q₀ᴴ·A, so that the pencil becomes (Q₀ᴴ·A, R).
@@ -63,7 +64,8 @@ int generalizedHessT(Array<T, 2>& A, Array<T, 2>& B, Array<T, 2>& Q, Array<T, 2>
 
 template <class T>
 int schurT(Array<T, 2>& A, Array<T, 2>& Q, bool wantQ, int flags) {
-  QV_ARRAY_CHECK(A.sizes[0] == A.sizes[1], "schur: A is not square.");
+  QV_CHECK(A.sizes[0] == A.sizes[1], arrayutil, Internal_numerical_error,
+           "schur: A is not square.");
   const size_t n = A.sizes[0];
   int info = reduceToHessenberg(A, Q, wantQ);
   if (info != 0) return lapack::checkInfo(info, flags, lapack::kQRFailed);
@@ -85,9 +87,10 @@ int schurT(Array<T, 2>& A, Array<T, 2>& Q, bool wantQ, int flags) {
 template <class T>
 int ordschurT(Array<T, 2>& T_, Array<T, 2>& Q, const Array<int, 1>& select, int flags) {
   const size_t n = T_.sizes[0];
-  QV_ARRAY_CHECK(T_.sizes[1] == n && Q.sizes[0] == n && Q.sizes[1] == n && select.count >= n,
-                 "ordschur: T and Q are not square matrices of the same size or select is "
-                 "shorter than T.");
+  QV_CHECK(T_.sizes[1] == n && Q.sizes[0] == n && Q.sizes[1] == n && select.count >= n, arrayutil,
+           Internal_numerical_error,
+           "ordschur: T and Q are not square matrices of the same size or select is "
+           "shorter than T.");
   // LAPACK's LOGICAL wants exactly 0 or 1.
   Array<int, 1> sel(n);
   for (size_t i = 0; i < n; ++i) sel[i] = select[i] != 0 ? 1 : 0;

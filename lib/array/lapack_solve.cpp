@@ -2,10 +2,10 @@
 // xGESV, xPOTRF).
 #include <algorithm>
 
-#include "arraycheck.h"
 #include "backend/lapack.h"
 #include "lapack_util.h"
 #include "qvarray/arrayutil.h"
+#include "qvutil/errors.h"
 #include "qvutil/numeric.h"
 
 namespace qvarray {
@@ -16,7 +16,8 @@ using lapack::ld;
 using lapack::toInt;
 
 /// linsolvdecomp raises on any INFO, a singular pivot included.
-constexpr lapack::Failure kDecompFailed{"Internal_numerical_error", "Singular_matrix"};
+constexpr lapack::Failure kDecompFailed{qvbase::ErrKey::Internal_numerical_error,
+                                        "Singular_matrix"};
 
 template <class T>
 int luT(Array<T, 2>& A, Array<int, 1>& ipiv, int flags) {
@@ -28,8 +29,8 @@ int luT(Array<T, 2>& A, Array<int, 1>& ipiv, int flags) {
 
 template <class T>
 void linsolvdecompT(Array<T, 2>& A, Array<int, 1>& ipiv) {
-  QV_ARRAY_CHECK(A.sizes[0] == A.sizes[1] && ipiv.count >= A.sizes[0],
-                 "linsolvdecomp: A is not square or ipiv is shorter than A.");
+  QV_CHECK(A.sizes[0] == A.sizes[1] && ipiv.count >= A.sizes[0], arrayutil,
+           Internal_numerical_error, "linsolvdecomp: A is not square or ipiv is shorter than A.");
   const int n = toInt(A.sizes[0]);
   const int info = lapack::getrf(n, n, A.data, ld(A.sizes[0]), ipiv.data);
   lapack::checkInfo(info, RaiseAll, kDecompFailed);
@@ -40,8 +41,8 @@ void linsolvdecompT(Array<T, 2>& A, Array<int, 1>& ipiv) {
 template <class T>
 int luSolve(const Array<T, 2>& LU, const Array<int, 1>& ipiv, T* b, size_t ldb, size_t nrhs,
             int flags) {
-  QV_ARRAY_CHECK(LU.sizes[0] == LU.sizes[1] && ipiv.count >= LU.sizes[0],
-                 "linsolvsolve: LU is not square or ipiv is shorter than LU.");
+  QV_CHECK(LU.sizes[0] == LU.sizes[1] && ipiv.count >= LU.sizes[0], arrayutil,
+           Internal_numerical_error, "linsolvsolve: LU is not square or ipiv is shorter than LU.");
   if (nrhs == 0) return 0;
   const int n = toInt(LU.sizes[0]);
   const int info =
@@ -65,21 +66,22 @@ int linsolvT(Array<T, 2>& A, T* b, size_t bcount, size_t nrhs, int flags) {
 
 template <class T>
 int linsolvT(Array<T, 2>& A, Array<T, 1>& B, int flags) {
-  QV_ARRAY_CHECK(A.sizes[1] >= A.sizes[0] && B.count >= A.sizes[0],
-                 "linsolv: A and B do not have matching sizes.");
+  QV_CHECK(A.sizes[1] >= A.sizes[0] && B.count >= A.sizes[0], arrayutil, Internal_numerical_error,
+           "linsolv: A and B do not have matching sizes.");
   return linsolvT(A, B.data, B.count, 1, flags);
 }
 
 template <class T>
 int linsolvT(Array<T, 2>& A, Array<T, 2>& B, int flags) {
-  QV_ARRAY_CHECK(A.sizes[1] >= A.sizes[0] && B.sizes[0] == A.sizes[0],
-                 "linsolv: A and B do not have matching sizes.");
+  QV_CHECK(A.sizes[1] >= A.sizes[0] && B.sizes[0] == A.sizes[0], arrayutil,
+           Internal_numerical_error, "linsolv: A and B do not have matching sizes.");
   return linsolvT(A, B.data, B.count, B.sizes[1], flags);
 }
 
 template <class T>
 int cholT(Array<T, 2>& A, int flags) {
-  QV_ARRAY_CHECK(A.sizes[1] >= A.sizes[0], "chol: A has fewer columns than rows.");
+  QV_CHECK(A.sizes[1] >= A.sizes[0], arrayutil, Internal_numerical_error,
+           "chol: A has fewer columns than rows.");
   const size_t n = A.sizes[0];
   const int info = lapack::potrf('U', toInt(n), A.data, ld(n));
   // A holds exactly R afterwards (A = Rᴴ·R), even when the factorisation

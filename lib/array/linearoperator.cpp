@@ -1,42 +1,44 @@
 #include "qvarray/linearoperator.h"
 
 #include "qvarray/arrayutil.h"
-#include "qvutil/exception.h"
+#include "qvutil/errors.h"
 
 namespace qvarray {
 
 namespace {
 
-constexpr const char* kModule = "linearoperator";
 
-void check(bool cond, const char* sentence) {
-  if (!cond) throw qvbase::Exception(kModule, __LINE__, "Internal_numerical_error", sentence);
-}
 
 }  // namespace
 
 LinearOperator::~LinearOperator() = default;
 
 void LinearOperator::apply(const Array<double, 1>& x, Array<double, 1>& y) const {
-  check(x.count == size(), "apply: Length of x differs from the operator size.");
-  check(&x != &y, "apply: x and y must be different arrays.");
+  QV_CHECK(x.count == size(), linearoperator, Internal_numerical_error,
+           "apply: Length of x differs from the operator size.");
+  QV_CHECK(&x != &y, linearoperator, Internal_numerical_error,
+           "apply: x and y must be different arrays.");
   y.resize(size());
   applyReal(x, y);
 }
 
 void LinearOperator::apply(const Array<dcomplex, 1>& x, Array<dcomplex, 1>& y) const {
-  check(x.count == size(), "apply: Length of x differs from the operator size.");
-  check(&x != &y, "apply: x and y must be different arrays.");
+  QV_CHECK(x.count == size(), linearoperator, Internal_numerical_error,
+           "apply: Length of x differs from the operator size.");
+  QV_CHECK(&x != &y, linearoperator, Internal_numerical_error,
+           "apply: x and y must be different arrays.");
   y.resize(size());
   applyComplex(x, y);
 }
 
 void LinearOperator::applyReal(const Array<double, 1>&, Array<double, 1>&) const {
-  check(false, "apply: A complex operator cannot act on real vectors.");
+  QV_CHECK(false, linearoperator, Internal_numerical_error,
+           "apply: A complex operator cannot act on real vectors.");
 }
 
 void LinearOperator::applyComplex(const Array<dcomplex, 1>& x, Array<dcomplex, 1>& y) const {
-  check(isReal(), "apply: The operator does not implement its complex form.");
+  QV_CHECK(isReal(), linearoperator, Internal_numerical_error,
+           "apply: The operator does not implement its complex form.");
   const size_t n = x.count;
   Array<double, 1> part(n), out(n);
   for (size_t i = 0; i < n; ++i) part[i] = x[i].real();
@@ -48,11 +50,13 @@ void LinearOperator::applyComplex(const Array<dcomplex, 1>& x, Array<dcomplex, 1
 }
 
 MatrixOperator::MatrixOperator(const Matrix& A) : A_(A) {
-  check(A.isSquare(), "MatrixOperator: The matrix must be square.");
+  QV_CHECK(A.isSquare(), linearoperator, Internal_numerical_error,
+           "MatrixOperator: The matrix must be square.");
 }
 
 void MatrixOperator::applyReal(const Array<double, 1>& x, Array<double, 1>& y) const {
-  check(A_.isReal(), "apply: A complex operator cannot act on real vectors.");
+  QV_CHECK(A_.isReal(), linearoperator, Internal_numerical_error,
+           "apply: A complex operator cannot act on real vectors.");
   y.fill(0.0);
   if (x.count) yPlusAMulx(y, A_.getdArr(), x, NoTrans);
 }

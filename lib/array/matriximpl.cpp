@@ -5,17 +5,11 @@
 #include <limits>
 
 #include "qvarray/arrayutil.h"
-#include "qvutil/exception.h"
+#include "qvutil/errors.h"
 
 namespace qvarray {
 
 namespace {
-
-constexpr const char* kModule = "matriximpl";
-
-void checkSameSize(size_t a, size_t b, const char* sentence) {
-  if (a != b) throw qvbase::Exception(kModule, __LINE__, "Internal_numerical_error", sentence);
-}
 
 // The BLAS kernels take int counts; longer runs go in chunks.
 constexpr size_t kChunk = static_cast<size_t>(std::numeric_limits<int>::max());
@@ -107,13 +101,15 @@ double sumAbs(const T* x, size_t n) {
 }  // namespace
 
 Vector& Vector::operator+=(const Vector& x) {
-  checkSameSize(size(), x.size(), "Vector: x and y does not have the same length.");
+  QV_CHECK(size() == x.size(), matriximpl, Internal_numerical_error,
+           "Vector: x and y does not have the same length.");
   addScaled(*this, 1.0, x);
   return *this;
 }
 
 Vector& Vector::operator-=(const Vector& x) {
-  checkSameSize(size(), x.size(), "Vector: x and y does not have the same length.");
+  QV_CHECK(size() == x.size(), matriximpl, Internal_numerical_error,
+           "Vector: x and y does not have the same length.");
   addScaled(*this, -1.0, x);
   return *this;
 }
@@ -157,15 +153,19 @@ Matrix Matrix::identity(size_t n) {
 }
 
 Matrix& Matrix::operator+=(const Matrix& B) {
-  checkSameSize(rows(), B.rows(), "Matrix: A and B does not have the same size.");
-  checkSameSize(cols(), B.cols(), "Matrix: A and B does not have the same size.");
+  QV_CHECK(rows() == B.rows(), matriximpl, Internal_numerical_error,
+           "Matrix: A and B does not have the same size.");
+  QV_CHECK(cols() == B.cols(), matriximpl, Internal_numerical_error,
+           "Matrix: A and B does not have the same size.");
   addScaled(*this, 1.0, B);
   return *this;
 }
 
 Matrix& Matrix::operator-=(const Matrix& B) {
-  checkSameSize(rows(), B.rows(), "Matrix: A and B does not have the same size.");
-  checkSameSize(cols(), B.cols(), "Matrix: A and B does not have the same size.");
+  QV_CHECK(rows() == B.rows(), matriximpl, Internal_numerical_error,
+           "Matrix: A and B does not have the same size.");
+  QV_CHECK(cols() == B.cols(), matriximpl, Internal_numerical_error,
+           "Matrix: A and B does not have the same size.");
   addScaled(*this, -1.0, B);
   return *this;
 }
@@ -230,8 +230,7 @@ double Matrix::normInf() const { return real_ ? normInfOf(d_) : normInfOf(z_); }
 Vector Matrix::column(size_t j) const {
   const size_t m = rows();
   if (j >= cols())
-    throw qvbase::Exception(kModule, __LINE__, "Internal_numerical_error",
-                            "column: Column index out of range.");
+    QV_RAISE(matriximpl, Internal_numerical_error, "column: Column index out of range.");
   if (real_) {
     Array<double, 1> c(m);
     std::copy(d_.data + j * m, d_.data + (j + 1) * m, c.data);
@@ -245,9 +244,9 @@ Vector Matrix::column(size_t j) const {
 void Matrix::setColumn(size_t j, const Vector& x) {
   const size_t m = rows();
   if (j >= cols())
-    throw qvbase::Exception(kModule, __LINE__, "Internal_numerical_error",
-                            "setColumn: Column index out of range.");
-  checkSameSize(x.size(), m, "setColumn: Length of x differs from the number of rows.");
+    QV_RAISE(matriximpl, Internal_numerical_error, "setColumn: Column index out of range.");
+  QV_CHECK(x.size() == m, matriximpl, Internal_numerical_error,
+           "setColumn: Length of x differs from the number of rows.");
   if (real_ && !x.isReal()) makeComplex();
   if (real_) {
     std::copy(x.getdArr().data, x.getdArr().data + m, d_.data + j * m);
@@ -264,8 +263,7 @@ void Matrix::setColumn(size_t j, const Vector& x) {
 Matrix Matrix3::slice(size_t k) const {
   const size_t m = size(0), n = size(1);
   if (k >= size(2))
-    throw qvbase::Exception(kModule, __LINE__, "Internal_numerical_error",
-                            "slice: Slice index out of range.");
+    QV_RAISE(matriximpl, Internal_numerical_error, "slice: Slice index out of range.");
   if (real_) {
     Array<double, 2> S(m, n);
     std::copy(d_.data + k * m * n, d_.data + (k + 1) * m * n, S.data);
@@ -279,11 +277,9 @@ Matrix Matrix3::slice(size_t k) const {
 void Matrix3::setSlice(size_t k, const Matrix& A) {
   const size_t m = size(0), n = size(1);
   if (k >= size(2))
-    throw qvbase::Exception(kModule, __LINE__, "Internal_numerical_error",
-                            "setSlice: Slice index out of range.");
+    QV_RAISE(matriximpl, Internal_numerical_error, "setSlice: Slice index out of range.");
   if (A.rows() != m || A.cols() != n)
-    throw qvbase::Exception(kModule, __LINE__, "Internal_numerical_error",
-                            "setSlice: Size of A differs from the slice.");
+    QV_RAISE(matriximpl, Internal_numerical_error, "setSlice: Size of A differs from the slice.");
   if (real_ && !A.isReal()) makeComplex();
   const size_t off = k * m * n;
   if (real_) {

@@ -5,7 +5,7 @@
 #include <utility>
 
 #include "qvarray/arrayutil.h"
-#include "qvutil/exception.h"
+#include "qvutil/errors.h"
 
 namespace qvmatrix {
 
@@ -15,15 +15,9 @@ using qvarray::Trans_t;
 
 namespace {
 
-constexpr const char* kModule = "matrixutil";
-
-void check(bool cond, const char* sentence) {
-  if (!cond) throw qvbase::Exception(kModule, __LINE__, "Internal_numerical_error", sentence);
-}
-
 int asInt(size_t n) {
-  check(n <= static_cast<size_t>(std::numeric_limits<int>::max()),
-        "matrixutil: Too many elements for the BLAS kernels.");
+  QV_CHECK(n <= static_cast<size_t>(std::numeric_limits<int>::max()), matrixutil,
+           Internal_numerical_error, "matrixutil: Too many elements for the BLAS kernels.");
   return static_cast<int>(n);
 }
 
@@ -79,7 +73,8 @@ const Array<dcomplex, 2>& applyOp(const Array<dcomplex, 2>& A, Trans_t t, Array<
 // Vector operations
 
 void yPlusaMulx(Vector& y, double a, const Vector& x) {
-  check(y.size() == x.size(), "yPlusaMulx: x and y does not have the same length.");
+  QV_CHECK(y.size() == x.size(), matrixutil, Internal_numerical_error,
+           "yPlusaMulx: x and y does not have the same length.");
   const int n = asInt(x.size());
   if (y.isReal() && x.isReal()) {
     qvarray::yPlusaMulx(y.getdArr().data, a, x.getdArr().data, n);
@@ -89,7 +84,8 @@ void yPlusaMulx(Vector& y, double a, const Vector& x) {
 }
 
 void yPlusaMulx(Vector& y, dcomplex a, const Vector& x) {
-  check(y.size() == x.size(), "yPlusaMulx: x and y does not have the same length.");
+  QV_CHECK(y.size() == x.size(), matrixutil, Internal_numerical_error,
+           "yPlusaMulx: x and y does not have the same length.");
   const int n = asInt(x.size());
   if (y.isReal() && x.isReal() && a.imag() == 0.0) {
     qvarray::yPlusaMulx(y.getdArr().data, a.real(), x.getdArr().data, n);
@@ -101,7 +97,8 @@ void yPlusaMulx(Vector& y, dcomplex a, const Vector& x) {
 }
 
 dcomplex dot(const Vector& x, const Vector& y, Trans_t t) {
-  check(x.size() == y.size(), "dot: x and y does not have the same length.");
+  QV_CHECK(x.size() == y.size(), matrixutil, Internal_numerical_error,
+           "dot: x and y does not have the same length.");
   const int n = asInt(x.size());
   if (x.isReal() && y.isReal()) return qvarray::dot(x.getdArr().data, y.getdArr().data, n);
   if (!x.isReal() && !y.isReal()) return qvarray::dot(x.getzArr().data, y.getzArr().data, n, t);
@@ -117,8 +114,8 @@ void yPlusAMulx(Vector& y, const Matrix& A, const Vector& x, Trans_t t) {
   const bool trans = t != NoTrans;
   const size_t rowsOp = trans ? A.cols() : A.rows();
   const size_t colsOp = trans ? A.rows() : A.cols();
-  check(x.size() == colsOp && y.size() == rowsOp,
-        "yPlusAMulx: Size of A does not match x and y.");
+  QV_CHECK(x.size() == colsOp && y.size() == rowsOp, matrixutil, Internal_numerical_error,
+           "yPlusAMulx: Size of A does not match x and y.");
   if (rowsOp == 0 || colsOp == 0) return;
   if (!A.isReal()) {
     y.makeComplex();
@@ -154,7 +151,8 @@ void yPlusAMulx(Vector& y, const Matrix& A, const Vector& x, Trans_t t) {
 void mul(const Matrix& A, const Vector& x, Vector& y, Trans_t t) {
   const size_t rowsOp = t != NoTrans ? A.cols() : A.rows();
   const size_t colsOp = t != NoTrans ? A.rows() : A.cols();
-  check(x.size() == colsOp, "mul: Size of A does not match x.");
+  QV_CHECK(x.size() == colsOp, matrixutil, Internal_numerical_error,
+           "mul: Size of A does not match x.");
   Vector r;
   r.resize(rowsOp, A.isReal() && x.isReal());
   yPlusAMulx(r, A, x, t);
@@ -166,7 +164,8 @@ void mul(const Matrix& A, const Matrix& B, Matrix& C, Trans_t ta, Trans_t tb) {
   const size_t k = ta != NoTrans ? A.rows() : A.cols();
   const size_t kb = tb != NoTrans ? B.cols() : B.rows();
   const size_t n = tb != NoTrans ? B.rows() : B.cols();
-  check(k == kb, "mul: Inner dimensions of A and B do not agree.");
+  QV_CHECK(k == kb, matrixutil, Internal_numerical_error,
+           "mul: Inner dimensions of A and B do not agree.");
   const bool real = A.isReal() && B.isReal();
   Matrix R;
   if (m == 0 || n == 0 || k == 0) {
@@ -210,7 +209,8 @@ void transpose(const Matrix& A, Matrix& B) {
 
 int solve(const Matrix& A, Vector& b, int flags) {
   const size_t n = A.rows();
-  check(A.isSquare() && b.size() == n, "solve: A must be square and match the rows of B.");
+  QV_CHECK(A.isSquare() && b.size() == n, matrixutil, Internal_numerical_error,
+           "solve: A must be square and match the rows of B.");
   if (n == 0) return 0;
   if (!A.isReal()) {
     Array<dcomplex, 2> LU = A.getzArr();
@@ -227,7 +227,8 @@ int solve(const Matrix& A, Vector& b, int flags) {
 
 int solve(const Matrix& A, Matrix& B, int flags) {
   const size_t n = A.rows();
-  check(A.isSquare() && B.rows() == n, "solve: A must be square and match the rows of B.");
+  QV_CHECK(A.isSquare() && B.rows() == n, matrixutil, Internal_numerical_error,
+           "solve: A must be square and match the rows of B.");
   if (n == 0 || B.cols() == 0) return 0;
   if (!A.isReal()) {
     Array<dcomplex, 2> LU = A.getzArr();
@@ -243,7 +244,7 @@ int solve(const Matrix& A, Matrix& B, int flags) {
 }
 
 int inverse(const Matrix& A, Matrix& Ainv, int flags) {
-  check(A.isSquare(), "inverse: A must be square.");
+  QV_CHECK(A.isSquare(), matrixutil, Internal_numerical_error, "inverse: A must be square.");
   Matrix X = Matrix::identity(A.rows());
   if (!A.isReal()) X.makeComplex();
   const int info = solve(A, X, flags);
@@ -252,7 +253,7 @@ int inverse(const Matrix& A, Matrix& Ainv, int flags) {
 }
 
 dcomplex det(const Matrix& A) {
-  check(A.isSquare(), "det: A must be square.");
+  QV_CHECK(A.isSquare(), matrixutil, Internal_numerical_error, "det: A must be square.");
   const size_t n = A.rows();
   Array<int, 1> ipiv;
   dcomplex d = 1.0;
@@ -271,7 +272,8 @@ dcomplex det(const Matrix& A) {
 }
 
 int leastSquares(const Matrix& A, const Matrix& B, Matrix& X, double rcond, int flags, int* rank) {
-  check(B.rows() == A.rows(), "leastSquares: A and B must have the same number of rows.");
+  QV_CHECK(B.rows() == A.rows(), matrixutil, Internal_numerical_error,
+           "leastSquares: A and B must have the same number of rows.");
   const size_t m = A.rows(), k = B.cols();
   if (A.isReal() && B.isReal()) {
     Array<double, 2> Xd;
@@ -299,7 +301,8 @@ int leastSquares(const Matrix& A, const Matrix& B, Matrix& X, double rcond, int 
 }
 
 int leastSquares(const Matrix& A, const Vector& b, Vector& x, double rcond, int flags, int* rank) {
-  check(b.size() == A.rows(), "leastSquares: A and B must have the same number of rows.");
+  QV_CHECK(b.size() == A.rows(), matrixutil, Internal_numerical_error,
+           "leastSquares: A and B must have the same number of rows.");
   Matrix B;
   if (b.isReal()) {
     Array<double, 2> Bd(b.size(), 1);
@@ -325,8 +328,8 @@ int lu(Matrix& A, Array<int, 1>& ipiv, int flags) {
 
 int luSolve(const Matrix& LU, const Array<int, 1>& ipiv, Vector& b, int flags) {
   const size_t n = LU.rows();
-  check(LU.isSquare() && b.size() == n && ipiv.count >= n,
-        "luSolve: LU must be square and match the rows of B.");
+  QV_CHECK(LU.isSquare() && b.size() == n && ipiv.count >= n, matrixutil, Internal_numerical_error,
+           "luSolve: LU must be square and match the rows of B.");
   if (n == 0) return 0;
   if (!LU.isReal()) {
     b.makeComplex();
@@ -340,7 +343,7 @@ int luSolve(const Matrix& LU, const Array<int, 1>& ipiv, Vector& b, int flags) {
 }
 
 int chol(Matrix& A, int flags) {
-  check(A.isSquare(), "chol: A must be square.");
+  QV_CHECK(A.isSquare(), matrixutil, Internal_numerical_error, "chol: A must be square.");
   return A.isReal() ? qvarray::chol(A.getdArr(), flags) : qvarray::chol(A.getzArr(), flags);
 }
 
@@ -400,7 +403,7 @@ int svd(const Matrix& A, Matrix& U, Array<double, 1>& S, Matrix& VT, int flags) 
 }
 
 int eig(const Matrix& A, Vector& w, int flags) {
-  check(A.isSquare(), "eig: A must be square.");
+  QV_CHECK(A.isSquare(), matrixutil, Internal_numerical_error, "eig: A must be square.");
   const size_t n = A.rows();
   if (!A.isReal()) {
     Array<dcomplex, 2> F = A.getzArr();
@@ -419,7 +422,7 @@ int eig(const Matrix& A, Vector& w, int flags) {
 }
 
 int eig(const Matrix& A, Vector& w, Matrix& V, int flags) {
-  check(A.isSquare(), "eig: A must be square.");
+  QV_CHECK(A.isSquare(), matrixutil, Internal_numerical_error, "eig: A must be square.");
   const size_t n = A.rows();
   if (!A.isReal()) {
     Array<dcomplex, 2> F = A.getzArr(), VL, VR;

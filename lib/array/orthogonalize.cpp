@@ -7,9 +7,9 @@
 #include <complex>
 #include <vector>
 
-#include "arraycheck.h"
 #include "backend/blas.h"
 #include "qvarray/arrayutil.h"
+#include "qvutil/errors.h"
 
 namespace qvarray {
 
@@ -33,9 +33,9 @@ void projectOut(const T* Q, int ldq, int rows, int k, T* v, T* c) {
 
 template <class T>
 double gramSchmidtImpl(const Array<T, 2>& Q, int k, Array<T, 1>& v, Array<T, 1>& h) {
-  QV_ARRAY_CHECK(k >= 0 && Q.sizes[1] >= static_cast<size_t>(k) && Q.sizes[0] == v.count &&
-                     h.count > static_cast<size_t>(k),
-                 "gramSchmidt: Size of Q, v or h does not match k.");
+  QV_CHECK(k >= 0 && Q.sizes[1] >= static_cast<size_t>(k) && Q.sizes[0] == v.count &&
+               h.count > static_cast<size_t>(k),
+           arrayutil, Internal_numerical_error, "gramSchmidt: Size of Q, v or h does not match k.");
   const int rows = blas::toInt(v.count);
   const int ldq = blas::leadingDim(Q.sizes[0]);
   const double before = norm(v.data, rows);
@@ -112,9 +112,10 @@ void rotate(double c, T s, T& a, T& b) {
 template <class T>
 double givensRotImpl(Array<T, 1>& h, int k, Array<double, 1>& c, Array<T, 1>& s, Array<T, 1>& g) {
   const size_t uk = static_cast<size_t>(k);
-  QV_ARRAY_CHECK(k >= 0 && h.count >= uk + 2 && g.count >= uk + 2 && c.count >= uk + 1 &&
-                     s.count >= uk + 1,
-                 "givensRot: Size of h, c, s or g less than required by k.");
+  QV_CHECK(
+      k >= 0 && h.count >= uk + 2 && g.count >= uk + 2 && c.count >= uk + 1 && s.count >= uk + 1,
+      arrayutil, Internal_numerical_error,
+      "givensRot: Size of h, c, s or g less than required by k.");
   for (int i = 0; i < k; ++i) rotate(c[i], s[i], h[i], h[i + 1]);
   T r;
   rotation(h[k], h[k + 1], c[k], s[k], r);

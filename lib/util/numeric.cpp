@@ -5,11 +5,10 @@
 #include <cstdint>
 #include <string>
 
-#include "qvutil/exception.h"
+#include "qvutil/errors.h"
 #include "qvutil/parallel.h"
 
 namespace {
-constexpr const char* kModule = "numeric";
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\f' || c == '\v'; }
 }  // namespace
@@ -31,14 +30,14 @@ double parseDouble(std::string_view text) {
   const char* end = t.data() + t.size();
   auto [ptr, ec] = std::from_chars(t.data(), end, value);
   if (t.empty() || ec == std::errc::invalid_argument || ptr != end)
-    QV_THROW(kModule, "Invalid_number", std::string(text));
+    QV_RAISE(numeric, Invalid_number, std::string(text));
   if (ec == std::errc::result_out_of_range) {
     // from_chars leaves `value` untouched here. Underflow (a negative exponent)
     // reads as a signed zero; overflow is an error.
     const auto e = t.find_first_of("eE");
     if (e != std::string_view::npos && e + 1 < t.size() && t[e + 1] == '-')
       return t.front() == '-' ? -0.0 : 0.0;
-    QV_THROW(kModule, "Number_out_of_range", std::string(text));
+    QV_RAISE(numeric, Number_out_of_range, std::string(text));
   }
   return value;
 }

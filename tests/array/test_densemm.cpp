@@ -251,6 +251,9 @@ TEST(DenseMM, FileLevelErrors) {
   EXPECT_EQ(e.detail("File"), kDir + "/none.mtx");
   EXPECT_EQ(e.detail("Reason"), std::string(std::strerror(ENOENT)));
   qvtest::expectThrowKey([&] { qvarray::readMatrixMarketInfo(kDir); }, "Cannot_open_file");
+  // Opens, but every read fails (EIO at address 0).
+  qvtest::expectThrowKey([&] { qvarray::readMatrixMarket("/proc/self/mem", A); },
+                         "Cannot_read_file");
   qvtest::expectThrowKey([&] { qvarray::writeMatrixMarket(kDir + "/no/such/dir.mtx", A); },
                          "Cannot_write_file");
 }

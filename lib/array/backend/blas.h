@@ -18,9 +18,9 @@
 #include <complex>
 #include <cstddef>
 
-#include "arraycheck.h"
 #include "qvarray/array.h"
 #include "qvarray/trans.h"
+#include "qvutil/errors.h"
 
 namespace qvarray::blas {
 
@@ -29,7 +29,7 @@ using dcomplex = std::complex<double>;
 /// An extent as a BLAS int; only a programming error hands BLAS a matrix
 /// or run with more than INT_MAX elements along one dimension.
 inline int toInt(size_t v) {
-  QV_ARRAY_ASSERT(v <= static_cast<size_t>(INT_MAX));
+  QV_ASSERT(v <= static_cast<size_t>(INT_MAX), arrayutil);
   return static_cast<int>(v);
 }
 
@@ -44,8 +44,7 @@ inline CBLAS_TRANSPOSE trans(Trans_t t) {
     case Trans: return CblasTrans;
     case ConjTrans: return is_complex_v<T> ? CblasConjTrans : CblasTrans;
   }
-  throw ::qvbase::Exception(::qvarray::detail::kArrayModule, __LINE__,
-                            "Internal_numerical_error", "Illegal_input_values_in_LAPACK_call");
+  QV_RAISE(arrayutil, Internal_numerical_error, "Illegal_input_values_in_LAPACK_call");
 }
 
 // ---------------------------------------------------------------------------

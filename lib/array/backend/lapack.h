@@ -24,9 +24,9 @@
 #include <source_location>
 #include <type_traits>
 
-#include "arraycheck.h"
 #include "qvarray/arrayutil.h"
 #include "qvarray/blasruntime.h"
+#include "qvutil/errors.h"
 #include "qvutil/exception.h"
 
 extern "C" {
@@ -156,7 +156,7 @@ using dcomplex = std::complex<double>;
 
 /// A size as LAPACK's int; sizes beyond int's range are a programming error.
 inline int toInt(size_t n) {
-  QV_ARRAY_ASSERT(n <= static_cast<size_t>(INT_MAX));
+  QV_ASSERT(n <= static_cast<size_t>(INT_MAX), arrayutil);
   return static_cast<int>(n);
 }
 
@@ -175,25 +175,31 @@ inline int ld(size_t rows, int needed) { return rows == 0 && needed <= 0 ? 1 : t
 /// What a positive INFO means for the routine that returned it: the key raised
 /// under flag bit 1 and its detail, either a plain text or INFO itself as a
 /// named integer.
+/// The layer raises on behalf of the dense kernels, at the caller's line.
+inline constexpr qvbase::ErrModule kModule = qvbase::ErrModule::arrayutil;
+
 struct Failure {
-  const char* key;
+  qvbase::ErrKey key;
   const char* detail = nullptr;
   const char* infoName = nullptr;
   /// Any non-zero INFO raises `key` as soon as any flag bit is set.
   bool anyInfoAnyFlag = false;
 };
 
-inline constexpr Failure kSingular{"Error_in_LAPACK_call", "Singular_matrix"};
-inline constexpr Failure kQRFailed{"Iteration_in_the_QR_algorithm_failed", nullptr, "Iteration"};
-inline constexpr Failure kQZFailed{"Iteration_in_the_QZ_algorithm_failed", nullptr, "Iteration"};
-inline constexpr Failure kNotPositiveDefinite{"Input_matrix_must_be_positive_definite", nullptr,
-                                              nullptr, true};
+inline constexpr Failure kSingular{qvbase::ErrKey::Error_in_LAPACK_call, "Singular_matrix"};
+inline constexpr Failure kQRFailed{qvbase::ErrKey::Iteration_in_the_QR_algorithm_failed, nullptr,
+                                   "Iteration"};
+inline constexpr Failure kQZFailed{qvbase::ErrKey::Iteration_in_the_QZ_algorithm_failed, nullptr,
+                                   "Iteration"};
+inline constexpr Failure kNotPositiveDefinite{
+    qvbase::ErrKey::Input_matrix_must_be_positive_definite, nullptr, nullptr, true};
 
 /// The singular-value iteration's key names the real or complex routine.
 template <class T>
-inline constexpr Failure kSvdFailed{
-    std::is_same_v<T, double> ? "DBDSQR_did_not_converge" : "ZBDSQR_did_not_converge", nullptr,
-    "Unconverged_superdiagonals"};
+inline constexpr Failure kSvdFailed{std::is_same_v<T, double>
+                                        ? qvbase::ErrKey::DBDSQR_did_not_converge
+                                        : qvbase::ErrKey::ZBDSQR_did_not_converge,
+                                    nullptr, "Unconverged_superdiagonals"};
 
 /// Applies the flag word to INFO: bit value 2 raises on INFO < 0
 /// ("Internal_numerical_error" / "Illegal_input_values_in_LAPACK_call"), bit
@@ -202,19 +208,17 @@ inline int checkInfo(int info, int flags, const Failure& failure,
                      std::source_location where = std::source_location::current()) {
   const int line = static_cast<int>(where.line());
   if (failure.anyInfoAnyFlag) {
-    if (info != 0 && flags != 0) throw qvbase::Exception(detail::kArrayModule, line, failure.key);
+    if (info != 0 && flags != 0) qvbase::raise(kModule, line, failure.key);
     return info;
   }
   if (info < 0 && (flags & RaiseOnIllegal))
-    throw qvbase::Exception(detail::kArrayModule, line, "Internal_numerical_error",
-                            "Illegal_input_values_in_LAPACK_call");
+    qvbase::raise(kModule, line, qvbase::ErrKey::Internal_numerical_error,
+                  "Illegal_input_values_in_LAPACK_call");
   if (info > 0 && (flags & RaiseOnFailure)) {
     if (failure.infoName)
-      throw qvbase::Exception(detail::kArrayModule, line, failure.key, failure.infoName,
-                              static_cast<std::int64_t>(info));
-    if (failure.detail)
-      throw qvbase::Exception(detail::kArrayModule, line, failure.key, failure.detail);
-    throw qvbase::Exception(detail::kArrayModule, line, failure.key);
+      qvbase::raise(kModule, line, failure.key, failure.infoName, static_cast<std::int64_t>(info));
+    if (failure.detail) qvbase::raise(kModule, line, failure.key, failure.detail);
+    qvbase::raise(kModule, line, failure.key);
   }
   return info;
 }

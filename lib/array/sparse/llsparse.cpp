@@ -8,13 +8,11 @@
 #include <utility>
 #include <vector>
 
-#include "qvutil/exception.h"
+#include "qvutil/errors.h"
 
 namespace qvarray {
 
 namespace {
-
-constexpr const char* kModule = "sparse";
 
 // The process-wide pattern version counter and the OpenMP lock guarding it.
 struct VersionCounter {
@@ -86,13 +84,12 @@ void llsparse<T>::setCompressed(const size_t* rowIndex, const size_t* colPtr, co
                                 size_t mIn, size_t nIn) {
   // Check everything before the first write.
   const size_t count = colPtr ? colPtr[nIn] : 0;
-  if (colPtr && colPtr[0] != 0)
-    QV_THROW(kModule, "Internal_error_sparse", "Invalid column pointers.");
+  if (colPtr && colPtr[0] != 0) QV_RAISE(sparse, Internal_error_sparse, "Invalid column pointers.");
   for (size_t j = 0; colPtr && j < nIn; ++j)
     if (colPtr[j + 1] < colPtr[j])
-      QV_THROW(kModule, "Internal_error_sparse", "Invalid column pointers.");
+      QV_RAISE(sparse, Internal_error_sparse, "Invalid column pointers.");
   for (size_t p = 0; p < count; ++p)
-    if (rowIndex[p] >= mIn) QV_THROW(kModule, "Internal_error_sparse", "Row index out of range.");
+    if (rowIndex[p] >= mIn) QV_RAISE(sparse, Internal_error_sparse, "Row index out of range.");
 
   Array<size_t, 1> cp(nIn + 1);
   if (colPtr)
@@ -163,7 +160,7 @@ void llsparse<T>::ownValues() {
 
 template <class T>
 void llsparse<T>::setCapacity(size_t capacity) {
-  if (capacity < nnz) QV_THROW(kModule, "Internal_error_sparse", "Capacity below the entry count.");
+  if (capacity < nnz) QV_RAISE(sparse, Internal_error_sparse, "Capacity below the entry count.");
   std::shared_ptr<Array<size_t, 1>> rows;
   std::shared_ptr<Array<T, 1>> values;
   if (capacity > 0) {

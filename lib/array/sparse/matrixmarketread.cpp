@@ -6,13 +6,12 @@
 #include <sstream>
 
 #include "qvarray/matrixmarket.h"
-#include "qvutil/exception.h"
+#include "qvutil/errors.h"
 
 namespace qvarray {
 
 namespace {
 
-constexpr const char* kModule = "matrixmarket";
 using dcomplex = std::complex<double>;
 
 bool isBlank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\v' || c == '\f'; }
@@ -99,9 +98,9 @@ class Scanner {
   }
 
   [[noreturn]] void fail(const std::string& sentence) const {
-    throw qvbase::Exception(kModule, __LINE__, "Invalid_MatrixMarket_file", sentence)
-        .add("File", name_)
-        .add("Line", static_cast<std::int64_t>(lineNo_));
+    QV_RAISE(
+        matrixmarket, Invalid_MatrixMarket_file,
+        qvbase::DetailPairs{{"", sentence}, {"File", name_}, {"Line", std::to_string(lineNo_)}});
   }
 
   size_t textSize() const { return text_.size(); }
@@ -234,7 +233,7 @@ void MatrixMarketTriplets::assemble(Sparse& A) const {
 
 MatrixMarketTriplets readMatrixMarketTriplets(const std::string& path, bool keepSymmetric) {
   std::ifstream in(path, std::ios::binary);
-  if (!in) throw qvbase::Exception(kModule, __LINE__, "Cannot_open_file", qvbase::DetailPairs{{"File", path}});
+  if (!in) QV_RAISE(matrixmarket, Cannot_open_file, qvbase::DetailPairs{{"File", path}});
   std::string text;
   in.seekg(0, std::ios::end);
   const std::streamoff size = in.tellg();
@@ -243,7 +242,7 @@ MatrixMarketTriplets readMatrixMarketTriplets(const std::string& path, bool keep
     text.resize(static_cast<size_t>(size));
     in.read(text.data(), size);
   }
-  if (!in) throw qvbase::Exception(kModule, __LINE__, "Cannot_open_file", qvbase::DetailPairs{{"File", path}});
+  if (!in) QV_RAISE(matrixmarket, Cannot_open_file, qvbase::DetailPairs{{"File", path}});
   return parseMatrixMarket(text, path, keepSymmetric);
 }
 

@@ -5,13 +5,12 @@
 #include <vector>
 
 #include "qvarray/matrixmarket.h"
-#include "qvutil/exception.h"
+#include "qvutil/errors.h"
 
 namespace qvarray {
 
 namespace {
 
-constexpr const char* kModule = "matrixmarket";
 using dcomplex = std::complex<double>;
 
 // Collects the text in a buffer and hands it to the stream in large pieces.
@@ -134,10 +133,10 @@ void writeMatrixMarket(std::ostream& os, const Sparse& A) {
 
 void writeMatrixMarket(const std::string& path, const Sparse& A) {
   std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  if (!file) throw qvbase::Exception(kModule, __LINE__, "Cannot_write_file", qvbase::DetailPairs{{"File", path}});
+  if (!file) QV_RAISE(matrixmarket, Cannot_write_file, qvbase::DetailPairs{{"File", path}});
   writeMatrixMarket(file, A);
   file.flush();
-  if (!file) throw qvbase::Exception(kModule, __LINE__, "Cannot_write_file", qvbase::DetailPairs{{"File", path}});
+  if (!file) QV_RAISE(matrixmarket, Cannot_write_file, qvbase::DetailPairs{{"File", path}});
 }
 
 }  // namespace qvarray

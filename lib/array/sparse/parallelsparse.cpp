@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "qvutil/errors.h"
 #include "qvutil/parallel.h"
 #include "sparse/sparseimpl.h"
 #include "sparse/sparseproductimpl.h"
@@ -212,7 +213,7 @@ void parallelProduct(const Sparse& A, const ConstVec& x, const MutVec& y, Trans_
   if (A.isReal()) {
     const llsparse<double>& s = *A.getptrD();
     if (!y.complex) {
-      if (x.complex) QV_SPARSE_THROW("Internal_error_sparse", "Complex product into a real vector.");
+      if (x.complex) QV_RAISE(sparse, Internal_error_sparse, "Complex product into a real vector.");
       storageProduct(A, s, x.d, y.d, t, minus);
     } else if (!x.complex) {
       storageProduct(A, s, x.d, y.z, t, minus);
@@ -221,7 +222,7 @@ void parallelProduct(const Sparse& A, const ConstVec& x, const MutVec& y, Trans_
     }
     return;
   }
-  if (!y.complex) QV_SPARSE_THROW("Internal_error_sparse", "Complex product into a real vector.");
+  if (!y.complex) QV_RAISE(sparse, Internal_error_sparse, "Complex product into a real vector.");
   const llsparse<dcomplex>& s = *A.getptrZ();
   if (x.complex)
     storageProduct(A, s, x.z, y.z, t, minus);

@@ -10,6 +10,7 @@
 #include <numeric>
 
 #include "qvarray/blasruntime.h"
+#include "qvutil/errors.h"
 #include "qvutil/prop.h"
 #include "sparse/qvnullimpl.h"
 
@@ -83,7 +84,7 @@ constexpr double kHuge = 1e300;
 
 void checkOptions(const NullOptions& o) {
   auto bad = [](const char* name, const char* descr) {
-    QV_NULL_THROW("Invalid_property_value", name, descr);
+    QV_RAISE(qvnull, Invalid_property_value, name, descr);
   };
   if (o.nullfun != NullFun::Auto && o.nullfun != NullFun::Orth && o.nullfun != NullFun::Sparse)
     bad("nullfun", kNullFunValues);
@@ -105,7 +106,7 @@ const char* nullFunName(NullFun f) {
 
 NullFun parseNullFun(const std::string& text) {
   NullFun f;
-  if (!lookupNullFun(text, f)) QV_NULL_THROW("Invalid_property_value", "nullfun", kNullFunValues);
+  if (!lookupNullFun(text, f)) QV_RAISE(qvnull, Invalid_property_value, "nullfun", kNullFunValues);
   return f;
 }
 
@@ -246,8 +247,8 @@ Vector particularT(const NullSpace& ns, const Vector& r) {
     if (std::abs(s) > ns.consistencyTol * scale) {
       char text[32];
       std::snprintf(text, sizeof text, "%.3e", std::abs(s) / scale);
-      QV_NULL_THROW("Inconsistent_constraints",
-                    DetailPairs{{"Row", std::to_string(worst)}, {"Relative_residual", text}});
+      QV_RAISE(qvnull, Inconsistent_constraints,
+               DetailPairs{{"Row", std::to_string(worst)}, {"Relative_residual", text}});
     }
   }
   Vector u;
@@ -273,8 +274,8 @@ NullSpace qvNull(const Sparse& B, const NullOptions& options) {
 
 Vector NullSpace::particular(const Vector& r) const {
   if (r.size() != m)
-    QV_NULL_THROW("Size_vector_sparse_matrix_disagree",
-                  DetailPairs{{"Rows", std::to_string(m)}, {"Length", std::to_string(r.size())}});
+    QV_RAISE(qvnull, Size_vector_sparse_matrix_disagree,
+             DetailPairs{{"Rows", std::to_string(m)}, {"Length", std::to_string(r.size())}});
   const bool realB = P.isReal();
   if (realB)
     return r.isReal() ? particularT<double, double>(*this, r) : particularT<double, dcomplex>(*this, r);

@@ -4,6 +4,7 @@
 #include <numeric>
 #include <string>
 
+#include "qvutil/errors.h"
 #include "sparse/qvnullimpl.h"
 
 namespace qvarray::nulldetail {
@@ -60,7 +61,7 @@ size_t findRoot(std::vector<size_t>& parent, size_t i) {
 template <class T>
 Constraints<T> readConstraints(const Sparse& B) {
   if (B.getFirstRow() != 0 || B.getFirstColumn() != 0)
-    QV_NULL_THROW("Internal_error_sparse", "qvNull needs a whole matrix, not a partial one.");
+    QV_RAISE(qvnull, Internal_error_sparse, "qvNull needs a whole matrix, not a partial one.");
   const size_t sm = B.getM(), sn = B.getN();
   const size_t* cp = B.getColPtr();
   const size_t* rw = B.getRow();
@@ -81,8 +82,8 @@ Constraints<T> readConstraints(const Sparse& B) {
     for (size_t p = cp[j]; p < cp[j + 1]; ++p) {
       const T x = val[p];
       if (!isFinite(x))
-        QV_NULL_THROW("Non_finite_constraint_coefficients",
-                      DetailPairs{{"Row", std::to_string(rw[p])}, {"Column", std::to_string(j)}});
+        QV_RAISE(qvnull, Non_finite_constraint_coefficients,
+                 DetailPairs{{"Row", std::to_string(rw[p])}, {"Column", std::to_string(j)}});
       if (x == T(0)) continue;
       if (symm == SymmTransposed) {
         ri.push_back(j), cj.push_back(rw[p]), v.push_back(x);

@@ -15,7 +15,6 @@
 
 namespace qvarray::nulldetail {
 
-inline constexpr const char* kModule = "qvnull";
 inline constexpr size_t npos = static_cast<size_t>(-1);
 
 using dcomplex = std::complex<double>;
@@ -159,7 +158,3 @@ bool eliminateBlock(const Constraints<T>& B, const Blocks& blocks, size_t b,
                     Collect<T>& out);
 
 }  // namespace qvarray::nulldetail
-
-/// Raises qvbase::Exception(module "qvnull", line, key, details...).
-#define QV_NULL_THROW(...) \
-  throw ::qvbase::Exception(::qvarray::nulldetail::kModule, __LINE__, __VA_ARGS__)

@@ -6,6 +6,7 @@
 //   range of B   = U(:, :r),  null of Bᴴ = U(:, r:)
 //   P-part       = V(:, :r)·Σ⁻¹·U(:, :r)ᴴ   (u₀ = P·r, the minimum-norm solution)
 #include "qvarray/arrayutil.h"
+#include "qvutil/errors.h"
 #include "sparse/qvnullimpl.h"
 
 namespace qvarray::nulldetail {
@@ -25,9 +26,10 @@ void svdBlock(const Constraints<T>& B, const Blocks& blocks, size_t b, const Nul
   Array<double, 1> S;
   const int info = svd('A', 'A', A, U, S, VT, RaiseOnIllegal);
   if (info > 0)
-    QV_NULL_THROW("Constraint_elimination_failed_in_SVD",
-                  DetailPairs{{"Block", std::to_string(b)}, {"Rows", std::to_string(mb)},
-                              {"Unknowns", std::to_string(cb)}});
+    QV_RAISE(qvnull, Constraint_elimination_failed_in_SVD,
+             DetailPairs{{"Block", std::to_string(b)},
+                         {"Rows", std::to_string(mb)},
+                         {"Unknowns", std::to_string(cb)}});
 
   size_t r = 0;
   while (r < S.count && S[r] > o.rankTol * S[0]) ++r;

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "qvarray/sparseproducts.h"
+#include "qvutil/errors.h"
 #include "sparse/qvnullimpl.h"
 
 namespace qvarray {
@@ -15,17 +16,18 @@ namespace {
 
 void checkOperator(const NullSpace& ns, const Sparse& K) {
   if (K.getM() != ns.n || K.getN() != ns.n)
-    QV_NULL_THROW("Size_sparse_matrices_disagree",
-                  DetailPairs{{"Unknowns", std::to_string(ns.n)},
-                              {"Rows", std::to_string(K.getM())},
-                              {"Columns", std::to_string(K.getN())}});
+    QV_RAISE(qvnull, Size_sparse_matrices_disagree,
+             DetailPairs{{"Unknowns", std::to_string(ns.n)},
+                         {"Rows", std::to_string(K.getM())},
+                         {"Columns", std::to_string(K.getN())}});
 }
 
 void checkLength(const Vector& v, size_t n, const char* name) {
   if (v.size() != n)
-    QV_NULL_THROW("Size_vector_sparse_matrix_disagree",
-                  DetailPairs{{"Vector", name}, {"Expected", std::to_string(n)},
-                              {"Length", std::to_string(v.size())}});
+    QV_RAISE(qvnull, Size_vector_sparse_matrix_disagree,
+             DetailPairs{{"Vector", name},
+                         {"Expected", std::to_string(n)},
+                         {"Length", std::to_string(v.size())}});
 }
 
 }  // namespace

@@ -1,12 +1,12 @@
 // Relaxation entry points (qvarray/sparserelax.h): checks, preparation of the
 // matrix (sorted rows, diagonal index), the serial/parallel dispatch, and the
 // choice of kernel by the number types of storage and vectors.
-#include "qvarray/sparserelax.h"
-
 #include <string>
 
 #include "qvarray/parallelsparse.h"
 #include "qvarray/sparse.h"
+#include "qvarray/sparserelax.h"
+#include "qvutil/errors.h"
 #include "qvutil/parallel.h"
 #include "sparse/relaxkernels.h"
 #include "sparse/sparseimpl.h"
@@ -39,7 +39,7 @@ size_t rowSpace(const Sparse& A) {
 }
 
 void checkLength(const Vector& v, size_t expected) {
-  if (v.size() != expected) QV_SPARSE_THROW("Size_vector_sparse_matrix_disagree");
+  if (v.size() != expected) QV_RAISE(sparse, Size_vector_sparse_matrix_disagree);
 }
 
 size_t missingDiagonals(const Sparse& A) {
@@ -50,7 +50,7 @@ size_t missingDiagonals(const Sparse& A) {
   const size_t* diag = A.getDiag();
   size_t j = 0;
   while (j < A.getN() && diag[j] != llsparse<double>::npos) ++j;
-  QV_SPARSE_THROW("Matrix_has_zero_on_diagonal", "Column", static_cast<std::int64_t>(j));
+  QV_RAISE(sparse, Matrix_has_zero_on_diagonal, "Column", static_cast<std::int64_t>(j));
 }
 
 // The sweeps split each column at its diagonal entry, so they need the rows
@@ -61,12 +61,12 @@ size_t missingDiagonals(const Sparse& A) {
 // serve several threads, and the one-off cost of sorting stays visible.
 void prepare(const Sparse& A) {
   if (A.getFirstColumn() < A.getFirstRow())
-    QV_SPARSE_THROW("Internal_error_sparse",
-                    "The first column of a partial matrix lies before its first row.");
+    QV_RAISE(sparse, Internal_error_sparse,
+             "The first column of a partial matrix lies before its first row.");
   if (A.getForm() != FormSorted)
-    QV_SPARSE_THROW("Internal_error_sparse",
-                    "Relaxation needs the rows sorted within each column: call setForm(FormSorted) "
-                    "first.");
+    QV_RAISE(sparse, Internal_error_sparse,
+             "Relaxation needs the rows sorted within each column: call setForm(FormSorted) "
+             "first.");
   if (missingDiagonals(A)) raiseMissingDiagonal(A);
 }
 
@@ -124,17 +124,17 @@ int withSweepVectors(Vector& x, Vector& r, F&& f) {
 
 void checkColumns(const Array<size_t, 1>& cols, size_t n) {
   for (size_t t = 0; t < cols.count; ++t) {
-    if (cols[t] >= n) QV_SPARSE_THROW("Internal_error_sparse", "Column index out of range.");
+    if (cols[t] >= n) QV_RAISE(sparse, Internal_error_sparse, "Column index out of range.");
     if (t > 0 && cols[t] <= cols[t - 1])
-      QV_SPARSE_THROW("Internal_error_sparse", "Column list not strictly increasing.");
+      QV_RAISE(sparse, Internal_error_sparse, "Column list not strictly increasing.");
   }
 }
 
 void checkPositions(const Array<size_t, 1>& idx, size_t count, size_t bound) {
   if (idx.count != count)
-    QV_SPARSE_THROW("Internal_error_sparse", "Index lists of different lengths.");
+    QV_RAISE(sparse, Internal_error_sparse, "Index lists of different lengths.");
   for (size_t t = 0; t < count; ++t)
-    if (idx[t] >= bound) QV_SPARSE_THROW("Size_vector_sparse_matrix_disagree");
+    if (idx[t] >= bound) QV_RAISE(sparse, Size_vector_sparse_matrix_disagree);
 }
 
 relax::ColumnList makeList(const Sparse& A, const Array<size_t, 1>& cols) {

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <string>
 
+#include "qvutil/errors.h"
 #include "sparse/sparseimpl.h"
 
 namespace qvarray {
@@ -21,8 +22,8 @@ std::shared_ptr<llsparse<T>> assemble(const size_t* rows, size_t nRows, const si
                                       size_t n) {
   const bool oneValue = nValues == 1 && nRows != 1;
   if (nCols != nRows || (nValues != nRows && !oneValue))
-    QV_SPARSE_THROW("Length_triplet_vectors_disagree");
-  if (nRows > kMaxHashSize) QV_SPARSE_THROW("Size_input_vector_too_large");
+    QV_RAISE(sparse, Length_triplet_vectors_disagree);
+  if (nRows > kMaxHashSize) QV_RAISE(sparse, Size_input_vector_too_large);
   auto store = std::make_shared<llsparse<T>>();
   store->assembleTriplets(rows, cols, values, nRows, m, n, oneValue);
   return store;
@@ -35,8 +36,8 @@ std::shared_ptr<llsparse<T>> compressed(const size_t* rowIndex, size_t nRowIndex
                                         const size_t* colPtr, size_t nColPtr, const T* values,
                                         size_t nValues, size_t m, size_t n) {
   if (nRowIndex != nValues || n == SIZE_MAX || nColPtr != n + 1 || colPtr[n] != nValues)
-    QV_SPARSE_THROW("Length_triplet_vectors_disagree");
-  if (nValues > kMaxHashSize) QV_SPARSE_THROW("Size_input_vector_too_large");
+    QV_RAISE(sparse, Length_triplet_vectors_disagree);
+  if (nValues > kMaxHashSize) QV_RAISE(sparse, Size_input_vector_too_large);
   auto store = std::make_shared<llsparse<T>>();
   // Empty inputs go on as null arrays.
   store->setCompressed(nValues ? rowIndex : nullptr, colPtr, nValues ? values : nullptr, m, n);
@@ -86,11 +87,12 @@ Sparse& Sparse::operator=(const Sparse& B) {
 
 Sparse& Sparse::operator=(const SparseBase& B) {
   const auto* other = dynamic_cast<const Sparse*>(&B);
-  if (!other) QV_SPARSE_THROW("Internal_error_sparse_base", "operator= needs a Sparse operand.");
+  if (!other) QV_RAISE(sparse, Internal_error_sparse_base, "operator= needs a Sparse operand.");
   return *this = *other;
 }
 
 void Sparse::adopt(std::shared_ptr<dstore> store) {
+  QV_DEBUG_ASSERT(!store || store->isConsistent(), sparse);
   dsp_ = std::move(store);
   zsp_.reset();
   real_ = true;
@@ -98,6 +100,7 @@ void Sparse::adopt(std::shared_ptr<dstore> store) {
 }
 
 void Sparse::adopt(std::shared_ptr<zstore> store) {
+  QV_DEBUG_ASSERT(!store || store->isConsistent(), sparse);
   zsp_ = std::move(store);
   dsp_.reset();
   real_ = false;
@@ -263,7 +266,7 @@ Symm_t Sparse::getSymm() const {
 
 Sparse& Sparse::setSymm(Symm_t symm) {
   if (symm < SymmNone || symm > SymmTransposed)
-    QV_SPARSE_THROW("Internal_error_sparse", "Invalid symmetry mode.");
+    QV_RAISE(sparse, Internal_error_sparse, "Invalid symmetry mode.");
   if (getSymm() != symm) visitMutable([&](auto& s) { s.symm = symm; });
   return *this;
 }

@@ -4,6 +4,7 @@
 #include <tuple>
 #include <vector>
 
+#include "qvutil/errors.h"
 #include "sparse/sparseimpl.h"
 
 namespace qvarray {
@@ -15,7 +16,7 @@ constexpr size_t npos = llsparse<double>::npos;
 
 void checkIndices(const Array<size_t, 1>& idx, size_t bound) {
   for (size_t k = 0; k < idx.count; ++k)
-    if (idx[k] >= bound) QV_SPARSE_THROW("Internal_error_sparse", "Index out of range.");
+    if (idx[k] >= bound) QV_RAISE(sparse, Internal_error_sparse, "Index out of range.");
 }
 
 // Positions of the elements (rows[a], cols[b]); the first stored entry of an
@@ -115,7 +116,7 @@ bool nearlyEqual(const Canonical& a, const Canonical& b, double tol) {
 
 size_t Sparse::getIdx(size_t i, size_t j) const {
   return visit([&](const auto& s) {
-    if (i >= s.m || j >= s.n) QV_SPARSE_THROW("Internal_error_sparse", "Index out of range.");
+    if (i >= s.m || j >= s.n) QV_RAISE(sparse, Internal_error_sparse, "Index out of range.");
     return s.find(i, j);
   });
 }
@@ -158,7 +159,7 @@ void Sparse::getImagBlock(const Array<size_t, 1>& rows, const Array<size_t, 1>& 
 void Sparse::getVectorPair(size_t j, Array<size_t, 1>& rows, Vector& values) const {
   visit([&](const auto& s) {
     using T = std::remove_reference_t<decltype(*s.value)>;
-    if (j >= s.n) QV_SPARSE_THROW("Internal_error_sparse", "Index out of range.");
+    if (j >= s.n) QV_RAISE(sparse, Internal_error_sparse, "Index out of range.");
     const size_t begin = s.colptr[j], len = s.colptr[j + 1] - begin;
     Array<T, 1> v(len);
     std::copy(s.value + begin, s.value + begin + len, v.data);
@@ -171,7 +172,7 @@ void Sparse::getVectorPair(size_t j, Array<size_t, 1>& rows, Vector& values) con
 
 bool Sparse::isEqual(const SparseBase& B, double tol, Trans_t t) const {
   const auto* other = dynamic_cast<const Sparse*>(&B);
-  if (!other) QV_SPARSE_THROW("Internal_error_sparse_base", "isEqual needs a Sparse operand.");
+  if (!other) QV_RAISE(sparse, Internal_error_sparse_base, "isEqual needs a Sparse operand.");
   const Canonical a = visit([](const auto& s) { return canonical(s, NoTrans); });
   const Canonical b = other->visit([t](const auto& s) { return canonical(s, t); });
   return nearlyEqual(a, b, tol);

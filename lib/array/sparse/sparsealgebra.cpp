@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "qvutil/errors.h"
 #include "sparse/cscalgebra.h"
 #include "sparse/sparseimpl.h"
 
@@ -17,14 +18,15 @@ using dcomplex = std::complex<double>;
 const Sparse& asSparse(const SparseBase& B, const char* operation) {
   const auto* s = dynamic_cast<const Sparse*>(&B);
   if (!s)
-    QV_SPARSE_THROW("Internal_error_sparse_base", std::string(operation) + " needs a Sparse operand.");
+    QV_RAISE(sparse, Internal_error_sparse_base,
+             std::string(operation) + " needs a Sparse operand.");
   return *s;
 }
 
 void refusePartial(const Sparse& A, const char* operation) {
   if (A.isPartial())
-    QV_SPARSE_THROW("Internal_error_sparse",
-                    std::string(operation) + " is not available for a partial matrix.");
+    QV_RAISE(sparse, Internal_error_sparse,
+             std::string(operation) + " is not available for a partial matrix.");
 }
 
 bool isZero(const Vector& d, size_t i) { return d.get(i) == dcomplex(0); }
@@ -35,10 +37,10 @@ void checkScaling(const Sparse& A, const Vector& d, bool rows, bool divides) {
   bool fits = d.size() == (rows ? A.getM() : A.getN());
   if (rows && A.isPartial())  // global row indices from the first row on
     fits = d.size() >= A.getM() - std::min(A.getM(), A.getFirstRow());
-  if (!fits) QV_SPARSE_THROW("Size_vector_sparse_matrix_disagree");
+  if (!fits) QV_RAISE(sparse, Size_vector_sparse_matrix_disagree);
   if (divides)
     for (size_t i = 0; i < d.size(); ++i)
-      if (isZero(d, i)) QV_SPARSE_THROW("Matrix_has_zero_on_diagonal");
+      if (isZero(d, i)) QV_RAISE(sparse, Matrix_has_zero_on_diagonal);
 }
 
 // value[p] ← value[p]·f(d[index]) or value[p]/f(d[index]); index = row −
@@ -91,12 +93,12 @@ Sparse& Sparse::addMat(dcomplex a, const SparseBase& Bb, bool dropZeros) {
   const Sparse& B = asSparse(Bb, "addMat");
   if (getM() != B.getM() || getN() != B.getN() || getFirstRow() != B.getFirstRow() ||
       getFirstColumn() != B.getFirstColumn())
-    QV_SPARSE_THROW("Size_sparse_matrices_disagree");
-  if (getSymm() != B.getSymm()) QV_SPARSE_THROW("Symmetry_sparse_matrices_disagree");
+    QV_RAISE(sparse, Size_sparse_matrices_disagree);
+  if (getSymm() != B.getSymm()) QV_RAISE(sparse, Symmetry_sparse_matrices_disagree);
   // S + a·S' represents A + a·B in every mode but the Hermitian one, where a
   // must be real to keep A + a·B Hermitian.
   if (getSymm() == SymmHermitian && a.imag() != 0)
-    QV_SPARSE_THROW("Symmetry_sparse_matrices_disagree");
+    QV_RAISE(sparse, Symmetry_sparse_matrices_disagree);
   const bool real = real_ && B.isReal() && a.imag() == 0;
   if (!real) real2complex();
   const Sparse Bkeep = B;  // B may be *this
@@ -155,13 +157,13 @@ template <class T>
 std::shared_ptr<llsparse<T>> product(const Sparse& left, Trans_t tl, const Sparse& right,
                                      Trans_t tr, bool dropZeros) {
   const csc::Matrix<T> a = operand<T>(left, tl), b = operand<T>(right, tr);
-  if (a.n != b.m) QV_SPARSE_THROW("Size_sparse_matrices_disagree");
+  if (a.n != b.m) QV_RAISE(sparse, Size_sparse_matrices_disagree);
   return csc::toStorage(csc::multiply(a, b, dropZeros), SymmNone);
 }
 
 void checkTrans(Trans_t t) {
   if (t != NoTrans && t != Trans && t != ConjTrans)
-    QV_SPARSE_THROW("Internal_error_sparse", "Invalid transposition selector.");
+    QV_RAISE(sparse, Internal_error_sparse, "Invalid transposition selector.");
 }
 
 }  // namespace
@@ -252,7 +254,7 @@ Sparse& Sparse::makeSymmetric(Trans_t t) {
   refusePartial(*this, "makeSymmetric");
   const bool transposed = getSymm() == SymmTransposed;
   const size_t rows = transposed ? getN() : getM(), cols = transposed ? getM() : getN();
-  if (rows != cols) QV_SPARSE_THROW("Matrix_not_square");
+  if (rows != cols) QV_RAISE(sparse, Matrix_not_square);
   const bool herm = t == ConjTrans;
   const Symm_t symm = herm ? SymmHermitian : SymmSymmetric;
   if (real_)
@@ -266,7 +268,7 @@ Sparse& Sparse::uniqueSymmetric() {
   refusePartial(*this, "uniqueSymmetric");
   const Symm_t symm = getSymm();
   if (symm != SymmSymmetric && symm != SymmHermitian) return *this;
-  if (getM() != getN()) QV_SPARSE_THROW("Matrix_not_square");
+  if (getM() != getN()) QV_RAISE(sparse, Matrix_not_square);
   if (real_)
     adopt(foldLower(*dsp_));
   else

@@ -4,16 +4,15 @@
 
 #include <ostream>
 
-#include "qvutil/exception.h"
+#include "qvutil/errors.h"
 
 namespace qvarray {
 
 namespace {
 
-constexpr const char* kModule = "sparsebase";
-
 [[noreturn]] void notAvailable(int line, const char* operation) {
-  throw qvbase::Exception(kModule, line, "Internal_error_sparse_base", operation);
+  qvbase::raise(qvbase::ErrModule::sparsebase, line, qvbase::ErrKey::Internal_error_sparse_base,
+                operation);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <new>
 #include <vector>
 
+#include "qvutil/errors.h"
 #include "sparse/sparseimpl.h"
 
 namespace qvarray {
@@ -62,17 +63,17 @@ void compact(S& s, const KeepCol& keepCol, const KeepEntry& keepEntry, const siz
 
 void checkIndices(const Array<size_t, 1>& idx, size_t bound, const char* sentence) {
   for (size_t k = 0; k < idx.count; ++k)
-    if (idx[k] >= bound) QV_SPARSE_THROW("Internal_error_sparse", sentence);
+    if (idx[k] >= bound) QV_RAISE(sparse, Internal_error_sparse, sentence);
 }
 
 }  // namespace
 
 Sparse& Sparse::setElem(size_t i, size_t j, std::complex<double> v) {
   const size_t pos = visit([&](const auto& s) {
-    if (i >= s.m || j >= s.n) QV_SPARSE_THROW("Internal_error_sparse", "Index out of range.");
+    if (i >= s.m || j >= s.n) QV_RAISE(sparse, Internal_error_sparse, "Index out of range.");
     const size_t p = s.find(i, j);
     if (p == npos && s.nnz == s.nzmax)
-      QV_SPARSE_THROW("Internal_error_sparse", "Reallocation is needed.");
+      QV_RAISE(sparse, Internal_error_sparse, "Reallocation is needed.");
     return p;
   });
   if (real_ && v.imag() != 0) real2complex();
@@ -103,7 +104,7 @@ Sparse& Sparse::setElem(size_t i, size_t j, std::complex<double> v) {
 
 Sparse& Sparse::format(Form_t form, bool dropZeros) {
   if (form != FormUnordered && form != FormSorted)
-    QV_SPARSE_THROW("Internal_error_sparse", "Invalid storage form.");
+    QV_RAISE(sparse, Internal_error_sparse, "Invalid storage form.");
   const bool hasZeros = dropZeros && visit([](const auto& s) {
                           using T = std::remove_reference_t<decltype(*s.value)>;
                           return std::any_of(s.value, s.value + s.nnz,
@@ -139,7 +140,7 @@ Sparse& Sparse::reallocate(double factor) {
 }
 
 size_t Sparse::nonZeros(int dim, Array<int, 1>& counts) const {
-  if (dim != 0 && dim != 1) QV_SPARSE_THROW("Internal_error_sparse", "Invalid dimension.");
+  if (dim != 0 && dim != 1) QV_RAISE(sparse, Internal_error_sparse, "Invalid dimension.");
   return visit([&](const auto& s) {
     using T = std::remove_reference_t<decltype(*s.value)>;
     counts.resize(dim == 0 ? s.n : s.m);
@@ -254,7 +255,7 @@ Sparse Sparse::extractMatrix(const Array<size_t, 1>& rows, const Array<size_t, 1
   checkIndices(cols, n, "Column index out of range.");
   std::vector<size_t> rowMap(m, npos);
   for (size_t a = 0; a < rows.count; ++a) {
-    if (rowMap[rows[a]] != npos) QV_SPARSE_THROW("Internal_error_sparse", "Repeated row index.");
+    if (rowMap[rows[a]] != npos) QV_RAISE(sparse, Internal_error_sparse, "Repeated row index.");
     rowMap[rows[a]] = a;
   }
   Sparse B;

@@ -7,9 +7,7 @@
 
 namespace qvarray {
 
-namespace sparsedetail {
-inline constexpr const char* kModule = "sparse";
-}  // namespace sparsedetail
+namespace sparsedetail {}  // namespace sparsedetail
 
 template <class F>
 decltype(auto) Sparse::visit(F&& f) const {
@@ -29,7 +27,3 @@ decltype(auto) Sparse::visitMutable(F&& f) {
 }
 
 }  // namespace qvarray
-
-/// Raises qvbase::Exception(module "sparse", line, key, details...).
-#define QV_SPARSE_THROW(...) \
-  throw ::qvbase::Exception(::qvarray::sparsedetail::kModule, __LINE__, __VA_ARGS__)

@@ -1,6 +1,7 @@
 // SparseOperator: the sparse products behind the LinearOperator interface.
 #include "qvarray/sparseoperator.h"
 
+#include "qvutil/errors.h"
 #include "sparse/sparseimpl.h"
 #include "sparse/sparseproductimpl.h"
 
@@ -8,11 +9,11 @@ namespace qvarray {
 
 SparseOperator::SparseOperator(const Sparse& A, Trans_t t) : A_(A), t_(t) {
   if (t != NoTrans && t != Trans && t != ConjTrans)
-    QV_SPARSE_THROW("Internal_error_sparse", "Invalid transposition selector.");
+    QV_RAISE(sparse, Internal_error_sparse, "Invalid transposition selector.");
   if (A.isPartial())
-    QV_SPARSE_THROW("Internal_error_sparse", "SparseOperator needs a whole matrix.");
+    QV_RAISE(sparse, Internal_error_sparse, "SparseOperator needs a whole matrix.");
   // Every symmetry mode represents a square matrix exactly when its storage is square.
-  if (A.getM() != A.getN()) QV_SPARSE_THROW("Matrix_not_square");
+  if (A.getM() != A.getN()) QV_RAISE(sparse, Matrix_not_square);
 }
 
 void SparseOperator::applyReal(const Array<double, 1>& x, Array<double, 1>& y) const {

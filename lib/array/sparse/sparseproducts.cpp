@@ -4,6 +4,7 @@
 
 #include "qvarray/externalsparse.h"
 #include "qvarray/parallelsparse.h"
+#include "qvutil/errors.h"
 #include "qvutil/parallel.h"
 #include "sparse/sparseimpl.h"
 #include "sparse/sparseproductimpl.h"
@@ -42,7 +43,7 @@ void serialProduct(const Sparse& A, const ConstVec& x, const MutVec& y, Trans_t 
   if (A.isReal()) {
     const llsparse<double>& s = *A.getptrD();
     if (!y.complex) {
-      if (x.complex) QV_SPARSE_THROW("Internal_error_sparse", "Complex product into a real vector.");
+      if (x.complex) QV_RAISE(sparse, Internal_error_sparse, "Complex product into a real vector.");
       // All real: an attached external representation may take the product.
       if (A.setExtData()) {
         A.getExtData()->mulAdd(minus ? -1.0 : 1.0, x.d, y.d, t);
@@ -56,7 +57,7 @@ void serialProduct(const Sparse& A, const ConstVec& x, const MutVec& y, Trans_t 
     }
     return;
   }
-  if (!y.complex) QV_SPARSE_THROW("Internal_error_sparse", "Complex product into a real vector.");
+  if (!y.complex) QV_RAISE(sparse, Internal_error_sparse, "Complex product into a real vector.");
   const llsparse<std::complex<double>>& s = *A.getptrZ();
   if (x.complex)
     storageProduct(s, x.z, y.z, t, minus);
@@ -87,7 +88,7 @@ bool transposesStorage(Symm_t symm, Trans_t t) { return (t != NoTrans) != (symm 
 
 void checkTrans(Trans_t t) {
   if (t != NoTrans && t != Trans && t != ConjTrans)
-    QV_SPARSE_THROW("Internal_error_sparse", "Invalid transposition selector.");
+    QV_RAISE(sparse, Internal_error_sparse, "Invalid transposition selector.");
 }
 
 // Lengths of x and y must fit op(A); partial matrices are not checked.
@@ -103,7 +104,7 @@ void checkSizes(const Sparse& A, size_t xn, size_t yn, Trans_t t) {
     fits = xn == m && yn == n;
   else
     fits = yn == m && xn == n;
-  if (!fits) QV_SPARSE_THROW("Size_vector_sparse_matrix_disagree");
+  if (!fits) QV_RAISE(sparse, Size_vector_sparse_matrix_disagree);
 }
 
 // Length of op(A)·x.
@@ -142,7 +143,7 @@ Vector& vectorProduct(Vector& y, const Sparse& A, const Vector& x, Trans_t t, bo
 
 Vector& columnProduct(Vector& y, const Sparse& A, const Matrix& X, Trans_t t, size_t k,
                       bool minus, Path path) {
-  if (k >= X.cols()) QV_SPARSE_THROW("Internal_error_sparse", "Column index out of range.");
+  if (k >= X.cols()) QV_RAISE(sparse, Internal_error_sparse, "Column index out of range.");
   const size_t rows = X.rows();
   checkSizes(A, rows, y.size(), t);
   if (y.isReal() && (!A.isReal() || !X.isReal())) y.makeComplex();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "qvutil/errors.h"
 #include "sparse/sparseimpl.h"
 
 namespace qvarray {
@@ -65,7 +66,7 @@ Sparse& Sparse::conjugate() {
 }
 
 Sparse& Sparse::sign() {
-  if (!real_) QV_SPARSE_THROW("Sign_of_complex_Sparse_not_implemented");
+  if (!real_) QV_RAISE(sparse, Sign_of_complex_Sparse_not_implemented);
   clearAuxData();
   uniqueD();
   dstore& s = *dsp_;

@@ -3,6 +3,7 @@
 
 #include <string>
 
+#include "qvutil/errors.h"
 #include "sparse/cscalgebra.h"
 #include "sparse/sparseimpl.h"
 
@@ -14,8 +15,8 @@ using dcomplex = std::complex<double>;
 
 void refusePartial(const Sparse& A, const char* operation) {
   if (A.isPartial())
-    QV_SPARSE_THROW("Internal_error_sparse",
-                    std::string(operation) + " is not available for a partial matrix.");
+    QV_RAISE(sparse, Internal_error_sparse,
+             std::string(operation) + " is not available for a partial matrix.");
 }
 
 template <class T>
@@ -27,9 +28,9 @@ template <class T>
 Sparse block(const Sparse& A, const Array<size_t, 1>& rows, const Array<size_t, 1>& cols) {
   const csc::Matrix<T> a = representedOf<T>(A);
   for (size_t k = 0; k < rows.count; ++k)
-    if (rows[k] >= a.m) QV_SPARSE_THROW("Internal_error_sparse", "Row index out of range.");
+    if (rows[k] >= a.m) QV_RAISE(sparse, Internal_error_sparse, "Row index out of range.");
   for (size_t k = 0; k < cols.count; ++k)
-    if (cols[k] >= a.n) QV_SPARSE_THROW("Internal_error_sparse", "Column index out of range.");
+    if (cols[k] >= a.n) QV_RAISE(sparse, Internal_error_sparse, "Column index out of range.");
   // The positions a with rows[a] = i, as linked lists in increasing a.
   std::vector<size_t> head(a.m, csc::npos), next(rows.count, csc::npos);
   for (size_t k = rows.count; k-- > 0;) {
@@ -55,7 +56,7 @@ Sparse block(const Sparse& A, const Array<size_t, 1>& rows, const Array<size_t, 
 template <class T>
 Sparse lowerTriangle(const Sparse& A) {
   csc::Matrix<T> a = representedOf<T>(A);
-  if (a.m != a.n) QV_SPARSE_THROW("Matrix_not_square");
+  if (a.m != a.n) QV_RAISE(sparse, Matrix_not_square);
   size_t q = 0;
   for (size_t j = 0; j < a.n; ++j) {
     const size_t begin = a.colptr[j], end = a.colptr[j + 1];
@@ -105,11 +106,11 @@ Sparse hcatPrivate(const std::vector<std::shared_ptr<Sparse>>& list) {
   if (list.empty()) return Sparse();
   bool real = true;
   for (const auto& A : list) {
-    if (!A) QV_SPARSE_THROW("Internal_error_sparse", "Null matrix in the list.");
+    if (!A) QV_RAISE(sparse, Internal_error_sparse, "Null matrix in the list.");
     refusePartial(*A, "hcatPrivate");
-    if (A->getM() != list.front()->getM()) QV_SPARSE_THROW("Size_sparse_matrices_disagree");
+    if (A->getM() != list.front()->getM()) QV_RAISE(sparse, Size_sparse_matrices_disagree);
     if (A->getSymm() != list.front()->getSymm())
-      QV_SPARSE_THROW("Symmetry_sparse_matrices_disagree");
+      QV_RAISE(sparse, Symmetry_sparse_matrices_disagree);
     real = real && A->isReal();
   }
   const size_t m = list.front()->getM();

@@ -49,14 +49,13 @@
 #include <new>
 
 #include "qvarray/llsparse.h"
-#include "qvutil/exception.h"
+#include "qvutil/errors.h"
 #include "sparse/fastmod.h"
 
 namespace qvarray {
 
 namespace {
 
-constexpr const char* kModule = "sparse";
 constexpr size_t kAhead = 64;  // look-ahead distance in triplets (a power of 2)
 constexpr int kChainPrefetch = 6;  // slots of a probe sequence prefetched after a collision
 constexpr std::uint64_t kLargeStepBase = 285349621;
@@ -190,7 +189,7 @@ inline void prefetch(const void* p) {
 }
 
 [[noreturn]] void throwIndexOutOfRange() {
-  QV_THROW(kModule, "Internal_error_sparse", "Triplet index out of range.");
+  QV_RAISE(sparse, Internal_error_sparse, "Triplet index out of range.");
 }
 
 // Pass 1. Fills ord[k] (with the first-appearance bit `first`) and the column
@@ -316,7 +315,7 @@ void scatterPass(const size_t* rows, const size_t* cols, const T* values, size_t
 template <class T>
 void llsparse<T>::assembleTriplets(const size_t* rows, const size_t* cols, const T* values,
                                    size_t nnzIn, size_t mIn, size_t nIn, bool oneValue) {
-  if (nnzIn > kMaxHashSize) QV_THROW(kModule, "Size_input_vector_too_large");
+  if (nnzIn > kMaxHashSize) QV_RAISE(sparse, Size_input_vector_too_large);
   Array<size_t, 1> cp(nIn + 1);
   cp.fill(0);
   size_t count = 0;
