@@ -22,8 +22,8 @@
 
 #include "qvarray/gmres.h"
 #include "qvarray/matrixmarket.h"
-#include "qvarray/sparse.h"
-#include "qvarray/sparseoperator.h"
+#include "qvarray/sparse/sparse.h"
+#include "qvarray/sparse/sparseoperator.h"
 
 namespace {
 

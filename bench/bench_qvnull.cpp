@@ -26,9 +26,9 @@
 #include <string>
 #include <vector>
 
-#include "qvarray/qvnull.h"
-#include "qvarray/qvnullreduce.h"
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/qvnull.h"
+#include "qvarray/sparse/qvnullreduce.h"
+#include "qvarray/sparse/sparse.h"
 
 namespace {
 

@@ -33,8 +33,8 @@
 #include "poissongrid.h"
 #include "qvarray/blasruntime.h"
 #include "qvarray/gmres.h"
-#include "qvarray/sparseoperator.h"
-#include "qvarray/sparserelax.h"
+#include "qvarray/sparse/sparseoperator.h"
+#include "qvarray/sparse/sparserelax.h"
 #include "qvutil/parallel.h"
 #include "relaxoperators.h"
 

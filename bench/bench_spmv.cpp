@@ -22,8 +22,8 @@
 #include <string>
 #include <vector>
 
-#include "qvarray/parallelsparse.h"
-#include "qvarray/sparseproducts.h"
+#include "qvarray/sparse/parallelsparse.h"
+#include "qvarray/sparse/sparseproducts.h"
 #include "qvutil/parallel.h"
 
 namespace {

@@ -20,7 +20,7 @@
 #include <string>
 #include <vector>
 
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 
 namespace {
 

@@ -30,7 +30,7 @@
 #include <vector>
 
 #include "qvarray/export.h"
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 
 namespace qvarray {
 

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "qvarray/matriximpl.h"
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 #include "qvutil/parallel.h"
 #include "sparsetest.h"
 

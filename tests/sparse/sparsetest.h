@@ -13,7 +13,7 @@
 #include <utility>
 #include <vector>
 
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 
 namespace sparsetest {
 

@@ -5,7 +5,7 @@
 #include <random>
 #include <vector>
 
-#include "qvarray/llsparse.h"
+#include "qvarray/sparse/llsparse.h"
 #include "sparse/fastmod.h"
 
 namespace {

@@ -9,9 +9,9 @@
 #include <tuple>
 
 #include "producttest.h"
-#include "qvarray/externalsparse.h"
-#include "qvarray/parallelsparse.h"
-#include "qvarray/sparseproducts.h"
+#include "qvarray/sparse/externalsparse.h"
+#include "qvarray/sparse/parallelsparse.h"
+#include "qvarray/sparse/sparseproducts.h"
 #include "qvtest.h"
 
 namespace {

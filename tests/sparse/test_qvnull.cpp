@@ -13,8 +13,8 @@
 
 #include "densecheck.h"
 #include "qvarray/arrayutil.h"
-#include "qvarray/qvnull.h"
-#include "qvarray/qvnullreduce.h"
+#include "qvarray/sparse/qvnull.h"
+#include "qvarray/sparse/qvnullreduce.h"
 #include "qvtest.h"
 #include "qvutil/prop.h"
 #include "sparsetest.h"

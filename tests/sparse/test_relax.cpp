@@ -15,9 +15,9 @@
 #include <vector>
 
 #include "poissongrid.h"
-#include "qvarray/parallelsparse.h"
-#include "qvarray/sparseproducts.h"
-#include "qvarray/sparserelax.h"
+#include "qvarray/sparse/parallelsparse.h"
+#include "qvarray/sparse/sparseproducts.h"
+#include "qvarray/sparse/sparserelax.h"
 #include "qvtest.h"
 #include "qvutil/parallel.h"
 #include "sparsetest.h"

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "producttest.h"
-#include "qvarray/sparseproducts.h"
-#include "qvarray/sputil.h"
+#include "qvarray/sparse/sparseproducts.h"
+#include "qvarray/sparse/sputil.h"
 #include "qvtest.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <numeric>
 
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 #include "qvtest.h"
 #include "sparsetest.h"
 

@@ -8,7 +8,7 @@
 #include <set>
 #include <sstream>
 
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 #include "qvtest.h"
 #include "sparsetest.h"
 

@@ -5,8 +5,8 @@
 #include "producttest.h"
 #include "qvarray/gmres.h"
 #include "qvarray/matrixmarket.h"
-#include "qvarray/sparseoperator.h"
-#include "qvarray/sparseproducts.h"
+#include "qvarray/sparse/sparseoperator.h"
+#include "qvarray/sparse/sparseproducts.h"
 #include "qvtest.h"
 
 namespace {

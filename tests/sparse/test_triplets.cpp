@@ -2,7 +2,7 @@
 // first-appearance order; the one-value form; bad input.
 #include <gtest/gtest.h>
 
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 #include "qvtest.h"
 #include "sparsetest.h"
 

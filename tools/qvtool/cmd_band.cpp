@@ -11,7 +11,7 @@
 #include "commands.h"
 #include "qvarray/bandmatrix.h"
 #include "qvarray/matrixmarket.h"
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 #include "qvutil/stopwatch.h"
 #include "toolutil.h"
 

@@ -12,8 +12,8 @@
 #include "commands.h"
 #include "qvarray/gmres.h"
 #include "qvarray/matrixmarket.h"
-#include "qvarray/sparse.h"
-#include "qvarray/sparseoperator.h"
+#include "qvarray/sparse/sparse.h"
+#include "qvarray/sparse/sparseoperator.h"
 #include "qvutil/stopwatch.h"
 #include "toolutil.h"
 

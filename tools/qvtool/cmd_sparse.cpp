@@ -14,7 +14,7 @@
 
 #include "commands.h"
 #include "qvarray/matrixmarket.h"
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 #include "qvutil/exception.h"
 #include "qvutil/stopwatch.h"
 

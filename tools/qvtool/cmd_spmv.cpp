@@ -20,8 +20,8 @@
 
 #include "commands.h"
 #include "qvarray/matrixmarket.h"
-#include "qvarray/parallelsparse.h"
-#include "qvarray/sparseproducts.h"
+#include "qvarray/sparse/parallelsparse.h"
+#include "qvarray/sparse/sparseproducts.h"
 #include "qvutil/parallel.h"
 #include "qvutil/stopwatch.h"
 

@@ -9,7 +9,7 @@
 #include <cstddef>
 #include <vector>
 
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 
 namespace qvtool {
 

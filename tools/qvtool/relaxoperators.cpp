@@ -3,7 +3,7 @@
 
 #include <utility>
 
-#include "qvarray/sparserelax.h"
+#include "qvarray/sparse/sparserelax.h"
 
 namespace qvtool {
 

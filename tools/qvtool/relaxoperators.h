@@ -3,7 +3,7 @@
 // preconditioner of GMRES in qvtool's poisson subcommand and the relaxation
 // benchmark (the matrix itself is a qvarray::SparseOperator).
 #include "qvarray/linearoperator.h"
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 
 namespace qvtool {
 

@@ -9,7 +9,7 @@
 #include <type_traits>
 #include <vector>
 
-#include "qvarray/llsparse.h"
+#include "qvarray/sparse/llsparse.h"
 #include "sparse/sparseimpl.h"
 
 namespace qvarray::csc {

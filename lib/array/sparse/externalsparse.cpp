@@ -1,5 +1,5 @@
 // ExternalSparse and Sparse's handle on it.
-#include "qvarray/externalsparse.h"
+#include "qvarray/sparse/externalsparse.h"
 
 #include "sparse/sparseimpl.h"
 

@@ -1,7 +1,7 @@
 // llsp_hashsize: the hash-table size rule of triplet assembly.
 #include <cstdint>
 
-#include "qvarray/llsparse.h"
+#include "qvarray/sparse/llsparse.h"
 
 namespace qvarray {
 

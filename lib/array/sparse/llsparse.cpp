@@ -1,6 +1,6 @@
 // llsparse<T>: compressed-column storage, its copy-on-write arrays, the
 // process-wide pattern version, and the small storage-level operations.
-#include "qvarray/llsparse.h"
+#include "qvarray/sparse/llsparse.h"
 
 #include <omp.h>
 

@@ -1,6 +1,6 @@
 // ParallelSparse: the per-pattern data of the parallel kernels, its guarded
 // build, and the parallel products (see parallelsparse.h for the design).
-#include "qvarray/parallelsparse.h"
+#include "qvarray/sparse/parallelsparse.h"
 
 #include <omp.h>
 

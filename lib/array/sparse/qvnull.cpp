@@ -1,6 +1,6 @@
 // qvNull: options, the loop over the constraint blocks, and the particular
 // solution u₀ = P·r with its consistency check.
-#include "qvarray/qvnull.h"
+#include "qvarray/sparse/qvnull.h"
 
 #include <algorithm>
 #include <any>

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "qvarray/qvnull.h"
+#include "qvarray/sparse/qvnull.h"
 #include "qvutil/exception.h"
 
 namespace qvarray::nulldetail {

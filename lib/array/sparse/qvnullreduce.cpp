@@ -1,10 +1,10 @@
 // Constraint elimination on K·u = f with the sparse products: Nᴴ·K·N,
 // Nᴴ·(f − K·u₀) and u = N·v + u₀.
-#include "qvarray/qvnullreduce.h"
+#include "qvarray/sparse/qvnullreduce.h"
 
 #include <string>
 
-#include "qvarray/sparseproducts.h"
+#include "qvarray/sparse/sparseproducts.h"
 #include "qvutil/errors.h"
 #include "sparse/qvnullimpl.h"
 

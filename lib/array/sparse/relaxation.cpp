@@ -3,9 +3,9 @@
 // choice of kernel by the number types of storage and vectors.
 #include <string>
 
-#include "qvarray/parallelsparse.h"
-#include "qvarray/sparse.h"
-#include "qvarray/sparserelax.h"
+#include "qvarray/sparse/parallelsparse.h"
+#include "qvarray/sparse/sparse.h"
+#include "qvarray/sparse/sparserelax.h"
 #include "qvutil/errors.h"
 #include "qvutil/parallel.h"
 #include "sparse/relaxkernels.h"

@@ -25,8 +25,8 @@
 #include <type_traits>
 #include <vector>
 
-#include "qvarray/llsparse.h"
-#include "qvarray/sparsemodes.h"
+#include "qvarray/sparse/llsparse.h"
+#include "qvarray/sparse/sparsemodes.h"
 
 namespace qvarray::relax {
 

@@ -36,7 +36,7 @@
 #include <utility>
 #include <vector>
 
-#include "qvarray/parallelsparse.h"
+#include "qvarray/sparse/parallelsparse.h"
 #include "sparse/relaxkernels.h"
 
 namespace qvarray::relax {

@@ -1,5 +1,5 @@
 // Sparse: the handle, its construction paths, copy on write and accessors.
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 
 #include <algorithm>
 #include <cstdint>

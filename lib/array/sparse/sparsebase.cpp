@@ -1,6 +1,6 @@
 // SparseBase: default implementations, each reporting that the operation is
 // not available on this kind of matrix.
-#include "qvarray/sparsebase.h"
+#include "qvarray/sparse/sparsebase.h"
 
 #include <ostream>
 

@@ -2,7 +2,7 @@
 // Helpers shared by the source files of Sparse.
 #include <complex>
 
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 #include "qvutil/exception.h"
 
 namespace qvarray {

@@ -1,5 +1,5 @@
 // SparseOperator: the sparse products behind the LinearOperator interface.
-#include "qvarray/sparseoperator.h"
+#include "qvarray/sparse/sparseoperator.h"
 
 #include "qvutil/errors.h"
 #include "sparse/sparseimpl.h"

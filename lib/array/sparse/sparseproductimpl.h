@@ -5,7 +5,7 @@
 #include <complex>
 #include <cstddef>
 
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 #include "qvarray/trans.h"
 
 namespace qvarray::spmv {

@@ -1,9 +1,9 @@
 // Sparse matrix–vector products: argument checks, the serial/parallel
 // dispatch, and the serial product over operand types.
-#include "qvarray/sparseproducts.h"
+#include "qvarray/sparse/sparseproducts.h"
 
-#include "qvarray/externalsparse.h"
-#include "qvarray/parallelsparse.h"
+#include "qvarray/sparse/externalsparse.h"
+#include "qvarray/sparse/parallelsparse.h"
 #include "qvutil/errors.h"
 #include "qvutil/parallel.h"
 #include "sparse/sparseimpl.h"

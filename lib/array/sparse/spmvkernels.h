@@ -14,7 +14,7 @@
 #include <cstddef>
 #include <type_traits>
 
-#include "qvarray/sparsemodes.h"
+#include "qvarray/sparse/sparsemodes.h"
 #include "qvarray/trans.h"
 
 namespace qvarray::spmv {

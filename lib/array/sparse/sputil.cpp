@@ -1,5 +1,5 @@
 // Free functions on sparse matrices: subMatrix, sparse2tril, hcatPrivate.
-#include "qvarray/sputil.h"
+#include "qvarray/sparse/sputil.h"
 
 #include <string>
 

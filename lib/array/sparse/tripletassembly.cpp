@@ -48,7 +48,7 @@
 #include <cstdlib>
 #include <new>
 
-#include "qvarray/llsparse.h"
+#include "qvarray/sparse/llsparse.h"
 #include "qvutil/errors.h"
 #include "sparse/fastmod.h"
 

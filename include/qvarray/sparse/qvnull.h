@@ -51,7 +51,7 @@
 
 #include "qvarray/export.h"
 #include "qvarray/matriximpl.h"
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 
 namespace qvbase {
 class Prop;

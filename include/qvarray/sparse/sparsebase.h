@@ -20,9 +20,9 @@
 
 #include "qvarray/array.h"
 #include "qvarray/export.h"
-#include "qvarray/llsparse.h"
+#include "qvarray/sparse/llsparse.h"
 #include "qvarray/matriximpl.h"
-#include "qvarray/sparsemodes.h"
+#include "qvarray/sparse/sparsemodes.h"
 #include "qvarray/trans.h"
 
 namespace qvarray {

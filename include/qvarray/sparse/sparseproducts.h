@@ -32,7 +32,7 @@
 
 #include "qvarray/export.h"
 #include "qvarray/matriximpl.h"
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 #include "qvarray/trans.h"
 
 namespace qvarray {

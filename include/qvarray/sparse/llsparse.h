@@ -23,7 +23,7 @@
 
 #include "qvarray/array.h"
 #include "qvarray/export.h"
-#include "qvarray/sparsemodes.h"
+#include "qvarray/sparse/sparsemodes.h"
 
 namespace qvarray {
 

@@ -47,7 +47,7 @@
 #include "qvarray/array.h"
 #include "qvarray/export.h"
 #include "qvarray/matriximpl.h"
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 #include "qvarray/trans.h"
 #include "qvutil/nestedlock.h"
 

@@ -12,7 +12,7 @@
 
 #include "qvarray/array.h"
 #include "qvarray/export.h"
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 
 namespace qvarray {
 

@@ -9,7 +9,7 @@
 // through the mixed real/complex kernels.
 #include "qvarray/export.h"
 #include "qvarray/linearoperator.h"
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/sparse.h"
 #include "qvarray/trans.h"
 
 namespace qvarray {

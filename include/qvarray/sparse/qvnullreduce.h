@@ -10,8 +10,8 @@
 // length (f and u₀: n, v: n − rank).
 #include "qvarray/export.h"
 #include "qvarray/matriximpl.h"
-#include "qvarray/qvnull.h"
-#include "qvarray/sparse.h"
+#include "qvarray/sparse/qvnull.h"
+#include "qvarray/sparse/sparse.h"
 
 namespace qvarray {
 

@@ -23,7 +23,7 @@
 #include <memory>
 #include <vector>
 
-#include "qvarray/sparsebase.h"
+#include "qvarray/sparse/sparsebase.h"
 
 namespace qvarray {
 
