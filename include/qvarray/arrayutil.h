@@ -183,9 +183,9 @@ QVARRAY_API int lu(Array<double, 2>& A, Array<int, 1>& ipiv, int flags);
 QVARRAY_API int lu(Array<dcomplex, 2>& A, Array<int, 1>& ipiv, int flags);
 
 /// LU of a square A with a pre-sized ipiv; any non-zero INFO raises
-/// "Internal_numerical_error".
-QVARRAY_API void linsolvdecomp(Array<double, 2>& A, Array<int, 1>& ipiv);
-QVARRAY_API void linsolvdecomp(Array<dcomplex, 2>& A, Array<int, 1>& ipiv);
+/// "Internal_numerical_error", so the INFO returned is always 0.
+QVARRAY_API int linsolvdecomp(Array<double, 2>& A, Array<int, 1>& ipiv);
+QVARRAY_API int linsolvdecomp(Array<dcomplex, 2>& A, Array<int, 1>& ipiv);
 
 /// Solves with the factors of lu/linsolvdecomp (xGETRS, "N"); the right-hand
 /// sides are the trailing dimensions of B. Non-zero INFO raises

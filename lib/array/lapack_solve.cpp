@@ -28,12 +28,12 @@ int luT(Array<T, 2>& A, Array<int, 1>& ipiv, int flags) {
 }
 
 template <class T>
-void linsolvdecompT(Array<T, 2>& A, Array<int, 1>& ipiv) {
+int linsolvdecompT(Array<T, 2>& A, Array<int, 1>& ipiv) {
   QV_CHECK(A.sizes[0] == A.sizes[1] && ipiv.count >= A.sizes[0], arrayutil,
            Internal_numerical_error, "linsolvdecomp: A is not square or ipiv is shorter than A.");
   const int n = toInt(A.sizes[0]);
   const int info = lapack::getrf(n, n, A.data, ld(A.sizes[0]), ipiv.data);
-  lapack::checkInfo(info, RaiseAll, kDecompFailed);
+  return lapack::checkInfo(info, RaiseAll, kDecompFailed);
 }
 
 /// op(A)⁻¹·B for the nrhs columns of B (leading dimension ldb) with the
@@ -95,8 +95,8 @@ int cholT(Array<T, 2>& A, int flags) {
 int lu(Array<double, 2>& A, Array<int, 1>& ipiv, int flags) { return luT(A, ipiv, flags); }
 int lu(Array<dcomplex, 2>& A, Array<int, 1>& ipiv, int flags) { return luT(A, ipiv, flags); }
 
-void linsolvdecomp(Array<double, 2>& A, Array<int, 1>& ipiv) { linsolvdecompT(A, ipiv); }
-void linsolvdecomp(Array<dcomplex, 2>& A, Array<int, 1>& ipiv) { linsolvdecompT(A, ipiv); }
+int linsolvdecomp(Array<double, 2>& A, Array<int, 1>& ipiv) { return linsolvdecompT(A, ipiv); }
+int linsolvdecomp(Array<dcomplex, 2>& A, Array<int, 1>& ipiv) { return linsolvdecompT(A, ipiv); }
 
 int linsolvsolve(const Array<double, 2>& LU, const Array<int, 1>& ipiv, Array<double, 1>& B,
                  int flags) {

@@ -70,7 +70,7 @@ TYPED_TEST(LapackSolve, DecompThenSolveOneTwoAndThreeDimensional) {
   const Array<T, 2> A = randomMatrix<T>(n, n, rng);
   Array<T, 2> LU(A);
   Array<int, 1> ipiv(n);
-  qvarray::linsolvdecomp(LU, ipiv);
+  EXPECT_EQ(qvarray::linsolvdecomp(LU, ipiv), 0);
   const Array<T, 1> b = randomVector<T>(n, rng);
   const Array<T, 2> B = randomMatrix<T>(n, 3, rng);
   Array<T, 1> x(b);
