@@ -223,7 +223,9 @@ int listUpdate(const Sparse& A, Vector& x, double omega, bool flag, const relax:
 
 int JacobiIts(const Sparse& A, Vector& x, Vector& r, double omega) {
   checkLength(x, A.getN());
-  checkLength(r, rowSpace(A));
+  // The step reads r by column index, r[0..n), without the row offset: r must
+  // hold those n entries, whatever the row space.
+  if (r.size() < A.getN()) QV_RAISE(sparse, Size_vector_sparse_matrix_disagree);
   prepare(A);
   if (!A.isReal() || !r.isReal()) x.makeComplex();
   const int blocks = parallelBlocks(A, A.getN(), kParallelColumns);
