@@ -6,7 +6,8 @@ pkgs=(g++ cmake ninja-build
       libopenblas0-openmp libopenblas-openmp-dev   # BLAS + LAPACK, OpenMP threading
       libgtest-dev libbenchmark-dev                # tests and benchmarks
       libeigen3-dev                                # side-by-side benchmarks only
-      libomp-14-dev)                               # OpenMP runtime with Archer for ThreadSanitizer
+      libomp-14-dev                                # OpenMP runtime with Archer for ThreadSanitizer
+      openjdk-17-jdk-headless)                     # JNI headers and the JVM of the Java bridge test
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
