@@ -8,7 +8,6 @@
 
 #include "commands.h"
 #include "qvarray/bandmatrix.h"
-#include "qvarray/matrixmarket.h"
 #include "qvarray/sparse/sparse.h"
 #include "qvutil/stopwatch.h"
 #include "toolutil.h"
@@ -68,14 +67,13 @@ int run(int argc, char** argv) {
   }
   qvtool::Arguments::require(file, "matrix file");
 
-  const qvarray::Sparse S = qvarray::readMatrixMarket(file);
+  const qvarray::Sparse S = qvtool::readSparse(file);
   if (S.getM() != S.getN())
     throw Failure(file + ": the matrix is not square (" + std::to_string(S.getM()) + " x " +
                   std::to_string(S.getN()) + ")");
   if (S.getN() > static_cast<size_t>(std::numeric_limits<int>::max()))
     throw Failure(file + ": the matrix is too large for band storage (n = " +
                   std::to_string(S.getN()) + ")");
-  qvtool::requireFiniteEntries(S, file);
   const int n = static_cast<int>(S.getN());
   const size_t* colptr = S.getColPtr();
   const size_t* row = S.getRow();

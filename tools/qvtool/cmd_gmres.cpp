@@ -9,7 +9,6 @@
 #include "commands.h"
 #include "jacobipreconditioner.h"
 #include "qvarray/gmres.h"
-#include "qvarray/matrixmarket.h"
 #include "qvarray/sparse/sparse.h"
 #include "qvarray/sparse/sparseoperator.h"
 #include "qvutil/stopwatch.h"
@@ -42,11 +41,10 @@ int run(int argc, char** argv) {
   }
   qvtool::Arguments::require(file, "matrix file");
 
-  const qvarray::Sparse S = qvarray::readMatrixMarket(file);
+  const qvarray::Sparse S = qvtool::readSparse(file);
   if (S.getM() != S.getN())
     throw Failure(file + ": the matrix is not square (" + std::to_string(S.getM()) + " x " +
                   std::to_string(S.getN()) + ")");
-  qvtool::requireFiniteEntries(S, file);
   const size_t n = S.getN();
   const qvarray::SparseOperator A(S);
   const qvtool::JacobiPreconditioner M(S);

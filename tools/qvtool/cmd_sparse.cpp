@@ -1,6 +1,7 @@
 // qvtool sparse: reads a MatrixMarket file, reports the matrix and the time
 // its triplet assembly took.
 #include <iostream>
+#include <new>
 #include <string>
 
 #include "commands.h"
@@ -22,13 +23,18 @@ int run(int argc, char** argv) {
   }
   qvtool::Arguments::require(path, "matrix file");
 
-  qvutil::Stopwatch readTime;
-  const qvarray::MatrixMarketTriplets triplets = qvarray::readMatrixMarketTriplets(path, symmetric);
-  readTime.stop();
-  qvutil::Stopwatch assemblyTime;
+  qvutil::Stopwatch readTime, assemblyTime;
   qvarray::Sparse A;
-  triplets.assemble(A);
-  assemblyTime.stop();
+  try {
+    const qvarray::MatrixMarketTriplets triplets =
+        qvarray::readMatrixMarketTriplets(path, symmetric);
+    readTime.stop();
+    assemblyTime.reset();
+    triplets.assemble(A);
+    assemblyTime.stop();
+  } catch (const std::bad_alloc&) {
+    qvtool::failReading(path);
+  }
   qvtool::requireFiniteEntries(A, path);
 
   if (print) std::cout << A;

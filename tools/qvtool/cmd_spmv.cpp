@@ -12,7 +12,6 @@
 #include <vector>
 
 #include "commands.h"
-#include "qvarray/matrixmarket.h"
 #include "qvarray/sparse/parallelsparse.h"
 #include "qvarray/sparse/sparseproducts.h"
 #include "qvutil/parallel.h"
@@ -35,8 +34,7 @@ int run(int argc, char** argv) {
   }
   qvtool::Arguments::require(path, "matrix file");
 
-  const qvarray::Sparse A = qvarray::readMatrixMarket(path, symmetric);
-  qvtool::requireFiniteEntries(A, path);
+  const qvarray::Sparse A = qvtool::readSparse(path, symmetric);
   if (threads > 0) qvbase::Parallel::setAvailableThreads(static_cast<int>(threads));
   const qvarray::Trans_t t = trans ? qvarray::Trans : qvarray::NoTrans;
   // Lengths of x and y for op(A) (the symmetric modes are square).

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "commands.h"
+#include "qvarray/matrixmarket.h"
 #include "qvutil/exception.h"
 
 namespace qvtool {
@@ -249,6 +250,21 @@ void failNonFinite(const std::string& path, size_t row, size_t col) {
                   "' is not a finite number");
   throw Failure(path + ": the entries at (" + std::to_string(row + 1) + "," +
                 std::to_string(col + 1) + ") overflow when they are summed");
+}
+
+qvarray::Sparse readSparse(const std::string& path, bool keepSymmetric) {
+  qvarray::Sparse A;
+  try {
+    A = qvarray::readMatrixMarket(path, keepSymmetric);
+  } catch (const std::bad_alloc&) {
+    failReading(path);
+  }
+  requireFiniteEntries(A, path);
+  return A;
+}
+
+void failReading(const std::string& path) {
+  throw Failure(path + ": not enough memory to read the matrix");
 }
 
 void requireFiniteEntries(const qvarray::Sparse& A, const std::string& path) {

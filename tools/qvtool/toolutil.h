@@ -95,9 +95,15 @@ int reportUsageError(const Command& command, const UsageError& e) noexcept;
 /// The sink qvtool gives the library's run log: each entry on stderr.
 void printLogEntry(const qvutil::RunLog::Entry& entry);
 
+/// Reads the sparse matrix of the MatrixMarket file `path` (keepSymmetric as
+/// for qvarray::readMatrixMarket) and checks its entries are finite. Running
+/// out of memory on the way raises a Failure that names the file.
+qvarray::Sparse readSparse(const std::string& path, bool keepSymmetric = false);
 /// Raises a Failure when A holds a NaN or an infinity, naming the line of
 /// the file `path` where the offending entry stands.
 void requireFiniteEntries(const qvarray::Sparse& A, const std::string& path);
+/// The Failure for memory that ran out while the file `path` was read.
+[[noreturn]] void failReading(const std::string& path);
 /// Raises the Failure for a matrix read from `path` whose entry (row, col)
 /// (0-based) is not finite: at the line of the first entry the file writes
 /// as a non-finite number ("inf", "nan" in any case), else at the position
