@@ -30,13 +30,13 @@
 #include <utility>
 #include <vector>
 
-#include "poissongrid.h"
 #include "qvarray/blasruntime.h"
 #include "qvarray/gmres.h"
+#include "qvarray/sparse/poissongrid.h"
 #include "qvarray/sparse/sparseoperator.h"
 #include "qvarray/sparse/sparserelax.h"
+#include "qvarray/sparse/ssorpreconditioner.h"
 #include "qvutil/parallel.h"
-#include "relaxoperators.h"
 
 namespace {
 
@@ -62,7 +62,7 @@ const Sparse& poisson(size_t n, qvarray::Symm_t symm = qvarray::SymmNone) {
   static std::map<std::pair<size_t, int>, std::unique_ptr<Sparse>> cache;
   auto& slot = cache[{n, symm}];
   if (!slot) {
-    slot = std::make_unique<Sparse>(qvtool::assemblePoisson({3, n}));
+    slot = std::make_unique<Sparse>(qvarray::assemblePoisson({3, n}));
     slot->setSymm(symm);  // symmetric: mode 3 stands for the same matrix
     slot->setForm(qvarray::FormSorted);
   }
@@ -204,7 +204,7 @@ const SolveProblem& solveProblem() {
   static const SolveProblem p = [] {
     SolveProblem s;
     std::vector<double> b;
-    qvtool::manufacturedSolution({3, kSolveGrid}, s.u, b);
+    qvarray::manufacturedSolution({3, kSolveGrid}, s.u, b);
     s.b = Vector(b);
     return s;
   }();
@@ -218,7 +218,7 @@ void BM_GmresSsor(benchmark::State& state) {
   std::optional<qvarray::SerialBlasScope> serialBlas;  // one thread: BLAS too
   if (state.range(0) == 1) serialBlas.emplace();
   const qvarray::SparseOperator op(A);
-  const qvtool::SsorPreconditioner ssor(A, static_cast<double>(state.range(1)) / 100.0);
+  const qvarray::SsorPreconditioner ssor(A, static_cast<double>(state.range(1)) / 100.0);
   qvarray::GmresOptions o;
   o.tol = kTol;
   o.precond = &ssor;

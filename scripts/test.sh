@@ -22,9 +22,10 @@ ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --preset asan -j "$jobs"
 
 # ThreadSanitizer: LLVM's OpenMP runtime with Archer stands in for the
-# uninstrumented libgomp (tests/CMakeLists.txt); the preset selects the tests.
+# uninstrumented libgomp (tests/CMakeLists.txt); the preset selects the tests
+# (the parallel sparse kernels, and start-up from several threads at once).
 cmake --preset tsan
-cmake --build --preset tsan -j "$jobs" --target test_sparseops check_error_keys
+cmake --build --preset tsan -j "$jobs" --target test_sparseops test_init check_error_keys
 ctest --preset tsan -j "$jobs"
 
 ctest --preset release -j "$jobs"

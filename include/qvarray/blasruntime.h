@@ -7,7 +7,8 @@
 // products several times slower). The library compares the core OpenBLAS
 // chose with the widest one this processor supports; initializeArray() warns
 // through the global run log when they differ, and relaunchWithFastBlas()
-// lets a program restart itself on the right kernels.
+// lets a stand-alone program (never the library, never a host) restart itself
+// on the right kernels.
 #include <string>
 
 #include "qvarray/export.h"
@@ -30,6 +31,13 @@ QVARRAY_API BlasRuntime blasRuntime();
 /// program (/proc/self/exe, same arguments); it does not return then. Returns
 /// normally when nothing needs doing, after one relaunch already happened, or
 /// when re-execution fails. Call it first thing in main(), before threads start.
+///
+/// Replacing the running process is a decision only the program's own main()
+/// may take: it is meant for qvtool, the test programs and the benchmarks. The
+/// library never calls it, and a host that loads the library (a JVM, another
+/// product's program) must not either; such a host gets the warning of
+/// initializeArray() in the global run log instead and sets OPENBLAS_CORETYPE
+/// in its own start-up environment.
 QVARRAY_API void relaunchWithFastBlas(int argc, char** argv);
 
 /// Runs BLAS/LAPACK calls made by this thread on one thread while alive. Small

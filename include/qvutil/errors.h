@@ -30,6 +30,7 @@
   X(sparse)                 \
   X(sparsebase)             \
   X(parallelsparse)         \
+  X(poissongrid)            \
   X(qvnull)
 
 /// Error keys: fixed identifiers that the product's message catalogue translates.

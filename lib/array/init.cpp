@@ -6,10 +6,9 @@
 
 namespace qvarray {
 
-void initializeArray() {
-  static bool done = false;  // not atomic: called once before threads start
-  if (done) return;
-  done = true;
+namespace {
+
+bool initializeOnce() {
   qvutil::initializeUtil();
   const BlasRuntime r = blasRuntime();
   if (r.slowKernels)
@@ -19,6 +18,16 @@ void initializeArray() {
         "OPENBLAS_CORETYPE=" + r.preferredCore +
         " in the environment before the program starts, or call "
         "qvarray::relaunchWithFastBlas(argc, argv) first thing in main().");
+  return true;
+}
+
+}  // namespace
+
+void initializeArray() {
+  // A function-local static is initialised exactly once even when several
+  // threads arrive together; the others wait. An exception leaves it
+  // uninitialised, so the next call runs initializeOnce again.
+  [[maybe_unused]] static const bool done = initializeOnce();
 }
 
 }  // namespace qvarray

@@ -1,13 +1,18 @@
 #include "qvutil/runinfo.h"
 
-#include <cstdio>
+#include <utility>
 
 namespace qvutil {
 
 void RunLog::append(bool warning, const std::string& text) {
   std::lock_guard<std::mutex> guard(mutex_);
   entries_.push_back({warning, text});
-  if (echo_) std::fprintf(stderr, "%s%s\n", warning ? "warning: " : "", text.c_str());
+  if (!sink_) return;
+  try {
+    sink_(entries_.back());
+  } catch (...) {
+    // The host's sink failed; the entry is kept all the same.
+  }
 }
 
 void RunLog::addMessage(const std::string& text) { append(false, text); }
@@ -31,8 +36,13 @@ void RunLog::clear() {
   entries_.clear();
 }
 
+void RunLog::setSink(Sink sink) {
+  std::lock_guard<std::mutex> guard(mutex_);
+  sink_ = std::move(sink);
+}
+
 RunLog& RunLog::global() {
-  static RunLog log(true);
+  static RunLog log;
   return log;
 }
 

@@ -14,7 +14,7 @@
 #include <random>
 #include <vector>
 
-#include "poissongrid.h"
+#include "qvarray/sparse/poissongrid.h"
 #include "qvarray/sparse/parallelsparse.h"
 #include "qvarray/sparse/sparseproducts.h"
 #include "qvarray/sparse/sparserelax.h"
@@ -496,10 +496,29 @@ TEST(RelaxDispatch, ThresholdsAndThreads) {
   EXPECT_EQ(qvarray::SORIt(static_cast<const SparseBase&>(A), x9, r9, 1.0, false), -1);
 }
 
+// The grid's b is computed from the stencil, not from the matrix: A·u = b
+// checks the assembly in both storages and dimensions.
+TEST(PoissonGrid, ManufacturedSolutionSolvesTheAssembledSystemAndBadGridsRaise) {
+  for (int dim : {2, 3})
+    for (bool lowerHalf : {false, true}) {
+      const qvarray::PoissonGrid g{dim, 7};
+      std::vector<double> u, b;
+      qvarray::manufacturedSolution(g, u, b);
+      const Sparse A = qvarray::assemblePoisson(g, lowerHalf);
+      ASSERT_EQ(A.getN(), g.unknowns());
+      Vector r(b);
+      qvarray::yMinusAMulx(r, A, Vector(u), qvarray::NoTrans);
+      EXPECT_LT(r.normInf(), 1e-14) << dim << "D, lower half " << lowerHalf;
+    }
+  EXPECT_THROW(qvarray::assemblePoisson({4, 5}), qvbase::Exception);
+  EXPECT_THROW(qvarray::assemblePoisson({2, 0}), qvbase::Exception);
+  EXPECT_THROW(qvarray::assemblePoisson({3, size_t{1} << 22}), std::bad_alloc);
+}
+
 // A Poisson matrix in the given storage and a residual to relax.
 Sparse poissonIn(Symm_t symm, size_t n) {
-  const qvtool::PoissonGrid g{2, n};
-  Sparse A = qvtool::assemblePoisson(g, symm == qvarray::SymmSymmetric);
+  const qvarray::PoissonGrid g{2, n};
+  Sparse A = qvarray::assemblePoisson(g, symm == qvarray::SymmSymmetric);
   if (symm == qvarray::SymmTransposed) A.setSymm(symm);  // symmetric: the same A
   A.setForm(qvarray::FormSorted);
   return A;
@@ -608,9 +627,9 @@ int sorIterations(const Sparse& A, const std::vector<double>& bv, const std::vec
 
 TEST(RelaxParallel, ParallelSorConvergesLikeTheSerialIteration) {
   if (qvbase::Parallel::maxThreads() < 2) GTEST_SKIP() << "one thread only";
-  const qvtool::PoissonGrid g{2, 60};
+  const qvarray::PoissonGrid g{2, 60};
   std::vector<double> u, b;
-  qvtool::manufacturedSolution(g, u, b);
+  qvarray::manufacturedSolution(g, u, b);
   for (Symm_t symm : {qvarray::SymmNone, qvarray::SymmSymmetric})
     for (double omega : {1.5, 1.9}) {
       const Sparse A = poissonIn(symm, 60);

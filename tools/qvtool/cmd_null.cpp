@@ -16,12 +16,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <exception>
+#include <string>
 #include <vector>
 
 #include "commands.h"
+#include "jacobipreconditioner.h"
 #include "qvarray/arrayutil.h"
 #include "qvarray/blasruntime.h"
 #include "qvarray/gmres.h"
@@ -37,39 +37,6 @@ namespace {
 using qvarray::Sparse;
 
 constexpr size_t kMaxDenseGrid = 40;  // the dense saddle-point solve limits the grid
-
-void usage(std::FILE* out) {
-  std::fprintf(out,
-               "usage: qvtool null [--grid n] [--nullfun auto|orth|sparse]\n"
-               "  Poisson problem on an n x n grid (default 24, at most %zu): u = 0 on the\n"
-               "  bottom row, u = 1 on the top row, periodic left/right columns. Solves it\n"
-               "  by constraint elimination (qvNull, GMRES on the reduced system) and by\n"
-               "  Lagrange multipliers (dense saddle-point solve) and prints both residuals.\n",
-               kMaxDenseGrid);
-}
-
-// y = diag(A)⁻¹·x.
-class JacobiOperator : public qvarray::LinearOperator {
- public:
-  explicit JacobiOperator(const Sparse& A) : inv_(A.getN(), 1.0) {
-    const size_t* cp = A.getColPtr();
-    const size_t* row = A.getRow();
-    const double* v = A.getDoubleVal();
-    for (size_t j = 0; j < A.getN(); ++j)
-      for (size_t p = cp[j]; p < cp[j + 1]; ++p)
-        if (row[p] == j && v[p] != 0) inv_[j] = 1.0 / v[p];
-  }
-  size_t size() const override { return inv_.size(); }
-  bool isReal() const override { return true; }
-
- protected:
-  void applyReal(const Array<double, 1>& x, Array<double, 1>& y) const override {
-    for (size_t i = 0; i < inv_.size(); ++i) y[i] = inv_[i] * x[i];
-  }
-
- private:
-  std::vector<double> inv_;
-};
 
 struct Problem {
   size_t n = 0;        // grid points per side
@@ -124,118 +91,115 @@ double constraintResidual(const Sparse& B, const Vector& u, const Vector& r) {
   return d.normInf();
 }
 
-}  // namespace
-
-int cmdNull(int argc, char** argv) {
+int run(int argc, char** argv) {
   size_t n = 24;
   qvarray::NullOptions o;
-  for (int k = 1; k < argc; ++k) {
-    const char* a = argv[k];
-    if (!std::strcmp(a, "--help") || !std::strcmp(a, "-h")) {
-      usage(stdout);
-      return 0;
-    }
-    if (!std::strcmp(a, "--grid") && k + 1 < argc) {
-      char* end = nullptr;
-      const long v = std::strtol(argv[++k], &end, 10);
-      if (*end != '\0' || v < 3 || v > static_cast<long>(kMaxDenseGrid)) {
-        usage(stderr);
-        return 2;
-      }
-      n = static_cast<size_t>(v);
-    } else if (!std::strcmp(a, "--nullfun") && k + 1 < argc) {
-      try {
-        o.nullfun = qvarray::parseNullFun(argv[++k]);
-      } catch (const std::exception&) {
-        usage(stderr);
-        return 2;
-      }
+  qvtool::Arguments args(argc, argv);
+  while (args.next()) {
+    if (args.is("--grid")) {
+      n = static_cast<size_t>(args.integer(3, static_cast<long>(kMaxDenseGrid)));
+    } else if (args.is("--nullfun")) {
+      const char* name = args.value();
+      if (std::strcmp(name, "auto") && std::strcmp(name, "orth") && std::strcmp(name, "sparse"))
+        args.badValue("is not one of auto, orth, sparse");
+      o.nullfun = qvarray::parseNullFun(name);
     } else {
-      usage(stderr);
-      return 2;
+      args.unexpected();
     }
   }
 
-  try {
-    const Problem p = poisson(n);
-    const size_t N = n * n;
-    std::printf("Poisson problem on a %zu x %zu grid: %zu unknowns, %zu constraints\n", n, n, N,
-                p.B.getM());
+  const Problem p = poisson(n);
+  const size_t N = n * n;
+  std::printf("Poisson problem on a %zu x %zu grid: %zu unknowns, %zu constraints\n", n, n, N,
+              p.B.getM());
 
-    // ---- elimination ----
-    qvutil::Stopwatch clock;
-    const qvarray::NullSpace ns = qvarray::qvNull(p.B, o);
-    const Vector u0 = ns.particular(p.r);
-    const Sparse A = qvarray::reduceMatrix(ns, p.K);
-    const Vector g = qvarray::reduceVector(ns, p.K, p.f, u0);
-    const double tNull = clock.seconds();
-    const qvarray::SparseOperator op(A);
-    const JacobiOperator jacobi(A);
-    qvarray::GmresOptions go;
-    go.tol = 1e-12;
-    go.restart = 100;
-    go.maxIter = 20000;
-    go.precond = &jacobi;
-    Vector v;
-    const qvarray::GmresResult res = qvarray::gmres(op, g, v, go);
-    const Vector uE = qvarray::expandSolution(ns, v, u0);
-    const double tElim = clock.seconds();
-    // Optimality: K·u − f must lie in range(Bᴴ), i.e. Nᴴ·(f − K·u) = 0.
-    const double kkt = qvarray::reduceVector(ns, p.K, p.f, uE).norm() / g.norm();
-    std::printf("\nelimination (nullfun \"%s\"):\n", qvarray::nullFunName(o.nullfun));
-    std::printf("  rank %zu, %zu redundant constraints, %zu blocks (%zu by SVD)\n", ns.rank,
-                p.B.getM() - ns.rank, ns.blocks, ns.svdBlocks);
-    std::printf("  N: %zu x %zu, nnz(N)/n = %.3f; reduced matrix: %zu non-zeros\n", ns.N.getM(),
-                ns.N.getN(), static_cast<double>(ns.N.getNnz()) / static_cast<double>(N),
-                A.getNnz());
-    std::printf("  GMRES: %s after %d iterations, relative residual %.3e\n",
-                res.converged() ? "converged" : "not converged", res.iterations, res.relResidual);
-    std::printf("  residual |N^H (f - K u)| / |N^H (f - K u0)| = %.3e, |B u - r|_inf = %.3e\n", kkt,
-                constraintResidual(p.B, uE, p.r));
-    std::printf("  time: %.3f ms (qvNull and reduction %.3f ms)\n", tElim * 1e3, tNull * 1e3);
+  // ---- elimination ----
+  qvutil::Stopwatch clock;
+  const qvarray::NullSpace ns = qvarray::qvNull(p.B, o);
+  const Vector u0 = ns.particular(p.r);
+  const Sparse A = qvarray::reduceMatrix(ns, p.K);
+  const Vector g = qvarray::reduceVector(ns, p.K, p.f, u0);
+  const double tNull = clock.seconds();
+  const qvarray::SparseOperator op(A);
+  const qvtool::JacobiPreconditioner jacobi(A);
+  qvarray::GmresOptions go;
+  go.tol = 1e-12;
+  go.restart = 100;
+  go.maxIter = 20000;
+  go.precond = &jacobi;
+  Vector v;
+  const qvarray::GmresResult res = qvarray::gmres(op, g, v, go);
+  const Vector uE = qvarray::expandSolution(ns, v, u0);
+  const double tElim = clock.seconds();
+  // Optimality: K·u − f must lie in range(Bᴴ), i.e. Nᴴ·(f − K·u) = 0.
+  const double kkt = qvarray::reduceVector(ns, p.K, p.f, uE).norm() / g.norm();
+  std::printf("\nelimination (nullfun \"%s\"):\n", qvarray::nullFunName(o.nullfun));
+  std::printf("  rank %zu, %zu redundant constraints, %zu blocks (%zu by SVD)\n", ns.rank,
+              p.B.getM() - ns.rank, ns.blocks, ns.svdBlocks);
+  std::printf("  N: %zu x %zu, nnz(N)/n = %.3f; reduced matrix: %zu non-zeros\n", ns.N.getM(),
+              ns.N.getN(), static_cast<double>(ns.N.getNnz()) / static_cast<double>(N),
+              A.getNnz());
+  std::printf("  GMRES: %s after %d iterations, relative residual %.3e\n",
+              res.converged() ? "converged" : "not converged", res.iterations, res.relResidual);
+  std::printf("  residual |N^H (f - K u)| / |N^H (f - K u0)| = %.3e, |B u - r|_inf = %.3e\n", kkt,
+              constraintResidual(p.B, uE, p.r));
+  std::printf("  time: %.3f ms (qvNull and reduction %.3f ms)\n", tElim * 1e3, tNull * 1e3);
 
-    // ---- Lagrange multipliers ----
-    clock.reset();
-    const size_t m = p.BL.getM(), S = N + m;
-    Array<double, 2> KKT(S, S);
-    KKT.fill(0.0);
-    Array<double, 1> rhs(S);
-    for (size_t j = 0; j < N; ++j) {
-      rhs[j] = p.f.d(j);
-      for (size_t q = p.K.getColPtr()[j]; q < p.K.getColPtr()[j + 1]; ++q)
-        KKT(p.K.getRow()[q], j) += p.K.getDoubleVal()[q];
-      for (size_t q = p.BL.getColPtr()[j]; q < p.BL.getColPtr()[j + 1]; ++q) {
-        const size_t i = p.BL.getRow()[q];
-        KKT(N + i, j) += p.BL.getDoubleVal()[q];
-        KKT(j, N + i) += p.BL.getDoubleVal()[q];
-      }
+  // ---- Lagrange multipliers ----
+  clock.reset();
+  const size_t m = p.BL.getM(), S = N + m;
+  Array<double, 2> KKT(S, S);
+  KKT.fill(0.0);
+  Array<double, 1> rhs(S);
+  for (size_t j = 0; j < N; ++j) {
+    rhs[j] = p.f.d(j);
+    for (size_t q = p.K.getColPtr()[j]; q < p.K.getColPtr()[j + 1]; ++q)
+      KKT(p.K.getRow()[q], j) += p.K.getDoubleVal()[q];
+    for (size_t q = p.BL.getColPtr()[j]; q < p.BL.getColPtr()[j + 1]; ++q) {
+      const size_t i = p.BL.getRow()[q];
+      KKT(N + i, j) += p.BL.getDoubleVal()[q];
+      KKT(j, N + i) += p.BL.getDoubleVal()[q];
     }
-    for (size_t i = 0; i < m; ++i) rhs[N + i] = p.rL.d(i);
-    const Array<double, 2> KKT0 = KKT;
-    const Array<double, 1> rhs0 = rhs;
-    {
-      const qvarray::SerialBlasScope serial;  // a small system: one BLAS thread is faster
-      qvarray::linsolv(KKT, rhs, qvarray::RaiseAll);
-    }
-    const double tLagrange = clock.seconds();
-    Array<double, 1> resid(S);  // [f; r] − KKT·x
-    resid.fill(0.0);
-    qvarray::yPlusAMulx(resid, KKT0, rhs, qvarray::NoTrans);
-    for (size_t i = 0; i < S; ++i) resid[i] = rhs0[i] - resid[i];
-    Vector uL(N);
-    for (size_t i = 0; i < N; ++i) uL.d(i) = rhs[i];
-    std::printf("\nLagrange multipliers (%zu constraints, saddle-point system %zu x %zu, dense LU):\n",
-                m, S, S);
-    std::printf("  residual |[K B^H; B 0] x - [f; r]| / |[f; r]| = %.3e, |B u - r|_inf = %.3e\n",
-                qvarray::norm(resid) / qvarray::norm(rhs0), constraintResidual(p.B, uL, p.r));
-    std::printf("  time: %.3f ms\n", tLagrange * 1e3);
-
-    Vector d = uE;
-    d -= uL;
-    const double diff = d.normInf() / uL.normInf();
-    std::printf("\nmax |u_elimination - u_Lagrange| / max |u| = %.3e\n", diff);
-    return res.converged() && diff < 1e-8 ? 0 : 1;
-  } catch (const std::exception& e) {
-    return qvtool::reportError(e);
   }
+  for (size_t i = 0; i < m; ++i) rhs[N + i] = p.rL.d(i);
+  const Array<double, 2> KKT0 = KKT;
+  const Array<double, 1> rhs0 = rhs;
+  {
+    const qvarray::SerialBlasScope serial;  // a small system: one BLAS thread is faster
+    qvarray::linsolv(KKT, rhs, qvarray::RaiseAll);
+  }
+  const double tLagrange = clock.seconds();
+  Array<double, 1> resid(S);  // [f; r] − KKT·x
+  resid.fill(0.0);
+  qvarray::yPlusAMulx(resid, KKT0, rhs, qvarray::NoTrans);
+  for (size_t i = 0; i < S; ++i) resid[i] = rhs0[i] - resid[i];
+  Vector uL(N);
+  for (size_t i = 0; i < N; ++i) uL.d(i) = rhs[i];
+  std::printf("\nLagrange multipliers (%zu constraints, saddle-point system %zu x %zu, dense LU):\n",
+              m, S, S);
+  std::printf("  residual |[K B^H; B 0] x - [f; r]| / |[f; r]| = %.3e, |B u - r|_inf = %.3e\n",
+              qvarray::norm(resid) / qvarray::norm(rhs0), constraintResidual(p.B, uL, p.r));
+  std::printf("  time: %.3f ms\n", tLagrange * 1e3);
+
+  Vector d = uE;
+  d -= uL;
+  const double diff = d.normInf() / uL.normInf();
+  std::printf("\nmax |u_elimination - u_Lagrange| / max |u| = %.3e\n", diff);
+  if (!std::isfinite(diff) || !res.converged())
+    throw qvtool::Failure("null: the elimination did not converge");
+  if (!(diff < 1e-8))
+    throw qvtool::Failure("null: the two solutions differ by " + qvtool::formatValue(diff));
+  return 0;
 }
+
+}  // namespace
+
+const qvtool::Command qvtool::nullCommand = {
+    "null", run, "Poisson with Dirichlet and periodic constraints: elimination vs Lagrange",
+    "qvtool null [--grid n] [--nullfun auto|orth|sparse]",
+    "Poisson problem on an n x n grid (default 24, 3 to 40): u = 0 on the bottom\n"
+    "row, u = 1 on the top row, periodic left/right columns. Solves it by\n"
+    "constraint elimination (qvNull, GMRES on the reduced system) and by Lagrange\n"
+    "multipliers (dense saddle-point solve), prints both residuals and checks\n"
+    "that the two solutions agree.\n"
+    "  --nullfun f  the null-space method: auto, orth or sparse (default auto)\n"};

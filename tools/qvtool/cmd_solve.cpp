@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <new>
 #include <string>
-#include <string_view>
 #include <type_traits>
 #include <vector>
 
@@ -22,19 +21,7 @@ namespace {
 
 using dcomplex = std::complex<double>;
 using qvarray::MatrixMarketInfo;
-
-constexpr const char* kUsage =
-    "usage: qvtool solve [-o X.mtx] [A.mtx [B.mtx]]\n"
-    "\n"
-    "Solves A*X = B by LU factorisation with partial pivoting (LAPACK xGESV).\n"
-    "  A.mtx     square matrix in MatrixMarket array or coordinate format; real,\n"
-    "            integer, pattern or complex; general, symmetric, skew-symmetric\n"
-    "            or hermitian\n"
-    "  B.mtx     right-hand sides, one per column (default: a vector of ones)\n"
-    "  -o X.mtx  also write the solution to X.mtx\n"
-    "Without files a built-in 4 x 4 example is solved. Prints the solution, the\n"
-    "relative residual ||A*x - b|| / (||A||*||x||) (2-norms, Frobenius norm of A;\n"
-    "the largest over the columns of B) and the time taken.\n";
+using qvtool::Failure;
 
 // Columns of the solution printed in full before the rest are summarised.
 constexpr size_t kShownColumns = 3;
@@ -80,34 +67,38 @@ double relativeResidual(const Array<T, 2>& A, const Array<T, 2>& X, const Array<
   return worst;
 }
 
-// "(i,j)" of the first non-finite element of M, or empty.
+// Raises a Failure when M holds a NaN or an infinity: at the line of the
+// file that holds it, else (summed duplicates that overflowed) at its
+// position. `file` is empty for a matrix that was not read.
 template <class T>
-std::string firstNonFinite(const Array<T, 2>& M) {
+void requireFinite(const Array<T, 2>& M, const std::string& name, const std::string& file) {
   for (size_t j = 0; j < M.sizes[1]; ++j)
-    for (size_t i = 0; i < M.sizes[0]; ++i)
-      if (!isFinite(M(i, j)))
-        return "(" + std::to_string(i + 1) + "," + std::to_string(j + 1) + ")";
-  return {};
+    for (size_t i = 0; i < M.sizes[0]; ++i) {
+      if (isFinite(M(i, j))) continue;
+      if (!file.empty()) qvtool::failNonFinite(file, i, j);
+      throw Failure(name + " holds a non-finite value at (" + std::to_string(i + 1) + "," +
+                    std::to_string(j + 1) + ")");
+    }
 }
 
 // Solves, prints the solution, residual and time (readSeconds < 0: nothing
-// was read); writes X when asked.
+// was read); writes X when asked. aFile and bFile are the files read (empty
+// when built in).
 template <class T>
 int solveAndReport(Array<T, 2>& A, Array<T, 2>& B, const std::string& aName,
-                   const std::string& bName, const std::string& outPath, double readSeconds) {
+                   const std::string& aFile, const std::string& bFile,
+                   const std::string& outPath, double readSeconds) {
   const size_t n = A.sizes[0];
   // An infinite or NaN input makes both the solution and its check meaningless.
-  if (const std::string at = firstNonFinite(A); !at.empty())
-    return qvtool::fail(aName + ": A holds a non-finite value at " + at);
-  if (const std::string at = firstNonFinite(B); !at.empty())
-    return qvtool::fail(bName + ": B holds a non-finite value at " + at);
+  requireFinite(A, aName + ": A", aFile);
+  requireFinite(B, (bFile.empty() ? std::string("b") : bFile) + ": B", bFile);
   const Array<T, 2> A0 = A, B0 = B;
   qvutil::Stopwatch clock;
   const int info = qvarray::linsolv(A, B, qvarray::RaiseOnIllegal);
   const double solveSeconds = clock.seconds();
   if (info > 0)
-    return qvtool::fail(aName + ": the matrix is singular: U(" + std::to_string(info) + "," +
-                        std::to_string(info) + ") of its LU factors is exactly zero");
+    throw Failure(aName + ": the matrix is singular: U(" + std::to_string(info) + "," +
+                  std::to_string(info) + ") of its LU factors is exactly zero");
   const Array<T, 2>& X = B;
 
   const size_t nrhs = X.sizes[1];
@@ -131,8 +122,8 @@ int solveAndReport(Array<T, 2>& A, Array<T, 2>& B, const std::string& aName,
 
   for (const T& v : X)
     if (!isFinite(v))
-      return qvtool::fail(aName + ": the solution overflowed; A is singular to working "
-                          "precision");
+      throw Failure(aName + ": the solution overflowed; A is singular to working precision");
+  if (!std::isfinite(rel)) throw Failure(aName + ": the residual of the solution overflows");
   // LU with partial pivoting is backward stable unless its pivots grow
   // greatly; a residual far above n·ε says that happened.
   if (rel > 1e3 * static_cast<double>(n) * DBL_EPSILON)
@@ -160,7 +151,7 @@ int solveFiles(const std::vector<std::string>& files, const MatrixMarketInfo& in
   else
     std::printf("b: all ones\n");
   if constexpr (std::is_same_v<T, dcomplex>) std::printf("solving in complex arithmetic\n");
-  return solveAndReport(A, B, files[0], files.size() > 1 ? files[1] : "b", outPath,
+  return solveAndReport(A, B, files[0], files[0], files.size() > 1 ? files[1] : "", outPath,
                         readSeconds);
 }
 
@@ -184,62 +175,63 @@ int solveExample(const std::string& outPath) {
     std::printf(" ]   [ %4g ]\n", B(i, 0));
   }
   std::printf("exact solution: 1 -2 3 -4\n");
-  return solveAndReport(A, B, "built-in example", "b", outPath, -1.0);
+  return solveAndReport(A, B, "built-in example", "", "", outPath, -1.0);
 }
 
-int usageError(const std::string& message) {
-  std::fprintf(stderr, "qvtool solve: %s\n%s", message.c_str(), kUsage);
-  return 2;
+int run(int argc, char** argv) {
+  std::string outPath;
+  std::vector<std::string> files;
+  qvtool::Arguments args(argc, argv);
+  while (args.next()) {
+    if (args.is("-o") || args.is("--output")) {
+      outPath = args.value();
+    } else {
+      std::string file;
+      args.positional(file);
+      files.push_back(file);
+    }
+  }
+  if (files.size() > 2) throw qvtool::UsageError("too many files ('" + files[2] + "')");
+  if (files.empty()) return solveExample(outPath);
+
+  // Shapes are checked from the headers, before any dense storage is taken.
+  const MatrixMarketInfo infoA = qvarray::readMatrixMarketInfo(files[0]);
+  if (infoA.rows != infoA.cols)
+    throw Failure(files[0] + ": the matrix is " + std::to_string(infoA.rows) + " x " +
+                  std::to_string(infoA.cols) + "; solve needs a square matrix");
+  if (infoA.rows == 0) throw Failure(files[0] + ": the matrix is empty");
+  if (infoA.rows > static_cast<size_t>(INT_MAX))
+    throw Failure(files[0] + ": the matrix is too large for LAPACK's 32-bit sizes");
+  bool complexSystem = infoA.isComplex();
+  if (files.size() > 1) {
+    const MatrixMarketInfo infoB = qvarray::readMatrixMarketInfo(files[1]);
+    if (infoB.rows != infoA.rows)
+      throw Failure(files[1] + ": B has " + std::to_string(infoB.rows) + " rows but A has " +
+                    std::to_string(infoA.rows));
+    complexSystem = complexSystem || infoB.isComplex();
+  }
+  try {
+    return complexSystem ? solveFiles<dcomplex>(files, infoA, outPath)
+                         : solveFiles<double>(files, infoA, outPath);
+  } catch (const std::bad_alloc&) {
+    // A large matrix that fails is most likely its dense storage: say so.
+    if (static_cast<double>(infoA.rows) * static_cast<double>(infoA.cols) < 1e8) throw;
+    throw Failure(files[0] + ": a " + std::to_string(infoA.rows) + " x " +
+                  std::to_string(infoA.cols) + " matrix does not fit in memory as a dense array");
+  }
 }
 
 }  // namespace
 
-int cmdSolve(int argc, char** argv) {
-  std::string outPath;
-  std::vector<std::string> files;
-  for (int i = 1; i < argc; ++i) {
-    const std::string_view a = argv[i];
-    if (a == "-h" || a == "--help") {
-      std::fputs(kUsage, stdout);
-      return 0;
-    }
-    if (a == "-o" || a == "--output") {
-      if (++i == argc) return usageError("-o needs a file name");
-      outPath = argv[i];
-    } else if (a.size() > 1 && a[0] == '-') {
-      return usageError("unknown option '" + std::string(a) + "'");
-    } else {
-      files.emplace_back(a);
-    }
-  }
-  if (files.size() > 2) return usageError("too many files");
-  MatrixMarketInfo infoA;
-  try {
-    if (files.empty()) return solveExample(outPath);
-    // Shapes are checked from the headers, before any dense storage is taken.
-    infoA = qvarray::readMatrixMarketInfo(files[0]);
-    if (infoA.rows != infoA.cols)
-      return qvtool::fail(files[0] + ": the matrix is " + std::to_string(infoA.rows) + " x " +
-                          std::to_string(infoA.cols) + "; solve needs a square matrix");
-    if (infoA.rows == 0) return qvtool::fail(files[0] + ": the matrix is empty");
-    if (infoA.rows > static_cast<size_t>(INT_MAX))
-      return qvtool::fail(files[0] + ": the matrix is too large for LAPACK's 32-bit sizes");
-    bool complexSystem = infoA.isComplex();
-    if (files.size() > 1) {
-      const MatrixMarketInfo infoB = qvarray::readMatrixMarketInfo(files[1]);
-      if (infoB.rows != infoA.rows)
-        return qvtool::fail(files[1] + ": B has " + std::to_string(infoB.rows) +
-                            " rows but A has " + std::to_string(infoA.rows));
-      complexSystem = complexSystem || infoB.isComplex();
-    }
-    return complexSystem ? solveFiles<dcomplex>(files, infoA, outPath)
-                         : solveFiles<double>(files, infoA, outPath);
-  } catch (const std::bad_alloc&) {
-    return qvtool::fail(files.empty() ? "not enough memory"
-                                      : files[0] + ": a " + std::to_string(infoA.rows) + " x " +
-                                            std::to_string(infoA.cols) +
-                                            " matrix does not fit in memory as a dense array");
-  } catch (const std::exception& e) {
-    return qvtool::reportError(e);
-  }
-}
+const qvtool::Command qvtool::solveCommand = {
+    "solve", run, "solve a dense linear system A*x = b read from MatrixMarket files",
+    "qvtool solve [-o X.mtx] [A.mtx [B.mtx]]",
+    "Solves A*X = B by LU factorisation with partial pivoting (LAPACK xGESV).\n"
+    "  A.mtx     square matrix in MatrixMarket array or coordinate format; real,\n"
+    "            integer, pattern or complex; general, symmetric, skew-symmetric\n"
+    "            or hermitian\n"
+    "  B.mtx     right-hand sides, one per column (default: a vector of ones)\n"
+    "  -o X.mtx  also write the solution to X.mtx\n"
+    "Without files a built-in 4 x 4 example is solved. Prints the solution, the\n"
+    "relative residual ||A*x - b|| / (||A||*||x||) (2-norms, Frobenius norm of A;\n"
+    "the largest over the columns of B) and the time taken.\n"};

@@ -1,67 +1,57 @@
 // qvtool sparse: reads a MatrixMarket file, reports the matrix and the time
 // its triplet assembly took.
-//
-//   qvtool sparse FILE.mtx [--print] [--symmetric]
-//
-// Prints the header of the library's text output (size, Nnz, symmetry) and
-// the read and assembly times; --print prints every entry in the library's
-// text format instead of the header alone; --symmetric keeps a symmetric or
-// Hermitian file in symmetric storage.
-#include <cstdio>
-#include <cstring>
 #include <iostream>
+#include <new>
 #include <string>
 
 #include "commands.h"
 #include "qvarray/matrixmarket.h"
 #include "qvarray/sparse/sparse.h"
-#include "qvutil/exception.h"
 #include "qvutil/stopwatch.h"
+#include "toolutil.h"
 
 namespace {
 
-int usage() {
-  std::fprintf(stderr, "usage: qvtool sparse FILE.mtx [--print] [--symmetric]\n");
-  return 2;
+int run(int argc, char** argv) {
+  std::string path;
+  bool print = false, symmetric = false;
+  qvtool::Arguments args(argc, argv);
+  while (args.next()) {
+    if (args.is("--print")) print = true;
+    else if (args.is("--symmetric")) symmetric = true;
+    else args.positional(path);
+  }
+  qvtool::Arguments::require(path, "matrix file");
+
+  qvutil::Stopwatch readTime, assemblyTime;
+  qvarray::Sparse A;
+  try {
+    const qvarray::MatrixMarketTriplets triplets =
+        qvarray::readMatrixMarketTriplets(path, symmetric);
+    readTime.stop();
+    assemblyTime.reset();
+    triplets.assemble(A);
+    assemblyTime.stop();
+  } catch (const std::bad_alloc&) {
+    qvtool::failReading(path);
+  }
+  qvtool::requireFiniteEntries(A, path);
+
+  if (print) std::cout << A;
+  else qvarray::outputSparseHeader(std::cout, A);
+  std::cout << "Read time: " << readTime.seconds() << " s\n"
+            << "Assembly time: " << assemblyTime.seconds() << " s\n";
+  std::cout.flush();
+  return 0;
 }
 
 }  // namespace
 
-int cmdSparse(int argc, char** argv) {
-  std::string path;
-  bool print = false, symmetric = false;
-  for (int k = 1; k < argc; ++k) {
-    if (std::strcmp(argv[k], "--print") == 0)
-      print = true;
-    else if (std::strcmp(argv[k], "--symmetric") == 0)
-      symmetric = true;
-    else if (argv[k][0] == '-' || !path.empty())
-      return usage();
-    else
-      path = argv[k];
-  }
-  if (path.empty()) return usage();
-
-  try {
-    qvutil::Stopwatch readTime;
-    const qvarray::MatrixMarketTriplets triplets = qvarray::readMatrixMarketTriplets(path, symmetric);
-    readTime.stop();
-    qvutil::Stopwatch assemblyTime;
-    qvarray::Sparse A;
-    triplets.assemble(A);
-    assemblyTime.stop();
-
-    if (print)
-      std::cout << A;
-    else
-      qvarray::outputSparseHeader(std::cout, A);
-    std::cout << "Read time: " << readTime.seconds() << " s\n"
-              << "Assembly time: " << assemblyTime.seconds() << " s\n";
-    std::cout.flush();
-    return 0;
-  } catch (const std::exception& e) {
-    std::cout.flush();
-    std::fprintf(stderr, "qvtool sparse: %s\n", e.what());
-    return 1;
-  }
-}
+const qvtool::Command qvtool::sparseCommand = {
+    "sparse", run, "read a sparse MatrixMarket file: size, Nnz, symmetry and assembly time",
+    "qvtool sparse FILE.mtx [--print] [--symmetric]",
+    "Reads the matrix of a MatrixMarket coordinate file through triplet assembly\n"
+    "and prints the header of the library's text output (size, Nnz, symmetry)\n"
+    "with the read and assembly times.\n"
+    "  --print      print every entry in the library's text format\n"
+    "  --symmetric  keep a symmetric or Hermitian file in symmetric storage\n"};

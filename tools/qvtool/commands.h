@@ -1,14 +1,30 @@
 #pragma once
-// Subcommands of qvtool. Each takes the arguments from its own name on:
-// argv[0] is the subcommand's name, argv[1..argc-1] its arguments. It returns
-// the process's exit status: 0 done, 1 failed (message printed), 2 bad usage.
-// main.cpp lists every subcommand in its table with a one-line help.
+// Subcommands of qvtool, one source file each (cmd_<name>.cpp), listed in
+// main.cpp's table.
+//
+// A subcommand's run function takes the arguments from its own name on
+// (argv[0] is the name) and returns 0 when done. It reports nothing itself:
+// a bad argument raises qvtool::UsageError (exit status 2), a failure any
+// other exception (exit status 1); main() prints them. "--help" or "-h"
+// anywhere among the arguments prints the help instead of running.
 
-int cmdBlas(int argc, char** argv);   // cmd_blas.cpp
-int cmdSolve(int argc, char** argv);  // cmd_solve.cpp
-int cmdBand(int argc, char** argv);   // cmd_band.cpp: qvtool band FILE.mtx [--sym]
-int cmdGmres(int argc, char** argv);  // cmd_gmres.cpp: qvtool gmres FILE.mtx [--restart m] [--tol t] [--maxit k] [--jacobi]
-int cmdSparse(int argc, char** argv);  // cmd_sparse.cpp: qvtool sparse FILE.mtx [--print] [--symmetric]
-int cmdNull(int argc, char** argv);    // cmd_null.cpp: qvtool null [--grid n] [--nullfun auto|orth|sparse]
-int cmdSpmv(int argc, char** argv);    // cmd_spmv.cpp: qvtool spmv FILE.mtx [--trans] [--threads N]
-int cmdPoisson(int argc, char** argv);  // cmd_poisson.cpp (with poissongrid.cpp)
+namespace qvtool {
+
+struct Command {
+  const char* name;
+  int (*run)(int argc, char** argv);
+  const char* summary;   ///< one line for the list of commands
+  const char* synopsis;  ///< "qvtool gmres FILE.mtx [--tol t] ..."
+  const char* help;      ///< what the command does, its options and defaults
+};
+
+extern const Command blasCommand;
+extern const Command solveCommand;
+extern const Command bandCommand;
+extern const Command gmresCommand;
+extern const Command poissonCommand;
+extern const Command sparseCommand;
+extern const Command nullCommand;
+extern const Command spmvCommand;
+
+}  // namespace qvtool

@@ -1,9 +1,13 @@
 // The finite-difference Poisson problem on a structured grid.
-#include "poissongrid.h"
+#include "qvarray/sparse/poissongrid.h"
 
 #include <cmath>
+#include <cstdint>
+#include <new>
 
-namespace qvtool {
+#include "qvutil/errors.h"
+
+namespace qvarray {
 
 namespace {
 
@@ -15,9 +19,25 @@ struct Layout {
   size_t coord(size_t p, int d) const { return p / stride[d] % n; }
 };
 
+// The grid's contract, checked before anything is allocated: 2 or 3
+// dimensions, at least one point, and n^dim unknowns with their 2·dim + 1
+// stencil entries of 24 bytes each (triplet row, column, value) countable.
+void checkGrid(const PoissonGrid& g) {
+  QV_CHECK(g.dim == 2 || g.dim == 3, poissongrid, Internal_numerical_error,
+           "PoissonGrid: the dimension must be 2 or 3.");
+  QV_CHECK(g.n > 0, poissongrid, Internal_numerical_error,
+           "PoissonGrid: the grid has no points.");
+  size_t limit = SIZE_MAX / 24 / (2 * static_cast<size_t>(g.dim) + 1);
+  for (int d = 0; d < g.dim; ++d) {
+    if (g.n > limit) throw std::bad_alloc();
+    limit /= g.n;
+  }
+}
+
 }  // namespace
 
-qvarray::Sparse assemblePoisson(const PoissonGrid& g, bool lowerHalf) {
+Sparse assemblePoisson(const PoissonGrid& g, bool lowerHalf) {
+  checkGrid(g);
   const Layout L(g);
   const size_t N = g.unknowns();
   std::vector<size_t> rows, cols;
@@ -45,13 +65,14 @@ qvarray::Sparse assemblePoisson(const PoissonGrid& g, bool lowerHalf) {
         cols.push_back(q);
         vals.push_back(-1.0);
       }
-  qvarray::Sparse A;
+  Sparse A;
   A.vectorTripletToSparse(rows, cols, vals, N, N);
-  if (lowerHalf) A.setSymm(qvarray::SymmSymmetric);
+  if (lowerHalf) A.setSymm(SymmSymmetric);
   return A;
 }
 
 void manufacturedSolution(const PoissonGrid& g, std::vector<double>& u, std::vector<double>& b) {
+  checkGrid(g);
   const Layout L(g);
   const size_t N = g.unknowns();
   const double h = 1.0 / static_cast<double>(g.n + 1);
@@ -77,4 +98,4 @@ void manufacturedSolution(const PoissonGrid& g, std::vector<double>& u, std::vec
   }
 }
 
-}  // namespace qvtool
+}  // namespace qvarray

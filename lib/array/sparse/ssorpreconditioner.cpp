@@ -1,14 +1,11 @@
 // The symmetric SOR step of a sparse matrix as a LinearOperator.
-#include "relaxoperators.h"
+#include "qvarray/sparse/ssorpreconditioner.h"
 
 #include <utility>
 
 #include "qvarray/sparse/sparserelax.h"
 
-namespace qvtool {
-
-using qvarray::Array;
-using qvarray::Vector;
+namespace qvarray {
 
 // The arrays move into Vectors and back; only v is copied.
 void SsorPreconditioner::applyReal(const Array<double, 1>& v, Array<double, 1>& z) const {
@@ -16,9 +13,9 @@ void SsorPreconditioner::applyReal(const Array<double, 1>& v, Array<double, 1>& 
   r *= -1.0;
   Vector zv(std::move(z));
   zv.setZero();
-  qvarray::SORItUpdater(A_, zv, r, omega_, false);
-  qvarray::SORIt(A_, zv, r, omega_, true);
+  SORItUpdater(A_, zv, r, omega_, false);
+  SORIt(A_, zv, r, omega_, true);
   z = std::move(zv.getdArr());
 }
 
-}  // namespace qvtool
+}  // namespace qvarray
