@@ -1,5 +1,6 @@
 // Loads the Java bridge library into a JVM, as the product's host does, from two
-// threads at once: JNI_OnLoad initialises the native library exactly once.
+// threads at once: JNI_OnLoad initialises the native library exactly once, and
+// the library writes nothing to the host's streams (the test expects one line).
 public class LoadLibrary {
   public static void main(String[] args) throws Exception {
     final String path = args[0];
