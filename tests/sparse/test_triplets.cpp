@@ -80,14 +80,9 @@ TEST(TripletAssembly, CountingAndHashedWaysAgreeBitForBit) {
     const Sparse A = t.assemble();
     expectModel(A, t);
     expectSameBits(A, tall.assemble());
-    Array<size_t, 1> rows(t.size()), cols(t.size());
-    std::copy(t.rows.begin(), t.rows.end(), rows.data);
-    std::copy(t.cols.begin(), t.cols.end(), cols.data);
-    Array<double, 1> one(1);
-    one[0] = 0.1;
     Sparse B, C;
-    B.triplet2sparse(rows, cols, qvarray::Vector(one), t.m, t.n);
-    C.triplet2sparse(rows, cols, qvarray::Vector(one), tall.m, t.n);
+    B.vectorTripletToSparse(t.rows, t.cols, std::vector<double>{0.1}, t.m, t.n);
+    C.vectorTripletToSparse(t.rows, t.cols, std::vector<double>{0.1}, tall.m, t.n);
     expectSameBits(B, C);
   }
 }
