@@ -7,7 +7,7 @@
 //
 // Two ways give that result bit for bit. The counting way below groups the
 // triplets by column and merges repeats with a row marker: the faster one,
-// with 12 bytes of scratch per triplet and 4 per row. The hashed way
+// with 12 bytes of scratch per triplet and 4 per row and per column. The hashed way
 // (triplethashed.cpp) finds repeats in a table of llsp_hashsize(N) slots,
 // with about 15.4 bytes per triplet (more when keys are wide). Real values go
 // the counting way unless its scratch would exceed the hashed way's (rows
@@ -15,21 +15,22 @@
 // would take 20 bytes, go the hashed way.
 //
 // The counting way, for N triplets:
-//  1. Count: the triplets of column j in colptr[j + 1]; columns are checked.
-//  2. Cumulative sum: colptr[j] becomes the first place of column j.
+//  1. Count: the triplets of column j in next[j + 1]; columns are checked.
+//  2. Cumulative sum: next[j] becomes the first place of column j.
 //  3. Scatter: the record (row, value) of triplet k goes to place
-//     colptr[col]++; rows are checked. Within a column the records keep the
-//     input order; afterwards colptr[j] is the end of column j.
+//     next[col]++; rows are checked. Within a column the records keep the
+//     input order; afterwards next[j] is the end of column j.
 //  4. Merge, column by column: the first record of a row moves down to the
 //     next free place, later ones add their value to it, in input order.
 //     mark[row] is that place + 1; places of earlier columns lie below the
 //     column's first place, so the marker needs no reset between columns.
-//     colptr[j] becomes the column's first place in the merged order.
+//     colptr[j] is the column's first place in the merged order.
 //  5. Copy the merged records into arrays of exactly nnz entries.
 //
-// Records are 12 bytes (a 32-bit row beside the value, unaligned), so that a
-// scattered record costs one cache line rather than two. Triplet counts stay
-// below 2^32 (kMaxHashSize), so places fit the marker's 32 bits. The scatter
+// Triplet counts stay below 2^32 (kMaxHashSize), so places, counters and
+// markers are 32-bit (half the cache footprint of 64-bit ones), and records
+// are 12 bytes: a 32-bit row beside the value, unaligned, so that a
+// scattered record costs one cache line rather than two. The scatter
 // comes in two forms, chosen on a sample of the input: for columns that jump
 // about at random it prefetches column starts and targets ahead; for columns
 // that come in runs or stay near each other (mesh order) it keeps the place
@@ -49,6 +50,8 @@ using namespace tripletdetail;
 
 namespace {
 
+using Place = std::uint32_t;  // a place in the records
+
 struct __attribute__((packed)) Record {
   std::uint32_t row;
   double value;
@@ -56,11 +59,11 @@ struct __attribute__((packed)) Record {
 static_assert(sizeof(Record) == 12);
 
 // Step 1.
-void countColumns(const size_t* cols, size_t N, size_t n, size_t* colptr) {
+void countColumns(const size_t* cols, size_t N, size_t n, Place* next) {
   for (size_t k = 0; k < N; ++k) {
     const size_t c = cols[k];
     if (c >= n) throwIndexOutOfRange();
-    ++colptr[c + 1];
+    ++next[c + 1];
   }
 }
 
@@ -82,8 +85,9 @@ bool scatteredColumns(const size_t* cols, size_t N) {
 // Step 3 for input whose columns come in runs or stay near each other: a
 // run of triplets of one column advances a register, not colptr.
 void scatterLocal(const size_t* rows, const size_t* cols, const double* values, size_t stride,
-                  size_t N, size_t m, size_t* next, Record* rec) {
-  size_t c = cols[0], p = next[c];
+                  size_t N, size_t m, Place* next, Record* rec) {
+  size_t c = cols[0];
+  Place p = next[c];
   for (size_t k = 0; k < N; ++k) {
     if (cols[k] != c) {
       next[c] = p;
@@ -102,31 +106,32 @@ void scatterLocal(const size_t* rows, const size_t* cols, const double* values, 
 // Step 3 for scattered input: column starts and targets are prefetched
 // 2·kAhead and kAhead triplets ahead.
 void scatterFar(const size_t* rows, const size_t* cols, const double* values, size_t stride,
-                size_t N, size_t m, size_t* next, Record* rec) {
+                size_t N, size_t m, Place* next, Record* rec) {
   for (size_t k = 0; k < N; ++k) {
     if (k + 2 * kAhead < N) prefetch(next + cols[k + 2 * kAhead]);
     if (k + kAhead < N) prefetch(rec + next[cols[k + kAhead]]);
     const size_t r = rows[k];
     if (r >= m) throwIndexOutOfRange();
-    const size_t p = next[cols[k]]++;
+    const Place p = next[cols[k]]++;
     rec[p].row = static_cast<std::uint32_t>(r);
     rec[p].value = values[k * stride];
   }
 }
 
 // Step 4. Returns nnz.
-size_t mergeColumns(Record* rec, size_t* colptr, size_t n, std::uint32_t* mark) {
-  size_t begin = 0, out = 0;
+size_t mergeColumns(Record* rec, const Place* ends, size_t n, Place* mark, size_t* colptr) {
+  Place begin = 0, out = 0;
   for (size_t j = 0; j < n; ++j) {
-    const size_t end = colptr[j], first = out;
+    const Place end = ends[j], first = out;
     colptr[j] = first;
-    for (size_t p = begin; p < end; ++p) {
-      const std::uint32_t r = rec[p].row, q = mark[r];
+    for (Place p = begin; p < end; ++p) {
+      const std::uint32_t r = rec[p].row;
+      const Place q = mark[r];
       const double v = rec[p].value;
       if (q > first) {
         rec[q - 1].value += v;
       } else {
-        mark[r] = static_cast<std::uint32_t>(out + 1);
+        mark[r] = out + 1;
         rec[out].row = r;
         rec[out].value = v;
         ++out;
@@ -143,20 +148,22 @@ void assembleCounting(const size_t* rows, const size_t* cols, const double* valu
                       size_t N, size_t m, size_t n, size_t* colptr,
                       std::shared_ptr<Array<size_t, 1>>& rowArr,
                       std::shared_ptr<Array<double, 1>>& valArr) {
-  countColumns(cols, N, n, colptr);
-  for (size_t j = 0; j < n; ++j) colptr[j + 1] += colptr[j];
+  ScratchBlock places((n + 1) * sizeof(Place), true);
+  Place* next = places.as<Place>();
+  countColumns(cols, N, n, next);
+  for (size_t j = 0; j < n; ++j) next[j + 1] += next[j];
 
   ScratchBlock records(N * sizeof(Record), false);
   Record* rec = records.as<Record>();
   if (scatteredColumns(cols, N))
-    scatterFar(rows, cols, values, stride, N, m, colptr, rec);
+    scatterFar(rows, cols, values, stride, N, m, next, rec);
   else
-    scatterLocal(rows, cols, values, stride, N, m, colptr, rec);
+    scatterLocal(rows, cols, values, stride, N, m, next, rec);
 
   size_t nnz;
   {
-    ScratchBlock mark(m * sizeof(std::uint32_t), true);
-    nnz = mergeColumns(rec, colptr, n, mark.as<std::uint32_t>());
+    ScratchBlock mark(m * sizeof(Place), true);
+    nnz = mergeColumns(rec, next, n, mark.as<Place>(), colptr);
   }
 
   rowArr = std::make_shared<Array<size_t, 1>>(nnz);
@@ -174,8 +181,8 @@ void assembleCounting(const size_t* rows, const size_t* cols, const double* valu
 // Whether the counting way takes no more scratch than the hashed way for real
 // values (see the top of the file).
 bool countingFits(size_t N, size_t m, size_t n) {
-  return m <= UINT32_MAX &&
-         N * sizeof(Record) + m * sizeof(std::uint32_t) <= hashedScratchBytes(N, m, n);
+  return m <= UINT32_MAX && N * sizeof(Record) + (m + n + 1) * sizeof(Place) <=
+                                hashedScratchBytes(N, m, n);
 }
 
 }  // namespace
