@@ -7,12 +7,13 @@
 //
 // Two ways give that result bit for bit. The counting way below groups the
 // triplets by column and merges repeats with a row marker: the faster one,
-// with 12 bytes of scratch per triplet and 4 per row and per column. The hashed way
-// (triplethashed.cpp) finds repeats in a table of llsp_hashsize(N) slots,
-// with about 15.4 bytes per triplet (more when keys are wide). Real values go
-// the counting way unless its scratch would exceed the hashed way's (rows
-// more than about 0.86 times the triplets); complex values, whose records
-// would take 20 bytes, go the hashed way.
+// with 12 bytes of scratch per triplet and 4 per row and per column. The
+// hashed way (triplethashed.cpp) finds repeats in a table of
+// llsp_hashsize(N) slots, with about 15.4 bytes per triplet (more when keys
+// are wide). Real values go the counting way unless its scratch would exceed
+// the hashed way's (rows and columns together more than about 0.86 times the
+// triplets); complex values, whose records would take 20 bytes, go the
+// hashed way.
 //
 // The counting way, for N triplets:
 //  1. Count: the triplets of column j in next[j + 1]; columns are checked.
@@ -30,11 +31,11 @@
 // Triplet counts stay below 2^32 (kMaxHashSize), so places, counters and
 // markers are 32-bit (half the cache footprint of 64-bit ones), and records
 // are 12 bytes: a 32-bit row beside the value, unaligned, so that a
-// scattered record costs one cache line rather than two. The scatter
-// comes in two forms, chosen on a sample of the input: for columns that jump
-// about at random it prefetches column starts and targets ahead; for columns
-// that come in runs or stay near each other (mesh order) it keeps the place
-// of the current column in a register, where prefetching would only cost.
+// scattered record costs one cache line rather than two. The scatter comes
+// in two forms, chosen on a sample of the input: for columns that jump about
+// at random it prefetches column starts and targets ahead; for columns that
+// come in runs or stay near each other (mesh order) it keeps the place of the
+// current column in a register, where prefetching would only cost.
 #include <algorithm>
 #include <complex>
 #include <cstdint>

@@ -1,6 +1,7 @@
 // The hashed way of triplet assembly: hashed duplicate detection, counts,
-// cumulative sum, scatter. Taken when the counting way (tripletassembly.cpp)
-// would need more memory: complex values, and more rows than triplets.
+// cumulative sum, scatter. Taken where the counting way (tripletassembly.cpp)
+// would need more scratch memory: for complex values, and for matrices with
+// many more rows than triplets.
 //
 // The steps:
 //  1. Hash pass. A table of H = llsp_hashsize(N) slots. Key of triplet k:
