@@ -7,11 +7,11 @@
 //
 // Two ways give that result bit for bit. The counting way below groups the
 // triplets by column and merges repeats with a row marker: the faster one,
-// with 12 bytes of scratch per triplet and 4 per row and per column. The
-// hashed way (triplethashed.cpp) finds repeats in a table of
+// with 12 bytes of scratch per triplet and 4 per row or column, whichever
+// are more. The hashed way (triplethashed.cpp) finds repeats in a table of
 // llsp_hashsize(N) slots, with about 15.4 bytes per triplet (more when keys
 // are wide). Real values go the counting way unless its scratch would exceed
-// the hashed way's (rows and columns together more than about 0.86 times the
+// the hashed way's (rows or columns more than about 0.86 times the
 // triplets); complex values, whose records would take 20 bytes, go the
 // hashed way.
 //
@@ -25,7 +25,7 @@
 //     next free place, later ones add their value to it, in input order.
 //     mark[row] is that place + 1; places of earlier columns lie below the
 //     column's first place, so the marker needs no reset between columns.
-//     colptr[j] is the column's first place in the merged order.
+//     colptr[j] goes from the end of column j to its first merged place.
 //  5. Copy the merged records into arrays of exactly nnz entries.
 //
 // Triplet counts stay below 2^32 (kMaxHashSize), so places, counters and
@@ -119,11 +119,12 @@ void scatterFar(const size_t* rows, const size_t* cols, const double* values, si
   }
 }
 
-// Step 4. Returns nnz.
-size_t mergeColumns(Record* rec, const Place* ends, size_t n, Place* mark, size_t* colptr) {
+// Step 4. colptr[j] holds the end of column j on entry and its first merged
+// place on return. Returns nnz.
+size_t mergeColumns(Record* rec, size_t* colptr, size_t n, Place* mark) {
   Place begin = 0, out = 0;
   for (size_t j = 0; j < n; ++j) {
-    const Place end = ends[j], first = out;
+    const Place end = static_cast<Place>(colptr[j]), first = out;
     colptr[j] = first;
     for (Place p = begin; p < end; ++p) {
       const std::uint32_t r = rec[p].row;
@@ -149,7 +150,8 @@ void assembleCounting(const size_t* rows, const size_t* cols, const double* valu
                       size_t N, size_t m, size_t n, size_t* colptr,
                       std::shared_ptr<Array<size_t, 1>>& rowArr,
                       std::shared_ptr<Array<double, 1>>& valArr) {
-  ScratchBlock places((n + 1) * sizeof(Place), true);
+  // One block holds the column places of steps 1 to 3, then the row marker.
+  ScratchBlock places(std::max(m, n + 1) * sizeof(Place), true);
   Place* next = places.as<Place>();
   countColumns(cols, N, n, next);
   for (size_t j = 0; j < n; ++j) next[j + 1] += next[j];
@@ -161,11 +163,9 @@ void assembleCounting(const size_t* rows, const size_t* cols, const double* valu
   else
     scatterLocal(rows, cols, values, stride, N, m, next, rec);
 
-  size_t nnz;
-  {
-    ScratchBlock mark(m * sizeof(Place), true);
-    nnz = mergeColumns(rec, next, n, mark.as<Place>(), colptr);
-  }
+  std::copy_n(next, n, colptr);
+  std::fill_n(next, m, Place{0});
+  const size_t nnz = mergeColumns(rec, colptr, n, next);
 
   rowArr = std::make_shared<Array<size_t, 1>>(nnz);
   valArr = std::make_shared<Array<double, 1>>(nnz);
@@ -182,7 +182,7 @@ void assembleCounting(const size_t* rows, const size_t* cols, const double* valu
 // Whether the counting way takes no more scratch than the hashed way for real
 // values (see the top of the file).
 bool countingFits(size_t N, size_t m, size_t n) {
-  return m <= UINT32_MAX && N * sizeof(Record) + (m + n + 1) * sizeof(Place) <=
+  return m <= UINT32_MAX && N * sizeof(Record) + std::max(m, n + 1) * sizeof(Place) <=
                                 hashedScratchBytes(N, m, n);
 }
 
