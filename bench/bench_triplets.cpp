@@ -1,23 +1,35 @@
-// Triplet assembly: Sparse::triplet2sparse against Eigen's setFromTriplets
-// (64- and 32-bit indices) and a straightforward transcription of the hashed
-// algorithm, on finite-element-like and random inputs.
+// Triplet assembly: Sparse::triplet2sparse against CXSparse's cs_dl_compress
+// followed by cs_dl_dupl (64-bit indices) and Eigen's setFromTriplets (64- and
+// 32-bit indices), on finite-element-like and random inputs.
 //
 // Inputs: 2-D bilinear quad meshes (16 triplets per element, every interior
 // entry repeated up to four times) with ~1e6 and ~1e7 triplets, and uniformly
-// random triplets with ~10 % repeats. Each benchmark reports ns per triplet;
-// the Sparse benchmarks also report the mean and largest number of hash slots
-// a triplet's probe examines.
+// random triplets with ~10 % repeats. Each benchmark reports ns per triplet.
 //
+// Before anything is timed on an input, the three results are compared once:
+// CXSparse keeps the rows of a column in order of first appearance and sums
+// duplicates in input order, as we do, so its arrays must equal ours bit for
+// bit; Eigen sorts the rows of each column and sums in input order, so its
+// arrays must equal ours with each column sorted by row.
+//
+// Eigen is compiled here with -O3 -march=native (flags of this target);
+// CXSparse is Debian's build of the library.
+//
+//   bench/triplet_ratios.py     (medians and ratios), or by hand:
 //   build/release/bench/bench_triplets --benchmark_repetitions=5
 //       --benchmark_report_aggregates_only=true   (one command line)
 #include <benchmark/benchmark.h>
+#include <suitesparse/cs.h>
 
 #include <Eigen/SparseCore>
+#include <algorithm>
+#include <bit>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <random>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "qvarray/sparse/sparse.h"
@@ -100,6 +112,79 @@ const Input& input(int which) {
   return *slot;
 }
 
+// CXSparse's triplet form of the input; it reads the arrays in place (size_t
+// and its signed counterpart may alias).
+cs_dl tripletForm(const Input& in) {
+  cs_dl T{};
+  T.nzmax = T.nz = static_cast<cs_long_t>(in.size());
+  T.m = static_cast<cs_long_t>(in.m);
+  T.n = static_cast<cs_long_t>(in.n);
+  T.p = reinterpret_cast<cs_long_t*>(in.cols.data);
+  T.i = reinterpret_cast<cs_long_t*>(in.rows.data);
+  T.x = in.values.data;
+  return T;
+}
+
+template <class Index>
+std::vector<Eigen::Triplet<double, Index>> eigenTriplets(const Input& in) {
+  std::vector<Eigen::Triplet<double, Index>> triplets;
+  triplets.reserve(in.size());
+  for (size_t k = 0; k < in.size(); ++k)
+    triplets.emplace_back(static_cast<Index>(in.rows[k]), static_cast<Index>(in.cols[k]),
+                          in.values[k]);
+  return triplets;
+}
+
+// Empty when our result, CXSparse's and Eigen's agree on the input (see the
+// top of the file), else what differs.
+std::string compareWithPeers(const Input& in) {
+  qvarray::Sparse A;
+  A.triplet2sparse(in.rows, in.cols, qvarray::Vector(in.values), in.m, in.n);
+  const size_t n = in.n, nnz = A.getNnz();
+  const size_t* cp = A.getColPtr();
+  const size_t* row = A.getRow();
+  const double* val = A.getDoubleVal();
+
+  const cs_dl T = tripletForm(in);
+  cs_dl* C = cs_dl_compress(&T);
+  if (!C || !cs_dl_dupl(C)) return "CXSparse failed";
+  bool same = C->p[n] == static_cast<cs_long_t>(nnz);
+  for (size_t j = 0; same && j <= n; ++j) same = C->p[j] == static_cast<cs_long_t>(cp[j]);
+  for (size_t p = 0; same && p < nnz; ++p)
+    same = C->i[p] == static_cast<cs_long_t>(row[p]) &&
+           std::bit_cast<std::uint64_t>(C->x[p]) == std::bit_cast<std::uint64_t>(val[p]);
+  cs_dl_spfree(C);
+  if (!same) return "differs from CXSparse";
+
+  const auto triplets = eigenTriplets<std::int64_t>(in);
+  Eigen::SparseMatrix<double, Eigen::ColMajor, std::int64_t> E(in.m, in.n);
+  E.setFromTriplets(triplets.begin(), triplets.end());
+  if (static_cast<size_t>(E.nonZeros()) != nnz) return "nnz differs from Eigen";
+  std::vector<std::pair<size_t, double>> column;
+  for (size_t j = 0; j < n; ++j) {
+    column.clear();
+    for (size_t p = cp[j]; p < cp[j + 1]; ++p) column.emplace_back(row[p], val[p]);
+    std::sort(column.begin(), column.end(),
+              [](const auto& a, const auto& b) { return a.first < b.first; });
+    size_t q = 0;
+    for (Eigen::SparseMatrix<double, Eigen::ColMajor, std::int64_t>::InnerIterator it(E, j); it;
+         ++it, ++q)
+      if (q >= column.size() || static_cast<size_t>(it.row()) != column[q].first ||
+          std::bit_cast<std::uint64_t>(it.value()) != std::bit_cast<std::uint64_t>(column[q].second))
+        return "differs from Eigen in column " + std::to_string(j);
+  }
+  return {};
+}
+
+// Whether the results agree on the input, checked on first use.
+bool agrees(benchmark::State& state, const Input& in) {
+  static std::map<std::string, std::string> verdicts;
+  auto it = verdicts.find(in.name);
+  if (it == verdicts.end()) it = verdicts.emplace(in.name, compareWithPeers(in)).first;
+  if (!it->second.empty()) state.SkipWithError(it->second.c_str());
+  return it->second.empty();
+}
+
 void perTriplet(benchmark::State& state, const Input& in) {
   state.counters["ns_per_triplet"] = benchmark::Counter(
       static_cast<double>(in.size()) * 1e-9,
@@ -107,31 +192,9 @@ void perTriplet(benchmark::State& state, const Input& in) {
   state.SetLabel(in.name);
 }
 
-// Number of slots each triplet's probe sequence examines, by the documented
-// rule (hash size, first slot key mod H, step H2 − key mod H2).
-void probeStatistics(const Input& in, double& mean, size_t& largest) {
-  const std::uint64_t H = qvarray::llsp_hashsize(in.size());
-  const std::uint64_t H2 = H < 285349622 ? H - 2 : 285349621;
-  std::vector<std::uint64_t> table(H, UINT64_MAX);  // holds keys (unique: m·n < 2^64 here)
-  size_t total = 0;
-  largest = 0;
-  for (size_t k = 0; k < in.size(); ++k) {
-    const std::uint64_t key = std::uint64_t(in.cols[k]) * in.m + in.rows[k];
-    std::uint64_t s = key % H;
-    size_t probes = 1;
-    while (table[s] != UINT64_MAX && table[s] != key) {
-      s = (s + H2 - key % H2) % H;
-      ++probes;
-    }
-    table[s] = key;
-    total += probes;
-    largest = std::max(largest, probes);
-  }
-  mean = static_cast<double>(total) / static_cast<double>(in.size());
-}
-
 void BM_Sparse(benchmark::State& state) {
   const Input& in = input(static_cast<int>(state.range(0)));
+  if (!agrees(state, in)) return;
   const qvarray::Vector values(in.values);
   for (auto _ : state) {
     qvarray::Sparse A;
@@ -139,24 +202,26 @@ void BM_Sparse(benchmark::State& state) {
     benchmark::DoNotOptimize(A.getNnz());
   }
   perTriplet(state, in);
-  double mean;
-  size_t largest;
-  probeStatistics(in, mean, largest);
-  state.counters["probes_mean"] = mean;
-  state.counters["probes_max"] = static_cast<double>(largest);
-  qvarray::Sparse A;
-  A.triplet2sparse(in.rows, in.cols, values, in.m, in.n);
-  state.counters["nnz"] = static_cast<double>(A.getNnz());
+}
+
+void BM_CXSparse(benchmark::State& state) {
+  const Input& in = input(static_cast<int>(state.range(0)));
+  if (!agrees(state, in)) return;
+  const cs_dl T = tripletForm(in);
+  for (auto _ : state) {
+    cs_dl* C = cs_dl_compress(&T);
+    cs_dl_dupl(C);
+    benchmark::DoNotOptimize(C->p[in.n]);
+    cs_dl_spfree(C);
+  }
+  perTriplet(state, in);
 }
 
 template <class Index>
 void BM_Eigen(benchmark::State& state) {
   const Input& in = input(static_cast<int>(state.range(0)));
-  std::vector<Eigen::Triplet<double, Index>> triplets;
-  triplets.reserve(in.size());
-  for (size_t k = 0; k < in.size(); ++k)
-    triplets.emplace_back(static_cast<Index>(in.rows[k]), static_cast<Index>(in.cols[k]),
-                          in.values[k]);
+  if (!agrees(state, in)) return;
+  const auto triplets = eigenTriplets<Index>(in);
   for (auto _ : state) {
     Eigen::SparseMatrix<double, Eigen::ColMajor, Index> A(static_cast<Index>(in.m),
                                                           static_cast<Index>(in.n));
@@ -166,44 +231,11 @@ void BM_Eigen(benchmark::State& state) {
   perTriplet(state, in);
 }
 
-// The hashed algorithm transcribed step by step: hardware division, a table
-// of triplet indices compared through the input arrays, an ordinal array and
-// the unfilled-row marker m.
-void BM_Straightforward(benchmark::State& state) {
-  const Input& in = input(static_cast<int>(state.range(0)));
-  const size_t N = in.size(), m = in.m, n = in.n;
-  for (auto _ : state) {
-    const std::uint64_t H = qvarray::llsp_hashsize(N);
-    const std::uint64_t H2 = H < 285349622 ? H - 2 : 285349621;
-    std::vector<size_t> colptr(n + 1, 0), table(H, N), ordinal(N);
-    for (size_t k = 0; k < N; ++k) {
-      const std::uint64_t key = std::uint64_t(in.cols[k]) * m + in.rows[k];
-      std::uint64_t s = key % H;
-      while (table[s] < N && (in.rows[table[s]] != in.rows[k] || in.cols[table[s]] != in.cols[k]))
-        s = (s + H2 - key % H2) % H;
-      if (table[s] < N) {
-        ordinal[k] = ordinal[table[s]];
-      } else {
-        table[s] = k;
-        ordinal[k] = colptr[in.cols[k] + 1]++;
-      }
-    }
-    for (size_t j = 0; j < n; ++j) colptr[j + 1] += colptr[j];
-    std::vector<size_t> row(colptr[n], m);
-    std::vector<double> value(colptr[n]);
-    for (size_t k = 0; k < N; ++k) {
-      const size_t p = colptr[in.cols[k]] + ordinal[k];
-      if (row[p] == m) {
-        row[p] = in.rows[k];
-        value[p] = in.values[k];
-      } else {
-        value[p] += in.values[k];
-      }
-    }
-    benchmark::DoNotOptimize(value.data());
-  }
-  perTriplet(state, in);
-}
+// Printed in the header of the output (and stored in its JSON context).
+const bool kPeerBuilds = [] {
+  benchmark::AddCustomContext("peers", "Eigen -O3 -march=native; CXSparse: Debian's libcxsparse");
+  return true;
+}();
 
 void inputs(benchmark::internal::Benchmark* b) {
   for (int k = 0; k < 4; ++k) b->Arg(k);
@@ -211,8 +243,8 @@ void inputs(benchmark::internal::Benchmark* b) {
 }
 
 BENCHMARK(BM_Sparse)->Apply(inputs);
+BENCHMARK(BM_CXSparse)->Apply(inputs);
 BENCHMARK_TEMPLATE(BM_Eigen, std::int64_t)->Apply(inputs);
 BENCHMARK_TEMPLATE(BM_Eigen, int)->Apply(inputs);
-BENCHMARK(BM_Straightforward)->Apply(inputs);
 
 }  // namespace

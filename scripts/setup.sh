@@ -5,7 +5,7 @@ set -euo pipefail
 pkgs=(g++ cmake ninja-build
       libopenblas0-openmp libopenblas-openmp-dev   # BLAS + LAPACK, OpenMP threading
       libgtest-dev libbenchmark-dev                # tests and benchmarks
-      libeigen3-dev                                # side-by-side benchmarks only
+      libeigen3-dev libsuitesparse-dev             # side-by-side benchmarks only
       libomp-14-dev                                # OpenMP runtime with Archer for ThreadSanitizer
       openjdk-17-jdk-headless)                     # JNI headers and the JVM of the Java bridge test
 missing=()

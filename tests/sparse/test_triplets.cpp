@@ -1,6 +1,9 @@
 // Triplet assembly against a dense matrix built in lockstep and a model of
-// first-appearance order; the one-value form; bad input.
+// first-appearance order; its counting and hashed ways against each other;
+// the one-value form; bad input.
 #include <gtest/gtest.h>
+
+#include <cstring>
 
 #include "qvarray/sparse/sparse.h"
 #include "qvtest.h"
@@ -34,6 +37,53 @@ TYPED_TEST(TripletAssembly, MatchesDenseAndFirstAppearanceModel) {
     EXPECT_TRUE((A.isReal() ? A.getptrD()->isConsistent() : A.getptrZ()->isConsistent()));
     expectModel(A, t);
     expectDenseEq(toDense<T>(A), t.dense());
+  }
+}
+
+// Triplets of an nx × nx mesh of bilinear quads in element order: every
+// column comes in runs of four, interior entries repeat up to four times.
+Triplets<double> meshTriplets(size_t nx) {
+  Triplets<double> t((nx + 1) * (nx + 1), (nx + 1) * (nx + 1));
+  for (size_t e = 0; e < nx * nx; ++e) {
+    const size_t n0 = e / nx * (nx + 1) + e % nx;
+    const size_t node[4] = {n0, n0 + 1, n0 + nx + 2, n0 + nx + 1};
+    for (int a = 0; a < 4; ++a)
+      for (int b = 0; b < 4; ++b) t.add(node[b], node[a], (a == b ? 4.0 : -1.0) / double(e % 7 + 1));
+  }
+  return t;
+}
+
+void expectSameBits(const Sparse& A, const Sparse& B) {
+  ASSERT_EQ(A.getNnz(), B.getNnz());
+  EXPECT_EQ(A.getNzmax(), A.getNnz());
+  EXPECT_EQ(B.getNzmax(), B.getNnz());
+  for (size_t j = 0; j <= A.getN(); ++j) ASSERT_EQ(A.getColPtr()[j], B.getColPtr()[j]) << j;
+  for (size_t p = 0; p < A.getNnz(); ++p) {
+    ASSERT_EQ(A.getRow()[p], B.getRow()[p]) << p;
+    ASSERT_EQ(std::memcmp(A.getDoubleVal() + p, B.getDoubleVal() + p, sizeof(double)), 0) << p;
+  }
+}
+
+TEST(TripletAssembly, CountingAndHashedWaysAgreeBitForBit) {
+  // Real values go the counting way unless the rows outnumber the triplets
+  // by far; the same triplets in a matrix with 2·N more rows go the hashed
+  // way. Random order over many columns (the prefetching scatter) and over
+  // few, mesh order, signed zeros, and one value for all triplets.
+  Triplets<double> zeros(3, 2);
+  for (double v : {-0.0, 0.0, -0.0, -0.0, 1.0, -1.0, -0.0})
+    zeros.add(zeros.size() % 3, zeros.size() % 2, v);
+  for (const auto& t : {randomTriplets<double>(300, 8000, 20000, 0.5, 3),
+                        randomTriplets<double>(200, 60, 5000, 0.7, 4), meshTriplets(40), zeros}) {
+    SCOPED_TRACE(::testing::Message() << t.m << "x" << t.n << " count " << t.size());
+    Triplets<double> tall = t;
+    tall.m += 2 * t.size();
+    const Sparse A = t.assemble();
+    expectModel(A, t);
+    expectSameBits(A, tall.assemble());
+    Sparse B, C;
+    B.vectorTripletToSparse(t.rows, t.cols, std::vector<double>{0.1}, t.m, t.n);
+    C.vectorTripletToSparse(t.rows, t.cols, std::vector<double>{0.1}, tall.m, t.n);
+    expectSameBits(B, C);
   }
 }
 
@@ -94,13 +144,17 @@ TEST(TripletAssembly, BadInputLeavesMatrixUnchanged) {
   Sparse A;
   A.eye(3);
   const auto version = A.getRowColptrVersion();
-  auto build = [&](std::vector<size_t> r, std::vector<size_t> c, std::vector<double> v) {
-    return [&A, r, c, v] { A.vectorTripletToSparse(r, c, v, 2, 2); };
+  // m = 2 goes the counting way, m = 100 the hashed way.
+  auto build = [&](std::vector<size_t> r, std::vector<size_t> c, std::vector<double> v, size_t m = 2) {
+    return [&A, r, c, v, m] { A.vectorTripletToSparse(r, c, v, m, 2); };
   };
   qvtest::expectThrowsAll("Length_triplet_vectors_disagree",
                           {{build({0, 1}, {0}, {1, 2}), ""}, {build({0, 1}, {0, 1}, {1, 2, 3}), ""}});
-  qvtest::expectThrowsAll("Internal_error_sparse", {{build({0, 2}, {0, 1}, {1, 2}), "Triplet index out of range."},
-                                                    {build({0, 1}, {0, 9}, {1, 2}), "Triplet index out of range."}});
+  const char* range = "Triplet index out of range.";
+  qvtest::expectThrowsAll("Internal_error_sparse",
+                          {{build({0, 2}, {0, 1}, {1, 2}), range}, {build({0, 1}, {0, 9}, {1, 2}), range},
+                           {build({0, 100}, {0, 1}, {1, 2}, 100), range},
+                           {build({0, 1}, {0, 2}, {1, 2}, 100), range}});
   // Above the largest hash size: refused before any input is read, so arrays
   // that merely claim that many entries do.
   Array<size_t, 1> r(1), c(1);
