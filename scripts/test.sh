@@ -31,6 +31,6 @@ ctest --preset tsan -j "$jobs"
 # Fuzzing: the MatrixMarket reader under libFuzzer with AddressSanitizer and
 # UndefinedBehaviorSanitizer, a bounded run from the seed corpus (clang build
 # in build/fuzz; tests/fuzz/run.sh). Any finding fails the script.
-tests/fuzz/run.sh 200000
+tests/fuzz/run.sh 100000
 
 ctest --preset release -j "$jobs"

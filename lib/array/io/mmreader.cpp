@@ -1,6 +1,8 @@
 // The MatrixMarket header and size line, and the header-only entry point.
 #include "io/mmreader.h"
 
+#include <utility>
+
 #include "qvarray/array.h"
 
 namespace qvarray {
@@ -46,25 +48,42 @@ std::string entryName(size_t i, size_t j) {
   return "(" + std::to_string(i) + ", " + std::to_string(j) + ")";
 }
 
-const char* fieldName(Info::Field f) {
-  switch (f) {
-    case Info::Field::Real: return "real";
-    case Info::Field::Integer: return "integer";
-    case Info::Field::Complex: return "complex";
-    case Info::Field::Pattern: return "pattern";
-  }
+namespace {
+
+// The header's keywords, in the order the error sentences list them.
+template <class E>
+using Keywords = std::pair<const char*, E>[];
+constexpr Keywords<Info::Format> kFormats = {{"array", Info::Format::Array},
+                                             {"coordinate", Info::Format::Coordinate}};
+constexpr Keywords<Info::Field> kFields = {{"real", Info::Field::Real},
+                                           {"integer", Info::Field::Integer},
+                                           {"complex", Info::Field::Complex},
+                                           {"pattern", Info::Field::Pattern}};
+constexpr Keywords<Info::Symmetry> kSymmetries = {
+    {"general", Info::Symmetry::General},
+    {"symmetric", Info::Symmetry::Symmetric},
+    {"skew-symmetric", Info::Symmetry::SkewSymmetric},
+    {"hermitian", Info::Symmetry::Hermitian}};
+
+// The value of a lower-case keyword; false when the table has none.
+template <class E, size_t N>
+bool lookup(const std::pair<const char*, E> (&table)[N], const std::string& word, E& value) {
+  for (const auto& [name, v] : table)
+    if (word == name) return value = v, true;
+  return false;
+}
+
+template <class E, size_t N>
+const char* keyword(const std::pair<const char*, E> (&table)[N], E value) {
+  for (const auto& [name, v] : table)
+    if (v == value) return name;
   return "";
 }
 
-const char* symmetryName(Info::Symmetry s) {
-  switch (s) {
-    case Info::Symmetry::General: return "general";
-    case Info::Symmetry::Symmetric: return "symmetric";
-    case Info::Symmetry::SkewSymmetric: return "skew-symmetric";
-    case Info::Symmetry::Hermitian: return "hermitian";
-  }
-  return "";
-}
+}  // namespace
+
+const char* fieldName(Info::Field f) { return keyword(kFields, f); }
+const char* symmetryName(Info::Symmetry s) { return keyword(kSymmetries, s); }
 
 Info readHeader(Scanner& sc) {
   // Header: "%%MatrixMarket matrix <format> <field> <symmetry>".
@@ -79,25 +98,14 @@ Info readHeader(Scanner& sc) {
   if (t.count > 5) sc.fail("Unexpected " + quote(t.tok[5]) + " after the header's symmetry.");
 
   Info info;
-  const std::string object = lower(t.tok[1]), format = lower(t.tok[2]),
-                    field = lower(t.tok[3]), symmetry = lower(t.tok[4]);
-  if (object != "matrix")
+  if (lower(t.tok[1]) != "matrix")
     sc.fail("Object " + quote(t.tok[1]) + " is not supported; expected 'matrix'.");
-  if (format == "array") info.format = Info::Format::Array;
-  else if (format == "coordinate") info.format = Info::Format::Coordinate;
-  else sc.fail("Unknown format " + quote(t.tok[2]) + "; expected 'array' or 'coordinate'.");
-  if (field == "real") info.field = Info::Field::Real;
-  else if (field == "integer") info.field = Info::Field::Integer;
-  else if (field == "complex") info.field = Info::Field::Complex;
-  else if (field == "pattern") info.field = Info::Field::Pattern;
-  else
+  if (!lookup(kFormats, lower(t.tok[2]), info.format))
+    sc.fail("Unknown format " + quote(t.tok[2]) + "; expected 'array' or 'coordinate'.");
+  if (!lookup(kFields, lower(t.tok[3]), info.field))
     sc.fail("Unknown field " + quote(t.tok[3]) +
             "; expected 'real', 'integer', 'complex' or 'pattern'.");
-  if (symmetry == "general") info.symmetry = Info::Symmetry::General;
-  else if (symmetry == "symmetric") info.symmetry = Info::Symmetry::Symmetric;
-  else if (symmetry == "skew-symmetric") info.symmetry = Info::Symmetry::SkewSymmetric;
-  else if (symmetry == "hermitian") info.symmetry = Info::Symmetry::Hermitian;
-  else
+  if (!lookup(kSymmetries, lower(t.tok[4]), info.symmetry))
     sc.fail("Unknown symmetry " + quote(t.tok[4]) +
             "; expected 'general', 'symmetric', 'skew-symmetric' or 'hermitian'.");
   if (info.field == Info::Field::Pattern && info.format == Info::Format::Array)
