@@ -237,7 +237,7 @@ TEST(MatrixMarket, MalformedInputNamesFileAndLineInBothReaders) {
   struct Bad {
     std::string text;
     size_t line;
-    const char* sentence;
+    std::string sentence;
   };
   const Bad cases[] = {
       {"", 1, "The file is empty; expected a '%%MatrixMarket matrix ...' header."},
@@ -283,7 +283,9 @@ TEST(MatrixMarket, MalformedInputNamesFileAndLineInBothReaders) {
       {arr + "1 1\n1\n2\n", 4, "More data than the 1 value announced."},
       {"%%MatrixMarket matrix array complex general\n1 1\n1\n", 3,
        "Expected two numbers (real and imaginary part), found 1."},
-      {kHead + "3 3 1\n1 1 1\0002\n"s, 3, "Invalid number '1\\x002'."},
+      {kHead + "3 3 1\n1 1 1\0002\n"s, 3, "Invalid number '1\0002'."s},
+      {kHead + "3 3 1\n1 1 " + std::string(50, '7') + "x\n", 3,
+       "Invalid number '" + std::string(40, '7') + "...'."},
       // Entries.
       {kHead + "3 3 2\n1 1 1\n", 3, "The file ends after 1 of the 2 entries announced."},
       {kHead + "3 3 18446744073709551615\n1 1 1\n", 3,

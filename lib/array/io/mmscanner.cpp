@@ -38,20 +38,8 @@ Tokens::Tokens(std::string_view line) {
 
 std::string quote(std::string_view text) {
   constexpr size_t kShown = 40;
-  std::string q = "'";
-  for (size_t k = 0; k < text.size() && k < kShown; ++k) {
-    const auto c = static_cast<unsigned char>(text[k]);
-    if (c < 0x20 || c == 0x7f) {
-      const char* hex = "0123456789ABCDEF";
-      q += "\\x";
-      q += hex[c >> 4];
-      q += hex[c & 15];
-    } else {
-      q += static_cast<char>(c);
-    }
-  }
-  if (text.size() > kShown) q += "...";
-  return q + "'";
+  if (text.size() <= kShown) return "'" + std::string(text) + "'";
+  return "'" + std::string(text.substr(0, kShown)) + "...'";
 }
 
 qvbase::DetailPairs errorDetails(const std::string& sentence, const std::string& name,

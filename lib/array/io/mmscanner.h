@@ -26,8 +26,9 @@ struct Tokens {
   explicit Tokens(std::string_view line);
 };
 
-/// `text` in single quotes for a message: control bytes (NUL included) shown
-/// as \xNN, and a long text cut after 40 bytes.
+/// `text` in single quotes for a message, a long text cut after 40 bytes. The
+/// bytes are kept as they are (NUL included): escaping them for a reader is
+/// the business of whoever presents the message.
 std::string quote(std::string_view text);
 
 /// The details of a format error: the sentence, ("File", name), ("Line", n).
