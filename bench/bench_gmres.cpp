@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "qvarray/gmres.h"
-#include "qvarray/matrixmarket.h"
+#include "qvarray/io/sparsemm.h"
 #include "qvarray/sparse/sparse.h"
 #include "qvarray/sparse/sparseoperator.h"
 

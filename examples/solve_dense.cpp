@@ -7,7 +7,7 @@
 
 #include "qvarray/arrayutil.h"
 #include "qvarray/blasruntime.h"
-#include "qvarray/densemm.h"
+#include "qvarray/io/densemm.h"
 #include "qvarray/init.h"
 #include "qvutil/exception.h"
 

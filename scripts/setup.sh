@@ -7,7 +7,8 @@ pkgs=(g++ cmake ninja-build
       libgtest-dev libbenchmark-dev                # tests and benchmarks
       libeigen3-dev libsuitesparse-dev             # side-by-side benchmarks only
       libomp-14-dev                                # OpenMP runtime with Archer for ThreadSanitizer
-      openjdk-17-jdk-headless)                     # JNI headers and the JVM of the Java bridge test
+      openjdk-17-jdk-headless                      # JNI headers and the JVM of the Java bridge test
+      clang-14 libclang-rt-14-dev)                 # libFuzzer (-fsanitize=fuzzer) for tests/fuzz
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

@@ -28,4 +28,9 @@ cmake --preset tsan
 cmake --build --preset tsan -j "$jobs" --target test_sparseops test_init check_error_keys
 ctest --preset tsan -j "$jobs"
 
+# Fuzzing: the MatrixMarket reader under libFuzzer with AddressSanitizer and
+# UndefinedBehaviorSanitizer, a bounded run from the seed corpus (clang build
+# in build/fuzz; tests/fuzz/run.sh). Any finding fails the script.
+tests/fuzz/run.sh 100000
+
 ctest --preset release -j "$jobs"

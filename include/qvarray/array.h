@@ -25,6 +25,11 @@
 
 namespace qvarray {
 
+/// The largest extent a matrix dimension may have anywhere in the library:
+/// extent + 1 index pointers (the column pointers of compressed columns, or of
+/// their transpose) must fit the largest allocation, PTRDIFF_MAX bytes.
+inline constexpr size_t kMaxDimension = static_cast<size_t>(PTRDIFF_MAX) / sizeof(size_t) - 1;
+
 template <class T, int N>
 class Array {
   static_assert(N >= 1 && N <= 3, "Array supports 1 to 3 dimensions");

@@ -12,7 +12,7 @@
 #include <locale>
 #include <sstream>
 
-#include "qvarray/densemm.h"
+#include "qvarray/io/densemm.h"
 #include "qvtest.h"
 #include "qvutil/numeric.h"
 
@@ -165,77 +165,18 @@ TEST(DenseMM, ReadsTheSharedMatricesLikeASecondReader) {
   for (size_t j = 0; j < 6; ++j) EXPECT_EQ(K(j, j), 0.0);
 }
 
-TEST(DenseMM, EveryFormatErrorNamesFileAndLine) {
-  const std::string mm = "%%MatrixMarket matrix ";
-  const std::string real = mm + "coordinate real general\n", arr = mm + "array real general\n";
-  struct Case {
-    std::string text;
-    int line;
-    const char* sentence;
-  };
-  const Case cases[] = {
-      {"", 1, "The file is empty; expected a '%%MatrixMarket matrix ...' header."},
-      {"2 2\n1\n", 1, "The first line is not a '%%MatrixMarket matrix ...' header."},
-      {mm + "array real\n", 1,
-       "The header needs object, format, field and symmetry after '%%MatrixMarket'."},
-      {mm + "array real general x\n", 1, "Unexpected 'x' after the header's symmetry."},
-      {"%%MatrixMarket vector array real general\n", 1,
-       "Object 'vector' is not supported; expected 'matrix'."},
-      {mm + "dense real general\n", 1, "Unknown format 'dense'; expected 'array' or 'coordinate'."},
-      {mm + "array double general\n", 1,
-       "Unknown field 'double'; expected 'real', 'integer', 'complex' or 'pattern'."},
-      {mm + "array real upper\n", 1,
-       "Unknown symmetry 'upper'; expected 'general', 'symmetric', 'skew-symmetric' or "
-       "'hermitian'."},
-      {mm + "array pattern general\n", 1, "The array format has no 'pattern' field."},
-      {mm + "array real hermitian\n", 1,
-       "Hermitian symmetry needs the 'complex' field, not 'real'."},
-      {mm + "coordinate pattern skew-symmetric\n", 1,
-       "A 'pattern' matrix cannot be skew-symmetric."},
-      {real + "% only a comment\n", 2,
-       "The file ends before the size line 'rows columns entries'."},
-      {real + "2 2\n", 2, "The size line must hold three numbers: rows columns entries."},
-      {arr + "2 2 4\n", 2, "The size line must hold two numbers: rows columns."},
-      {arr + "2 -2\n", 2, "Invalid column count '-2'."},
-      {mm + "array real symmetric\n2 3\n", 2,
-       "A 2 x 3 matrix cannot be stored as symmetric; the symmetries need a square matrix."},
-      {arr + "4294967296 4294967296\n", 2,
-       "A 4294967296 x 4294967296 matrix is too large for a dense array."},
-      {arr + "1 2\n1\n", 3, "The file ends after 1 of the 2 values announced."},
-      {arr + "1 1\n1 2\n", 3, "Expected one value on the line, found 2."},
-      {arr + "1 2\n1\n1,5\n", 4, "Invalid number '1,5'."},
-      {arr + "1 1\n1e999\n", 3, "Number '1e999' is out of range."},
-      {arr + "1 1\n1\n2\n", 4, "More data than the 1 value announced."},
-      {mm + "array complex general\n1 1\n1\n", 3,
-       "Expected two numbers (real and imaginary part), found 1."},
-      {real + "2 2 2\n1 1 1\n", 3, "The file ends after 1 of the 2 entries announced."},
-      {real + "2 2 1\n1 1\n", 3, "Expected an entry 'row column value', found 2 numbers."},
-      {real + "2 2 1\n3 1 1\n", 3, "Row index 3 is outside 1..2."},
-      {real + "2 2 1\n1 0 1\n", 3, "Column index 0 is outside 1..2."},
-      {real + "2 2 1\n1.0 1 1\n", 3, "Invalid row index '1.0'."},
-      {real + "2 2 1\n1 1 1\n\n2 2 1\n", 5, "More data than the 1 entry announced."},
-      {mm + "coordinate integer general\n1 1 1\n1 1 2.5\n", 3, "Invalid integer '2.5'."},
-      {mm + "coordinate real symmetric\n2 2 1\n1 2 1\n", 3,
-       "Entry (1, 2) lies above the diagonal; symmetric storage holds the lower triangle only."},
-      {mm + "coordinate real skew-symmetric\n2 2 1\n2 2 1\n", 3,
-       "Diagonal entry (2, 2) is not zero; a skew-symmetric matrix has a zero diagonal."},
-      {mm + "coordinate complex hermitian\n2 2 1\n1 1 1 1\n", 3,
-       "Diagonal entry (1, 1) has an imaginary part; a hermitian matrix has a real diagonal."},
-      {mm + "array complex hermitian\n1 1\n1 1\n", 3,
-       "Diagonal entry (1, 1) has an imaginary part; a hermitian matrix has a real diagonal."},
-  };
-  for (const Case& c : cases) {
-    Array<dcomplex, 2> A(1, 1);
-    A(0, 0) = 42;
-    std::istringstream in(c.text);
-    auto e = qvtest::expectThrowKey([&] { qvarray::readMatrixMarket(in, "m.mtx", A); },
-                                    "Invalid_MatrixMarket_file");
-    EXPECT_EQ(e.module(), "densemm");
-    EXPECT_EQ(e.detail("File"), "m.mtx") << c.text;
-    EXPECT_EQ(e.detail("Line"), std::to_string(c.line)) << c.text;
-    EXPECT_EQ(e.detailText(2), c.sentence) << c.text;
-    EXPECT_EQ(A(0, 0), dcomplex(42)) << "destination changed";
-  }
+// The format errors of both readers are tested in test_matrixmarket.cpp;
+// here the dense reader's own.
+TEST(DenseMM, DenseOnlyErrors) {
+  Array<dcomplex, 2> A(1, 1);
+  std::istringstream in("%%MatrixMarket matrix coordinate real general\n"
+                        "4294967296 4294967296 1\n1 1 1\n");
+  const auto e = qvtest::expectThrowKey([&] { qvarray::readMatrixMarket(in, "m.mtx", A); },
+                                        "Invalid_MatrixMarket_file",
+                                        "A 4294967296 x 4294967296 matrix is too large for a "
+                                        "dense array.");
+  EXPECT_EQ(e.module(), "densemm");
+  EXPECT_TRUE(e.detail("File") == "m.mtx" && e.detail("Line") == "2");
 }
 
 TEST(DenseMM, FileLevelErrors) {
@@ -263,7 +204,7 @@ TEST(DenseMM, InfoReadsOnlyTheHeader) {
   EXPECT_TRUE(i.format == MatrixMarketInfo::Format::Coordinate &&
               i.field == MatrixMarketInfo::Field::Real &&
               i.symmetry == MatrixMarketInfo::Symmetry::Symmetric);
-  EXPECT_TRUE(i.rows == 494 && i.cols == 494 && i.entries == 1080);
+  EXPECT_TRUE(i.rows == 494 && i.cols == 494 && i.entries == 1080 && i.sizeLine == 14);
 }
 
 namespace {

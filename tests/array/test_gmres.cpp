@@ -6,7 +6,7 @@
 
 #include "densecheck.h"
 #include "qvarray/gmres.h"
-#include "qvarray/matrixmarket.h"
+#include "qvarray/io/sparsemm.h"
 #include "qvarray/sparse/sparseoperator.h"
 #include "qvarray/matrixutil.h"
 #include "qvutil/runinfo.h"

@@ -1,5 +1,6 @@
-// MatrixMarket reading and writing: the collection's files, bit-exact round
-// trips, symmetric storage, and every malformed input.
+// MatrixMarket reading and writing: the collection's files read by the sparse
+// and the dense reader alike, bit-exact round trips, symmetric storage, and
+// every malformed or hostile input through both readers.
 #include <gtest/gtest.h>
 
 #include <clocale>
@@ -11,11 +12,13 @@
 #include <sstream>
 #include <tuple>
 
-#include "qvarray/matrixmarket.h"
+#include "qvarray/io/densemm.h"
+#include "qvarray/io/sparsemm.h"
 #include "qvtest.h"
 #include "sparsetest.h"
 
 using namespace sparsetest;
+using namespace std::string_literals;
 using qvarray::Sparse;
 
 namespace {
@@ -88,6 +91,11 @@ TEST(MatrixMarket, CollectionFilesExpandAndRoundTrip) {
                   std::string(f.symmetry) == "skew-symmetric");
     }
     EXPECT_TRUE(A.isReal() ? A.getptrD()->isConsistent() : A.getptrZ()->isConsistent());
+    // The dense reader makes the same matrix of the file.
+    Array<dcomplex, 2> D;
+    qvarray::readMatrixMarket(matrixFile(f.name), D);
+    const auto S = toDense<dcomplex>(A);
+    EXPECT_TRUE(std::equal(S.a.begin(), S.a.end(), D.begin(), D.end()));
     const std::string once = written(A);
     const Sparse B = parsed(once);
     expectIdentical(A, B);
@@ -189,6 +197,12 @@ TEST(MatrixMarket, FieldsAndLayout) {
   EXPECT_EQ(Ps.getReal(2, 1), 1.0);
   const Sparse R = parsed("%%MatrixMarket matrix coordinate real general\r\n2 2 2\r\n1 1 1.5e0\r\n2 2 -.25\r\n");
   EXPECT_EQ(R.getReal(1, 1), -0.25);
+  // The array format: zeros are not stored, the triangle is expanded.
+  const Sparse Arr = parsed("%%MatrixMarket matrix array real skew-symmetric\n3 3\n0\n2\n-0\n");
+  EXPECT_EQ(Arr.getNnz(), 2u);
+  EXPECT_EQ(Arr.getReal(1, 0), 0.0);
+  EXPECT_EQ(Arr.getReal(2, 0), 2.0);
+  EXPECT_EQ(Arr.getReal(0, 2), -2.0);
   const Sparse Empty = parsed(kHead + "0 4 0\n");
   EXPECT_EQ(Empty.getN(), 4u);
   // 64-bit sizes.
@@ -216,47 +230,144 @@ TEST(MatrixMarket, NumbersIgnoreTheLocale) {
   EXPECT_EQ(text, kHead + "1 1 1\n1 1 2.5\n");
 }
 
-TEST(MatrixMarket, MalformedInputNamesFileAndLine) {
+// Every malformed input, read by both readers: the same key, sentence, file
+// and line, and the dense destination untouched.
+TEST(MatrixMarket, MalformedInputNamesFileAndLineInBothReaders) {
+  const std::string arr = "%%MatrixMarket matrix array real general\n";
   struct Bad {
     std::string text;
     size_t line;
-    const char* sentence;
+    std::string sentence;
   };
   const Bad cases[] = {
-      {"", 0, "Missing %%MatrixMarket banner."},
-      {"%MatrixMarket matrix coordinate real general\n", 1, "Missing %%MatrixMarket banner."},
-      {"%%MatrixMarket matrix array real general\n", 1, "Unsupported format 'array'; only coordinate is read."},
-      {"%%MatrixMarket vector coordinate real general\n", 1, "Unsupported object 'vector'."},
-      {kMM + "double general\n", 1, "Unsupported field 'double'."},
-      {kMM + "real upper\n", 1, "Unsupported symmetry 'upper'."},
-      {kMM + "real general extra\n", 1, "Unexpected text 'extra'."},
-      {kMM + "pattern hermitian\n", 1, "A pattern file cannot be hermitian."},
-      {kHead + "% only comments\n", 2, "Missing size line."},
+      {"", 1, "The file is empty; expected a '%%MatrixMarket matrix ...' header."},
+      {"%MatrixMarket matrix coordinate real general\n", 1,
+       "The first line is not a '%%MatrixMarket matrix ...' header."},
+      {"%%MatrixMarket matrix array real\n", 1,
+       "The header needs object, format, field and symmetry after '%%MatrixMarket'."},
+      {kHead.substr(0, kHead.size() - 1) + " x\n", 1, "Unexpected 'x' after the header's symmetry."},
+      {"%%MatrixMarket vector array real general\n", 1,
+       "Object 'vector' is not supported; expected 'matrix'."},
+      {"%%MatrixMarket matrix dense real general\n", 1,
+       "Unknown format 'dense'; expected 'array' or 'coordinate'."},
+      {kMM + "double general\n", 1,
+       "Unknown field 'double'; expected 'real', 'integer', 'complex' or 'pattern'."},
+      {kMM + "real upper\n", 1,
+       "Unknown symmetry 'upper'; expected 'general', 'symmetric', 'skew-symmetric' or "
+       "'hermitian'."},
+      {"%%MatrixMarket matrix array pattern general\n", 1, "The array format has no 'pattern' field."},
+      {kMM + "real hermitian\n", 1, "Hermitian symmetry needs the 'complex' field, not 'real'."},
+      {kMM + "integer hermitian\n", 1,
+       "Hermitian symmetry needs the 'complex' field, not 'integer'."},
+      {kMM + "pattern skew-symmetric\n", 1, "A 'pattern' matrix cannot be skew-symmetric."},
+      {kHead + "% only a comment\n", 2, "The file ends before the size line 'rows columns entries'."},
+      {kHead + "2 2\n", 2, "The size line must hold three numbers: rows columns entries."},
+      {arr + "2 2 4\n", 2, "The size line must hold two numbers: rows columns."},
       {kHead + "3 x 1\n", 2, "Invalid column count 'x'."},
-      {kHead + "3 3\n", 2, "Invalid entry count ''."},
-      {kHead + "3 3 1 4\n", 2, "Unexpected text '4'."},
-      {kHead + "3 3 2\n1 1 1\n\n4 1 1\n", 5, "Row index 4 out of range."},
-      {kHead + "3 3 1\n1 0 1\n", 3, "Column index 0 out of range."},
+      {kMM + "real symmetric\n2 3 0\n", 2,
+       "A 2 x 3 matrix cannot be stored as symmetric; the symmetries need a square matrix."},
+      // Sizes no matrix can have.
+      {kHead + "3 18446744073709551615 1\n1 1 1\n", 2,
+       "A 3 x 18446744073709551615 matrix is too large: at most 1152921504606846974 rows and "
+       "columns can be stored."},
+      {kHead + "18446744073709551615 4 1\n1 1 1\n", 2,
+       "A 18446744073709551615 x 4 matrix is too large: at most 1152921504606846974 rows and "
+       "columns can be stored."},
+      {arr + "4294967296 4294967296\n", 2,
+       "A 4294967296 x 4294967296 matrix is too large for the array format."},
+      // Values.
+      {arr + "1 2\n1\n", 3, "The file ends after 1 of the 2 values announced."},
+      {arr + "1 1\n1 2\n", 3, "Expected one value on the line, found 2."},
+      {arr + "1 2\n1\n1,5\n", 4, "Invalid number '1,5'."},
+      {arr + "1 1\n1e999\n", 3, "Number '1e999' is out of range."},
+      {arr + "1 1\n1\n2\n", 4, "More data than the 1 value announced."},
+      {"%%MatrixMarket matrix array complex general\n1 1\n1\n", 3,
+       "Expected two numbers (real and imaginary part), found 1."},
+      {kHead + "3 3 1\n1 1 1\0002\n"s, 3, "Invalid number '1\0002'."s},
+      {kHead + "3 3 1\n1 1 " + std::string(50, '7') + "x\n", 3,
+       "Invalid number '" + std::string(40, '7') + "...'."},
+      // Entries.
+      {kHead + "3 3 2\n1 1 1\n", 3, "The file ends after 1 of the 2 entries announced."},
+      {kHead + "3 3 18446744073709551615\n1 1 1\n", 3,
+       "The file ends after 1 of the 18446744073709551615 entries announced."},
+      {kHead + "3 3 1\n1 1\n", 3, "Expected an entry 'row column value', found 2 numbers."},
+      {kMM + "complex general\n3 3 1\n1 1 1\n", 3,
+       "Expected an entry 'row column real imaginary', found 3 numbers."},
+      {kHead + "3 3 2\n1 1 1\n\n4 1 1\n", 5, "Row index 4 is outside 1..3."},
+      {kHead + "3 3 1\n1 0 1\n", 3, "Column index 0 is outside 1..3."},
       {kHead + "3 3 1\n-1 1 1\n", 3, "Invalid row index '-1'."},
-      {kHead + "3 3 1\n1 1 1,5\n", 3, "Invalid value '1,5'."},
-      {kHead + "3 3 1\n1 1 1e999\n", 3, "Value out of range '1e999'."},
-      {kHead + "3 3 1\n1 1\n", 3, "Invalid value ''."},
-      {kMM + "integer general\n3 3 1\n1 1 1.5\n", 3, "Invalid integer value '1.5'."},
-      {kMM + "complex general\n3 3 1\n1 1 1\n", 3, "Invalid value ''."},
-      {kHead + "3 3 1\n1 1 1 2\n", 3, "Unexpected text '2'."},
-      {kHead + "3 3 2\n1 1 1\n", 3, "The file ends after 1 of 2 entries."},
-      {kHead + "3 3 1\n1 1 1\n2 2 2\n", 4, "More entries than the size line announces."},
-      {kMM + "real skew-symmetric\n3 3 1\n2 2 1\n", 3, "Diagonal entry in a skew-symmetric file."},
-      {kMM + "complex hermitian\n3 3 1\n2 2 1 1\n", 3, "Non-real diagonal entry in a Hermitian file."},
+      {kHead + "3 3 1\n1 1.0 1\n", 3, "Invalid column index '1.0'."},
+      {kHead + "3 3 1\n1 1 1\n\n2 2 2\n", 5, "More data than the 1 entry announced."},
+      {kMM + "integer general\n3 3 1\n1 1 1.5\n", 3, "Invalid integer '1.5'."},
+      {kMM + "real skew-symmetric\n3 3 1\n2 2 1\n", 3,
+       "Diagonal entry (2, 2) is not zero; a skew-symmetric matrix has a zero diagonal."},
+      {kMM + "complex hermitian\n3 3 1\n2 2 1 1\n", 3,
+       "Diagonal entry (2, 2) has an imaginary part; a hermitian matrix has a real diagonal."},
+      {"%%MatrixMarket matrix array complex hermitian\n1 1\n1 1\n", 3,
+       "Diagonal entry (1, 1) has an imaginary part; a hermitian matrix has a real diagonal."},
   };
   for (const Bad& b : cases) {
     SCOPED_TRACE(b.text);
-    const auto e = qvtest::expectThrowKey([&] { (void)qvarray::parseMatrixMarket(b.text, "bad.mtx"); },
-                                          "Invalid_MatrixMarket_file", b.sentence);
-    EXPECT_EQ(e.module(), "matrixmarket");
-    EXPECT_EQ(e.detail("File").value_or(""), "bad.mtx");
-    EXPECT_EQ(e.detail("Line").value_or(""), std::to_string(b.line));
+    auto check = [&](const qvbase::Exception& e) {
+      EXPECT_EQ(e.module(), "matrixmarket");
+      EXPECT_EQ(e.detail("File").value_or(""), "bad.mtx");
+      EXPECT_EQ(e.detail("Line").value_or(""), std::to_string(b.line));
+    };
+    check(qvtest::expectThrowKey([&] { (void)qvarray::parseMatrixMarket(b.text, "bad.mtx"); },
+                                 "Invalid_MatrixMarket_file", b.sentence));
+    Array<dcomplex, 2> D(1, 1);
+    D(0, 0) = 42;
+    std::istringstream in(b.text);
+    check(qvtest::expectThrowKey([&] { qvarray::readMatrixMarket(in, "bad.mtx", D); },
+                                 "Invalid_MatrixMarket_file", b.sentence));
+    EXPECT_TRUE(D.count == 1 && D(0, 0) == 42.0) << "destination changed";
   }
+}
+
+// Storage the sizes ask for and cannot have is the standard allocation
+// failure, naming the file and the size line; the assembly entry points
+// refuse sizes no matrix can have before they allocate.
+TEST(MatrixMarket, StorageBeyondReachIsABadAllocationAtTheSizeLine) {
+  struct Case {
+    std::string text;
+    bool dense;  // read by the dense reader too (the sparse reader reads all)
+  };
+  const Case cases[] = {
+      // 16 GiB of column pointers for one entry (a dense 3 x 2^31 array is
+      // legitimately large: not read here).
+      {kHead + "3 2147483648 1\n1 1 1\n", false},
+      {"%%MatrixMarket matrix array real general\n0 1099511627776\n", false},
+      // 2^62 dense elements: no allocation can hold them.
+      {kHead + "2147483648 2147483648 1\n1 1 1\n", true},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text);
+    auto expectBadAlloc = [&](const std::function<void()>& read) {
+      try {
+        read();
+        ADD_FAILURE() << "read";
+      } catch (const qvarray::FileBadAlloc& e) {
+        EXPECT_TRUE(e.file() == "big.mtx" && e.line() == 2u) << e.what();
+        EXPECT_EQ(std::string(e.what()).rfind("bad allocation", 0), 0u);
+      }
+    };
+    expectBadAlloc([&] { (void)qvarray::parseMatrixMarket(c.text, "big.mtx"); });
+    Array<double, 2> D;
+    std::istringstream in(c.text);
+    if (c.dense) expectBadAlloc([&] { qvarray::readMatrixMarket(in, "big.mtx", D); });
+  }
+  Sparse A;
+  A.eye(2);
+  const auto storage = A.getptrD();
+  const size_t huge = std::numeric_limits<size_t>::max();
+  EXPECT_THROW(A.vectorTripletToSparse({0}, {0}, std::vector<double>{1}, 3, huge), std::bad_alloc);
+  EXPECT_THROW(A.vectorTripletToSparse({0}, {0}, std::vector<double>{1}, huge, 4), std::bad_alloc);
+  EXPECT_THROW(A.zeros(3, huge, 0, true), std::bad_alloc);
+  EXPECT_THROW(A.eye(huge), std::bad_alloc);
+  EXPECT_EQ(A.getptrD(), storage);
+}
+
+TEST(MatrixMarket, FileErrors) {
   const auto e = qvtest::expectThrowKey([] { (void)qvarray::readMatrixMarket("/nonexistent/a.mtx"); },
                                         "Cannot_open_file");
   EXPECT_EQ(e.detail("File").value_or(""), "/nonexistent/a.mtx");

@@ -4,7 +4,7 @@
 
 #include "producttest.h"
 #include "qvarray/gmres.h"
-#include "qvarray/matrixmarket.h"
+#include "qvarray/io/sparsemm.h"
 #include "qvarray/sparse/sparseoperator.h"
 #include "qvarray/sparse/sparseproducts.h"
 #include "qvtest.h"

@@ -3,6 +3,8 @@
 
 #include <clocale>
 #include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <memory>
 #include <thread>
 
@@ -31,6 +33,17 @@ TEST(Numeric, NaNInfinityAndParseDoubleInAnyLocale) {
   for (const char* bad : {"", "  ", "1.5x", "1,5", "abc", "1 2", "++1", "0x10"})
     qvtest::expectThrowKey([&] { qvutil::parseDouble(bad); }, "Invalid_number", bad);
   qvtest::expectThrowKey([] { qvutil::parseDouble("1e400"); }, "Number_out_of_range");
+}
+
+// The prefix form reads as the C library's strtod does in the C locale.
+TEST(Numeric, PrefixParseAgreesWithStrtod) {
+  for (const char* text : {"1.5abc", "  -2e3x", "abc", "", "+.5", "1e", "1e+", "0x1p3", "0x", "0x.8",
+                           "-0", "1e999", "-1e999", "1e-999", "4.9e-324", "inf", "-Infinity",
+                           "nan", "--1", "+-1", "1,5", ".", "\t7"}) {
+    const double want = std::strtod(text, nullptr), got = qvutil::parseDoublePrefix(text);
+    EXPECT_TRUE(std::memcmp(&want, &got, sizeof got) == 0 || (want != want && got != got))
+        << "'" << text << "': " << got << " vs " << want;
+  }
 }
 
 TEST(Parallel, ThreadCountIsClampedAndBoundsOpenMPThreadNumbers) {

@@ -13,7 +13,7 @@
 
 #include "commands.h"
 #include "qvarray/arrayutil.h"
-#include "qvarray/densemm.h"
+#include "qvarray/io/densemm.h"
 #include "qvutil/stopwatch.h"
 #include "toolutil.h"
 

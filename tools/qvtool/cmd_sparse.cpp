@@ -5,7 +5,7 @@
 #include <string>
 
 #include "commands.h"
-#include "qvarray/matrixmarket.h"
+#include "qvarray/io/sparsemm.h"
 #include "qvarray/sparse/sparse.h"
 #include "qvutil/stopwatch.h"
 #include "toolutil.h"

@@ -8,7 +8,7 @@
 #include <new>
 
 #include "commands.h"
-#include "qvarray/matrixmarket.h"
+#include "qvarray/io/sparsemm.h"
 #include "qvutil/exception.h"
 
 namespace qvtool {

@@ -40,6 +40,14 @@ QVARRAY_API size_t llsp_hashsize(size_t n);
 /// values a matrix can be built from.
 inline constexpr size_t kMaxHashSize = 4009617631ULL;
 
+/// Refuses sizes no sparse matrix can have, with the standard allocation
+/// failure (std::bad_alloc) as for an Array too large to allocate: n above
+/// kMaxDimension (no allocation holds its n + 1 column pointers, and n + 1 may
+/// wrap), or m = SIZE_MAX (m + 1, the column pointers of the transpose, would
+/// wrap to 0). Every construction from caller-given sizes calls it before it
+/// computes n + 1 or allocates anything.
+QVARRAY_API void checkSparseSizes(size_t m, size_t n);
+
 template <class T>
 class QVARRAY_API llsparse {
  public:

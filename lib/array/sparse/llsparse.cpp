@@ -5,6 +5,8 @@
 #include <omp.h>
 
 #include <algorithm>
+#include <cstdint>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -38,6 +40,10 @@ std::int64_t getNewRowColptrVersion() {
   c.value = v;
   omp_unset_lock(&c.lock);
   return v;
+}
+
+void checkSparseSizes(size_t m, size_t n) {
+  if (n > kMaxDimension || m == SIZE_MAX) throw std::bad_alloc();
 }
 
 template <class T>
@@ -83,6 +89,7 @@ template <class T>
 void llsparse<T>::setCompressed(const size_t* rowIndex, const size_t* colPtr, const T* values,
                                 size_t mIn, size_t nIn) {
   // Check everything before the first write.
+  checkSparseSizes(mIn, nIn);
   const size_t count = colPtr ? colPtr[nIn] : 0;
   if (colPtr && colPtr[0] != 0) QV_RAISE(sparse, Internal_error_sparse, "Invalid column pointers.");
   for (size_t j = 0; colPtr && j < nIn; ++j)
@@ -112,6 +119,7 @@ void llsparse<T>::setCompressed(const size_t* rowIndex, const size_t* colPtr, co
 
 template <class T>
 void llsparse<T>::setZeros(size_t mIn, size_t nIn, size_t capacity) {
+  checkSparseSizes(mIn, nIn);
   Array<size_t, 1> cp(nIn + 1);
   cp.fill(0);
   allocateEntries(capacity);
@@ -126,6 +134,7 @@ void llsparse<T>::setZeros(size_t mIn, size_t nIn, size_t capacity) {
 
 template <class T>
 void llsparse<T>::setIdentity(size_t nIn) {
+  checkSparseSizes(nIn, nIn);
   Array<size_t, 1> cp(nIn + 1);
   allocateEntries(nIn);
   for (size_t j = 0; j <= nIn; ++j) cp[j] = j;

@@ -24,6 +24,7 @@ std::shared_ptr<llsparse<T>> assemble(const size_t* rows, size_t nRows, const si
   if (nCols != nRows || (nValues != nRows && !oneValue))
     QV_RAISE(sparse, Length_triplet_vectors_disagree);
   if (nRows > kMaxHashSize) QV_RAISE(sparse, Size_input_vector_too_large);
+  checkSparseSizes(m, n);  // before assembly computes n + 1 column pointers
   auto store = std::make_shared<llsparse<T>>();
   store->assembleTriplets(rows, cols, values, nRows, m, n, oneValue);
   return store;

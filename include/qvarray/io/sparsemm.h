@@ -1,38 +1,44 @@
 #pragma once
-// Reading and writing sparse matrices in the MatrixMarket coordinate format,
-// the common exchange format of sparse matrix tools.
+// Sparse MatrixMarket files: reading either format into triplets and
+// matrices, and writing a matrix in the coordinate format. The format and the
+// errors are described in io/matrixmarket.h.
 //
-// Reading accepts the fields real, integer, complex and pattern and the
-// symmetries general, symmetric, skew-symmetric and hermitian (keywords in
-// any case), 64-bit sizes and indices, numbers in the C locale whatever the
-// process locale ("inf" and "nan" included), '%' comment lines and blank
-// lines. Entries go through triplet assembly: duplicates are summed and rows
-// keep file order within each column. Pattern entries have the value 1. A
-// file that stores one triangle is expanded to the full matrix (mode
-// SymmNone), unless keepSymmetric asks for the symmetric storage of
-// sparsemodes.h: symmetric files then give SymmSymmetric and Hermitian files
-// SymmHermitian, with the stored triangle turned to the lower one and the
-// diagonal halved (skew-symmetric files are always expanded).
+// Reading keeps 64-bit sizes and indices. Entries go through triplet
+// assembly: duplicates are summed and rows keep file order within each
+// column. Values of an array-format file that are zero are not stored. A file
+// that stores one triangle is expanded to the full matrix (mode SymmNone),
+// unless keepSymmetric asks for the symmetric storage of sparsemodes.h:
+// symmetric files then give SymmSymmetric and Hermitian files SymmHermitian,
+// with the stored triangle turned to the lower one and the diagonal halved
+// (skew-symmetric files are always expanded).
+//
+// Column pointers cost 8 bytes per column, with entries or without. The
+// reader stores a matrix only when the file's values justify its columns:
+// more than kSpareColumns columns beyond the number of values the file holds
+// are refused as a FileBadAlloc naming the size line, before anything is
+// allocated (a 3 x 2147483648 matrix with one entry would need 16 GiB of
+// column pointers).
 //
 // Writing emits "real" or "complex" values, "general" for modes SymmNone and
 // SymmTransposed (the represented matrix is written), "symmetric" or
 // "hermitian" with the lower triangle of A for the symmetric modes. Numbers
 // are written in the shortest form that reads back to the same bits, so a
 // matrix read, written and read again is identical bit for bit.
-//
-// Errors (module "matrixmarket"): "Cannot_open_file" and "Cannot_write_file"
-// with the detail ("File", path); "Invalid_MatrixMarket_file" with a sentence
-// naming the fault and the details ("File", path), ("Line", line number).
 #include <complex>
+#include <cstddef>
 #include <iosfwd>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "qvarray/export.h"
+#include "qvarray/io/matrixmarket.h"
 #include "qvarray/sparse/sparse.h"
 
 namespace qvarray {
+
+/// Columns a sparse file may declare beyond the number of values it holds.
+inline constexpr size_t kSpareColumns = size_t{1} << 24;
 
 /// The entries of a MatrixMarket file as 0-based triplets, ready for
 /// assembly into an m×n matrix of symmetry mode `symm`.
@@ -47,8 +53,12 @@ struct QVARRAY_API MatrixMarketTriplets {
   std::vector<size_t> cols;
   std::vector<double> realValues;                   ///< when !isComplex; {1} for pattern
   std::vector<std::complex<double>> complexValues;  ///< when isComplex
+  std::string file;     ///< the file read, for errors of the assembly
+  size_t sizeLine = 0;  ///< its size line
 
-  /// Assembles the triplets into A (triplet assembly, then the mode).
+  /// Assembles the triplets into A (triplet assembly, then the mode). A
+  /// failed allocation is a FileBadAlloc naming `file` and `sizeLine`; A is
+  /// then unchanged.
   void assemble(Sparse& A) const;
 };
 
