@@ -114,6 +114,10 @@ check null-grid 2 "^qvtool null: --grid: '41' is out of range \(3 to 40\)$" -- "
 check spmv-threads 2 "^qvtool spmv: --threads: 'x' is not an integer$" -- "$qvtool" spmv --threads x "$tmp/D.mtx"
 check sparse-two-files 2 "^qvtool sparse: unexpected argument" -- "$qvtool" sparse "$tmp/D.mtx" "$tmp/D.mtx"
 check sparse-no-file 2 "^qvtool sparse: no matrix file given$" -- "$qvtool" sparse --print
+# 2^31 columns for one entry: refused before 16 GiB are asked for, naming the size line.
+printf '%%%%MatrixMarket matrix coordinate real general\n3 2147483648 1\n1 1 1.0\n' > "$tmp/wide.mtx"
+check sparse-wide 1 "^qvtool: $tmp/wide.mtx:2: not enough memory to read the matrix \\(A 3 x 2147483648" \
+  -- "$qvtool" sparse "$tmp/wide.mtx"
 check blas-argument 2 "^qvtool blas: unexpected argument 'x'" -- "$qvtool" blas x
 
 # sparse: the library's text header, every entry with --print (the Hermitian

@@ -171,6 +171,15 @@ int reportCurrentException() noexcept {
   m << "qvtool: ";
   try {
     throw;
+  } catch (const qvarray::FileBadAlloc& e) {
+    // The reader says which line asked for the memory, and why it was refused.
+    m.escaped(e.file());
+    m << ":" << static_cast<long>(e.line()) << ": not enough memory to read the matrix";
+    if (!e.reason().empty()) {
+      m << " (";
+      m.escaped(e.reason());
+      m << ")";
+    }
   } catch (const std::bad_alloc&) {
     m << "not enough memory";
   } catch (const qvbase::Exception& e) {
@@ -264,6 +273,12 @@ qvarray::Sparse readSparse(const std::string& path, bool keepSymmetric) {
 }
 
 void failReading(const std::string& path) {
+  try {
+    throw;
+  } catch (const qvarray::FileBadAlloc&) {
+    throw;  // already names the file and line
+  } catch (...) {
+  }
   throw Failure(path + ": not enough memory to read the matrix");
 }
 

@@ -102,7 +102,8 @@ qvarray::Sparse readSparse(const std::string& path, bool keepSymmetric = false);
 /// Raises a Failure when A holds a NaN or an infinity, naming the line of
 /// the file `path` where the offending entry stands.
 void requireFiniteEntries(const qvarray::Sparse& A, const std::string& path);
-/// The Failure for memory that ran out while the file `path` was read.
+/// The Failure for memory that ran out while the file `path` was read; the
+/// reader's FileBadAlloc, which already names the line, passes through.
 [[noreturn]] void failReading(const std::string& path);
 /// Raises the Failure for a matrix read from `path` whose entry (row, col)
 /// (0-based) is not finite: at the line of the first entry the file writes
