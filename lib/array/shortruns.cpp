@@ -63,7 +63,8 @@ void scaleShort(double* x, double a, int n) {
   for (int i = 0; i < n; ++i) x[i] *= a;
 }
 
-// ddot's order of operations on AVX-512 processors. The first
+// The order of operations of OpenBLAS's ddot for AVX-512 processors (its
+// SkylakeX kernel, single-threaded as it is up to 10000 elements). The first
 // m = n − n mod 16 elements are summed in blocks, the rest one by one:
 //   1. while 32 elements of the blocks remain: eight-lane partial sums
 //      p_k[l] += x[i+8k+l]·y[i+8k+l] (k = 0..3, fused); then each p_k is
