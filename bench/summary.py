@@ -45,12 +45,18 @@ OURS = "qvarray"
 
 
 def programs(build_dir, only):
-    found = sorted(glob.glob(os.path.join(build_dir, "bench", "bench_*")))
-    found = [p for p in found if os.access(p, os.X_OK) and not os.path.isdir(p)]
+    """The programs bench/CMakeLists.txt builds (not stale ones in the build
+    directory), or those named in `only`."""
+    here = os.path.dirname(os.path.abspath(__file__))
+    with open(os.path.join(here, "CMakeLists.txt")) as f:
+        names = re.findall(r"^qv_add_bench\((\w+)", f.read(), re.M)
     if only:
-        wanted = set(only.split(","))
-        found = [p for p in found if os.path.basename(p) in wanted]
-    return found
+        names = [n for n in names if n in set(only.split(","))]
+    paths = [os.path.join(build_dir, "bench", n) for n in names]
+    missing = [p for p in paths if not os.access(p, os.X_OK)]
+    if missing:
+        sys.exit("not built: " + ", ".join(missing))
+    return paths
 
 
 def run(binary, a):
