@@ -10,16 +10,25 @@
 // The sparse cases apply the matrix through SparseOperator (the library's
 // sparse product) on the qvarray side and through Eigen's SparseMatrix on the
 // other.
+//
+// Check (once per case, before timing): both sides stop at a relative
+// residual of 1e-8; their solutions agree within kAgree of the largest
+// solution entry (the residual bound times the conditioning of these
+// matrices leaves room for that much, no more).
 #include <benchmark/benchmark.h>
 
 #include <Eigen/Dense>
 #include <Eigen/Sparse>
 #include <cmath>
 #include <complex>
+#include <functional>
+#include <limits>
 #include <random>
+#include <string>
 #include <unsupported/Eigen/IterativeSolvers>
 #include <vector>
 
+#include "benchcheck.h"
 #include "qvarray/gmres.h"
 #include "qvarray/io/sparsemm.h"
 #include "qvarray/sparse/sparse.h"
@@ -30,6 +39,7 @@ namespace {
 using dcomplex = std::complex<double>;
 constexpr double kTol = 1e-8;
 constexpr int kMaxIter = 20000;
+constexpr double kAgree = 1e-6;
 
 template <class T>
 struct Coo {
@@ -110,38 +120,87 @@ void report(benchmark::State& st, int its, bool converged) {
       benchmark::Counter(its, benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
 }
 
+// A solution as doubles (a complex entry as its two parts).
 template <class T>
-void runQvarray(benchmark::State& st, const qvarray::LinearOperator& A, int restart) {
-  const Array<T, 1> b = rhs<T>(A.size());
-  Array<T, 1> x;
+std::vector<double> asDoubles(const T* x, size_t n) {
+  const double* d = reinterpret_cast<const double*>(x);
+  return {d, d + n * sizeof(T) / sizeof(double)};
+}
+
+using Solution = std::function<std::vector<double>()>;
+
+// Solves both sides once for case `kase` and compares the solutions.
+bool checked(benchmark::State& st, const std::string& kase, const char* impl,
+             const Solution& ours, const Solution& eigen) {
+  const auto& agreements = qvbench::checked(kase, [&] {
+    const std::vector<double> x = ours(), y = eigen();
+    const double diff = x.size() == y.size() ? qvbench::relDiff(x.data(), y.data(), x.size())
+                                             : std::numeric_limits<double>::infinity();
+    return qvbench::Agreements{{"qvarray", {0.0, kAgree}}, {"eigen", {diff, kAgree}}};
+  });
+  return qvbench::agrees(st, agreements, impl);
+}
+
+template <class T>
+qvarray::GmresOptions options(int restart) {
   qvarray::GmresOptions o;
   o.tol = kTol;
   o.restart = restart;
   o.maxIter = kMaxIter;
+  return o;
+}
+
+template <class T>
+std::vector<double> solveQvarray(const qvarray::LinearOperator& A, int restart) {
+  const Array<T, 1> b = rhs<T>(A.size());
+  Array<T, 1> x;
+  qvarray::gmres(A, b, x, options<T>(restart));
+  return asDoubles(x.data, x.count);
+}
+
+template <class T>
+void runQvarray(benchmark::State& st, const qvarray::LinearOperator& A, int restart) {
+  const Array<T, 1> b = rhs<T>(A.size());
+  Array<T, 1> x;
   qvarray::GmresResult res;
   for (auto _ : st) {
-    res = qvarray::gmres(A, b, x, o);
+    res = qvarray::gmres(A, b, x, options<T>(restart));
     benchmark::DoNotOptimize(x.data);
   }
   report(st, res.iterations, res.converged());
 }
 
 template <class T, class M>
-void runEigen(benchmark::State& st, const M& A, int restart) {
+struct EigenGmres {
   using Vec = Eigen::Matrix<T, Eigen::Dynamic, 1>;
-  const Array<T, 1> b0 = rhs<T>(static_cast<size_t>(A.rows()));
-  const Vec b = Eigen::Map<const Vec>(b0.data, A.rows());
   Eigen::GMRES<M, Eigen::IdentityPreconditioner> solver;
-  solver.set_restart(restart);
-  solver.setTolerance(kTol);
-  solver.setMaxIterations(kMaxIter);
-  solver.compute(A);
-  Vec x;
+  Vec b;
+  EigenGmres(const M& A, int restart) {
+    const Array<T, 1> b0 = rhs<T>(static_cast<size_t>(A.rows()));
+    b = Eigen::Map<const Vec>(b0.data, A.rows());
+    solver.set_restart(restart);
+    solver.setTolerance(kTol);
+    solver.setMaxIterations(kMaxIter);
+    solver.compute(A);
+  }
+};
+
+template <class T, class M>
+std::vector<double> solveEigen(const M& A, int restart) {
+  EigenGmres<T, M> g(A, restart);
+  const typename EigenGmres<T, M>::Vec x = g.solver.solve(g.b);
+  return asDoubles(x.data(), static_cast<size_t>(x.size()));
+}
+
+template <class T, class M>
+void runEigen(benchmark::State& st, const M& A, int restart) {
+  EigenGmres<T, M> g(A, restart);
+  typename EigenGmres<T, M>::Vec x;
   for (auto _ : st) {
-    x = solver.solve(b);
+    x = g.solver.solve(g.b);
     benchmark::DoNotOptimize(x.data());
   }
-  report(st, static_cast<int>(solver.iterations()), solver.info() == Eigen::Success);
+  report(st, static_cast<int>(g.solver.iterations()), g.solver.info() == Eigen::Success);
 }
 
 // Dense nonsymmetric: random part of spectral radius about 1 around 1.5.
@@ -155,30 +214,59 @@ Matrix denseMatrix(int n) {
   return A;
 }
 
+Eigen::MatrixXd denseEigenMatrix() {
+  const Matrix A = denseMatrix(1000);
+  return Eigen::Map<const Eigen::MatrixXd>(A.getdArr().data, 1000, 1000);
+}
+
+std::vector<double> denseOurs() {
+  const Matrix A = denseMatrix(1000);
+  return solveQvarray<double>(qvarray::MatrixOperator(A), 30);
+}
+std::vector<double> denseTheirs() { return solveEigen<double>(denseEigenMatrix(), 30); }
+
 void denseQvarray(benchmark::State& st) {
+  if (!checked(st, "dense1000", "qvarray", denseOurs, denseTheirs)) return;
   const Matrix A = denseMatrix(1000);
   runQvarray<double>(st, qvarray::MatrixOperator(A), 30);
 }
 
 void denseEigen(benchmark::State& st) {
-  const Matrix A = denseMatrix(1000);
-  const Eigen::MatrixXd E = Eigen::Map<const Eigen::MatrixXd>(A.getdArr().data, 1000, 1000);
-  runEigen<double>(st, E, 30);
+  if (!checked(st, "dense1000", "eigen", denseOurs, denseTheirs)) return;
+  runEigen<double>(st, denseEigenMatrix(), 30);
+}
+
+std::vector<double> convdiffOurs() {
+  return solveQvarray<double>(SparseOperator(toSparse(convectionDiffusion(70, 0.5))), 30);
+}
+std::vector<double> convdiffTheirs() {
+  return solveEigen<double>(toEigen(convectionDiffusion(70, 0.5)), 30);
 }
 
 void convdiffQvarray(benchmark::State& st) {
+  if (!checked(st, "convdiff", "qvarray", convdiffOurs, convdiffTheirs)) return;
   runQvarray<double>(st, SparseOperator(toSparse(convectionDiffusion(70, 0.5))), 30);
 }
 
 void convdiffEigen(benchmark::State& st) {
+  if (!checked(st, "convdiff", "eigen", convdiffOurs, convdiffTheirs)) return;
   runEigen<double>(st, toEigen(convectionDiffusion(70, 0.5)), 30);
 }
 
+std::vector<double> youngOurs() {
+  return solveQvarray<dcomplex>(SparseOperator(toSparse(young1c())), 200);
+}
+std::vector<double> youngTheirs() { return solveEigen<dcomplex>(toEigen(young1c()), 200); }
+
 void youngQvarray(benchmark::State& st) {
+  if (!checked(st, "young1c", "qvarray", youngOurs, youngTheirs)) return;
   runQvarray<dcomplex>(st, SparseOperator(toSparse(young1c())), 200);
 }
 
-void youngEigen(benchmark::State& st) { runEigen<dcomplex>(st, toEigen(young1c()), 200); }
+void youngEigen(benchmark::State& st) {
+  if (!checked(st, "young1c", "eigen", youngOurs, youngTheirs)) return;
+  runEigen<dcomplex>(st, toEigen(young1c()), 200);
+}
 
 }  // namespace
 

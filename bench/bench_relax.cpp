@@ -1,24 +1,35 @@
 // Relaxation steps on the 3-D Poisson matrix (7-point stencil), side by side
 // with their practical limits and a solver peer, in one run.
 //
-//   relax/<step>/<threads>   qvarray: SORIt forward sweep (mode 0, scatter),
-//                            SORIt forward sweep in mode 3 (gather), JacobiIts
-//   plain/<step>             the same loop written by hand over the same
-//                            compressed-column arrays (diagonal index included)
-//   triad/<threads>          a[i] = b[i] + s·c[i] over 3 × 80 MB: the
-//                            bandwidth; the sweeps report the bytes they move
-//                            per second (counter "bytes_per_second") to compare
-//   solve/gmres_ssor/<threads>/<100ω>   GMRES(30) with one symmetric SOR step as
-//                                right preconditioner, to ‖b − A·x‖/‖b‖ ≤ 1e-8,
-//                                for ω = 1.2 and ω = 1.85 (about the best ω for
-//                                the serial sweep here)
-//   solve/eigen_cg_diagonal      Eigen ConjugateGradient + DiagonalPreconditioner
-//   solve/eigen_cg_ichol         Eigen ConjugateGradient + IncompleteCholesky
-//                                (setup included; BiCGSTAB + IncompleteLUT was
-//                                left out: its setup alone takes minutes here)
+// Names: <case>/<impl>
+//   sweep/<step>/threads:<t>/qvarray   SORIt forward sweep (sor: mode 0,
+//                       scatter; sor_rows: mode 3, gather) or JacobiIts
+//   sweep/<step>/threads:1/plain       the same loop written by hand over the
+//                       same compressed-column arrays (diagonal index included)
+//   sweep/<step>/threads:<t>/triad     a[i] = b[i] + s·c[i] over three arrays
+//                       as large together as the bytes the step moves: the time
+//                       the memory needs for them (counter bytes_per_second on
+//                       every row)
+//   solve/poisson_1e6[/omega:1.20]/threads:<t>/qvarray   GMRES(30) with one
+//                       symmetric SOR step as right preconditioner, to
+//                       ‖b − A·x‖/‖b‖ ≤ 1e-8, ω = 1.85 (about the best ω for the
+//                       serial sweep here) or 1.2
+//   solve/poisson_1e6/threads:<t>/eigen_cg_diagonal   Eigen ConjugateGradient +
+//                       DiagonalPreconditioner, same tolerance, on Eigen's
+//                       threads
+//   solve/poisson_1e6/threads:<t>/eigen_cg_ichol      the same with
+//                       IncompleteCholesky (setup included; BiCGSTAB +
+//                       IncompleteLUT was left out: its setup alone takes minutes)
 // The sweeps run on n = 113 (1.44·10⁶ unknowns, 1.0·10⁷ stored entries), the
 // solves on n = 100 (10⁶ unknowns); counters "its" give iteration counts.
-// Eigen is compiled for the same generic x86-64 target, single-threaded.
+//
+// Checks (once per case, before timing): the serial steps give the plain
+// loops' x and r bit for bit; the 2-thread Jacobi step too (each entry is its
+// own; reported on the library's row). The 2-thread SOR sweep relaxes in
+// another order (see sorparallel.cpp) and has no peer computing the same; its
+// rows compare with the triad only.
+// The solvers' solutions agree within 1e-6 of the largest entry (both stop at
+// a relative residual of 1e-8; the matrix's condition number is about 6·10³).
 #include <benchmark/benchmark.h>
 #include <omp.h>
 
@@ -30,6 +41,7 @@
 #include <utility>
 #include <vector>
 
+#include "benchcheck.h"
 #include "qvarray/blasruntime.h"
 #include "qvarray/gmres.h"
 #include "qvarray/sparse/poissongrid.h"
@@ -46,6 +58,7 @@ using qvarray::Vector;
 constexpr size_t kSweepGrid = 113;
 constexpr size_t kSolveGrid = 100;
 constexpr double kOmega = 1.2;
+constexpr double kBestOmega = 1.85;
 constexpr double kTol = 1e-8;
 
 class Threads {
@@ -104,30 +117,6 @@ void runSweeps(benchmark::State& state, const Sparse& A, Sweep&& sweep) {
   setCounters(state, sweepBytes(A));
 }
 
-void BM_RelaxSor(benchmark::State& state) {
-  const Sparse& A = poisson(kSweepGrid);
-  Threads t(static_cast<int>(state.range(0)));
-  runSweeps(state, A, [&](Vector& x, Vector& r) { qvarray::SORIt(A, x, r, kOmega, false); });
-}
-
-void BM_RelaxSorRows(benchmark::State& state) {
-  const Sparse& A = poisson(kSweepGrid, qvarray::SymmTransposed);
-  Threads t(static_cast<int>(state.range(0)));
-  runSweeps(state, A, [&](Vector& x, Vector& r) { qvarray::SORIt(A, x, r, kOmega, false); });
-}
-
-void BM_RelaxJacobi(benchmark::State& state) {
-  const Sparse& A = poisson(kSweepGrid);
-  Threads t(static_cast<int>(state.range(0)));
-  const size_t N = A.getN();
-  Vector x(N), r(std::vector<double>(N, 1.0));
-  for (auto _ : state) {
-    qvarray::JacobiIts(A, x, r, kOmega);
-    benchmark::DoNotOptimize(x.getdArr().data);
-  }
-  setCounters(state, jacobiBytes(A));
-}
-
 // The hand-written loops over the matrix's own arrays.
 struct Raw {
   const size_t *colptr, *row, *diag;
@@ -138,57 +127,113 @@ struct Raw {
         n(A.getN()) {}
 };
 
-void BM_PlainSor(benchmark::State& state) {
-  const Sparse& A = poisson(kSweepGrid);
-  const Raw a(A);
-  runSweeps(state, A, [&](Vector& xv, Vector& rv) {
-    double* x = xv.getdArr().data;
-    double* r = rv.getdArr().data;
-    for (size_t i = 0; i < a.n; ++i) {
-      const double d = -(r[i] / a.val[a.diag[i]]) * kOmega;
-      r[i] = d;
-      x[i] += d;
-      for (size_t p = a.diag[i] + 1; p < a.colptr[i + 1]; ++p) r[a.row[p]] += d * a.val[p];
-    }
-  });
+enum class Step { Sor, SorRows, Jacobi };
+const char* const kStepName[] = {"sor", "sor_rows", "jacobi"};
+
+const Sparse& stepMatrix(Step step) {
+  return poisson(kSweepGrid, step == Step::SorRows ? qvarray::SymmTransposed : qvarray::SymmNone);
 }
 
-void BM_PlainSorRows(benchmark::State& state) {
-  const Sparse& A = poisson(kSweepGrid, qvarray::SymmTransposed);
-  const Raw a(A);
-  runSweeps(state, A, [&](Vector& xv, Vector& rv) {
-    double* x = xv.getdArr().data;
-    double* r = rv.getdArr().data;
-    for (size_t i = 0; i < a.n; ++i) {
-      double s = r[i];
-      for (size_t p = a.colptr[i]; p < a.diag[i]; ++p) s += a.val[p] * r[a.row[p]];
-      const double d = -(s / a.val[a.diag[i]]) * kOmega;
-      r[i] = d;
-      x[i] += d;
-    }
-  });
-}
-
-void BM_PlainJacobi(benchmark::State& state) {
-  const Sparse& A = poisson(kSweepGrid);
-  const Raw a(A);
-  const size_t N = A.getN();
-  std::vector<double> x(N, 0.0), r(N, 1.0);
-  for (auto _ : state) {
-    for (size_t i = 0; i < N; ++i) x[i] -= kOmega * r[i] / a.val[a.diag[i]];
-    benchmark::DoNotOptimize(x.data());
+// One step by the library or by the plain loop, on x and r.
+void step(Step s, bool plain, const Sparse& A, Vector& xv, Vector& rv) {
+  if (!plain) {
+    if (s == Step::Jacobi) qvarray::JacobiIts(A, xv, rv, kOmega);
+    else qvarray::SORIt(A, xv, rv, kOmega, false);
+    return;
   }
-  setCounters(state, jacobiBytes(A));
+  const Raw a(A);
+  double* x = xv.getdArr().data;
+  double* r = rv.getdArr().data;
+  switch (s) {
+    case Step::Sor:
+      for (size_t i = 0; i < a.n; ++i) {
+        const double d = -(r[i] / a.val[a.diag[i]]) * kOmega;
+        r[i] = d;
+        x[i] += d;
+        for (size_t p = a.diag[i] + 1; p < a.colptr[i + 1]; ++p) r[a.row[p]] += d * a.val[p];
+      }
+      break;
+    case Step::SorRows:
+      for (size_t i = 0; i < a.n; ++i) {
+        double s = r[i];
+        for (size_t p = a.colptr[i]; p < a.diag[i]; ++p) s += a.val[p] * r[a.row[p]];
+        const double d = -(s / a.val[a.diag[i]]) * kOmega;
+        r[i] = d;
+        x[i] += d;
+      }
+      break;
+    case Step::Jacobi:
+      for (size_t i = 0; i < a.n; ++i) x[i] -= kOmega * r[i] / a.val[a.diag[i]];
+      break;
+  }
 }
 
-void BM_Triad(benchmark::State& state) {
-  const int threads = static_cast<int>(state.range(0));
-  const size_t N = 10'000'000;
-  std::vector<double> a(N), b(N, 1.0), c(N, 2.0);
+// Start vectors of a checked step: x and r varied, so that every entry counts.
+void startVectors(size_t n, Vector& x, Vector& r) {
+  x = Vector(n);
+  r = Vector(n);
+  for (size_t i = 0; i < n; ++i) {
+    x.d(i) = 1e-3 * static_cast<double>(i % 89);
+    r.d(i) = 1.0 + 1e-3 * static_cast<double>(i % 97);
+  }
+}
+
+void BM_Sweep(benchmark::State& state, Step s, int threads, const std::string& impl) {
+  const Sparse& A = stepMatrix(s);
+  Threads t(threads);
+  std::string config = kStepName[static_cast<int>(s)];
+  config += "/threads:" + std::to_string(threads);
+  // The plain loop is serial: on 2 threads only the Jacobi step (whose
+  // entries are independent) must still give its bits, reported on the
+  // library's row; the 2-thread sweeps relax in another order.
+  const auto& agreements = qvbench::checked(config, [&] {
+    if (threads > 1 && s != Step::Jacobi) return qvbench::Agreements{{"qvarray", {0.0, 0.0}}};
+    Vector x1, r1, x2, r2;
+    startVectors(A.getN(), x1, r1);
+    startVectors(A.getN(), x2, r2);
+    step(s, false, A, x1, r1);
+    step(s, true, A, x2, r2);
+    const size_t n = A.getN();
+    const double diff = std::max(qvbench::bitDiff(x1.getdArr().data, x2.getdArr().data, n),
+                                 qvbench::bitDiff(r1.getdArr().data, r2.getdArr().data, n));
+    if (threads > 1) return qvbench::Agreements{{"qvarray", {diff, 0.0}}};
+    return qvbench::Agreements{{"qvarray", {0.0, 0.0}}, {"plain", {diff, 0.0}}};
+  });
+  if (!qvbench::agrees(state, agreements, impl)) return;
+  const bool plain = impl == "plain";
+  if (s == Step::Jacobi) {
+    const size_t N = A.getN();
+    Vector x(N), r(std::vector<double>(N, 1.0));
+    for (auto _ : state) {
+      step(s, plain, A, x, r);
+      benchmark::DoNotOptimize(x.getdArr().data);
+    }
+    setCounters(state, jacobiBytes(A));
+  } else {
+    runSweeps(state, A, [&](Vector& x, Vector& r) { step(s, plain, A, x, r); });
+  }
+}
+
+// a[i] = b[i] + s·c[i] over three arrays as large together as the bytes the
+// step moves, made once per size.
+void BM_Triad(benchmark::State& state, Step s, int threads) {
+  const Sparse& A = stepMatrix(s);
+  const double bytes = s == Step::Jacobi ? jacobiBytes(A) : sweepBytes(A);
+  const size_t N = static_cast<size_t>(bytes / 24.0);
+  static std::map<size_t, std::unique_ptr<double[]>> arrays;
+  auto& slot = arrays[N];
+  if (!slot) {
+    slot.reset(new double[3 * N]);
+    std::fill(slot.get(), slot.get() + N, 0.0);
+    std::fill(slot.get() + N, slot.get() + 3 * N, 1.0);
+  }
+  double* a = slot.get();
+  const double* b = a + N;
+  const double* c = b + N;
   for (auto _ : state) {
 #pragma omp parallel for schedule(static) num_threads(threads)
     for (size_t i = 0; i < N; ++i) a[i] = b[i] + 0.5 * c[i];
-    benchmark::DoNotOptimize(a.data());
+    benchmark::DoNotOptimize(a);
   }
   setCounters(state, 24.0 * static_cast<double>(N));
 }
@@ -211,25 +256,19 @@ const SolveProblem& solveProblem() {
   return p;
 }
 
-void BM_GmresSsor(benchmark::State& state) {
+// GMRES(30) with one symmetric SOR step as right preconditioner; returns x.
+std::vector<double> gmresSsor(double omega, int* its = nullptr) {
   const Sparse& A = poisson(kSolveGrid);
   const SolveProblem& p = solveProblem();
-  Threads t(static_cast<int>(state.range(0)));
-  std::optional<qvarray::SerialBlasScope> serialBlas;  // one thread: BLAS too
-  if (state.range(0) == 1) serialBlas.emplace();
   const qvarray::SparseOperator op(A);
-  const qvarray::SsorPreconditioner ssor(A, static_cast<double>(state.range(1)) / 100.0);
+  const qvarray::SsorPreconditioner ssor(A, omega);
   qvarray::GmresOptions o;
   o.tol = kTol;
   o.precond = &ssor;
-  int its = 0;
-  for (auto _ : state) {
-    Vector x;
-    const qvarray::GmresResult res = qvarray::gmres(op, p.b, x, o);
-    if (!res.converged()) state.SkipWithError("GMRES did not converge");
-    its = res.iterations;
-  }
-  state.counters["its"] = its;
+  Vector x;
+  const qvarray::GmresResult res = qvarray::gmres(op, p.b, x, o);
+  if (its) *its = res.converged() ? res.iterations : -1;
+  return {x.getdArr().data, x.getdArr().data + x.size()};
 }
 
 using EigenMatrix = Eigen::SparseMatrix<double, Eigen::ColMajor, int>;
@@ -250,44 +289,81 @@ const EigenMatrix& eigenPoisson() {
   return M;
 }
 
+using CgDiagonal = Eigen::ConjugateGradient<EigenMatrix, Eigen::Lower | Eigen::Upper>;
+using CgIchol = Eigen::ConjugateGradient<EigenMatrix, Eigen::Lower | Eigen::Upper,
+                                         Eigen::IncompleteCholesky<double>>;
+
+// One solve by an Eigen solver (set-up included); returns x.
 template <class Solver>
-void runEigen(benchmark::State& state) {
-  const EigenMatrix& M = eigenPoisson();
+std::vector<double> eigenSolve(int* its = nullptr) {
   const SolveProblem& p = solveProblem();
   const Eigen::Map<const Eigen::VectorXd> b(p.b.getdArr().data,
                                             static_cast<Eigen::Index>(p.b.size()));
+  Solver solver;
+  solver.setTolerance(kTol);
+  solver.setMaxIterations(20000);
+  solver.compute(eigenPoisson());
+  const Eigen::VectorXd x = solver.solve(b);
+  if (its) *its = solver.info() == Eigen::Success ? static_cast<int>(solver.iterations()) : -1;
+  return {x.data(), x.data() + x.size()};
+}
+
+// A solve by impl on `threads` threads (BLAS too; one thread: serial BLAS).
+std::vector<double> solve(const std::string& impl, double omega, int* its = nullptr) {
+  if (impl == "eigen_cg_diagonal") return eigenSolve<CgDiagonal>(its);
+  if (impl == "eigen_cg_ichol") return eigenSolve<CgIchol>(its);
+  return gmresSsor(omega, its);
+}
+
+void BM_Solve(benchmark::State& state, const std::string& impl, double omega, int threads) {
+  Threads t(threads);
+  Eigen::setNbThreads(threads);
+  std::optional<qvarray::SerialBlasScope> serialBlas;
+  if (threads == 1) serialBlas.emplace();
+  const std::string config = "solve/" + std::to_string(omega) + "/" + std::to_string(threads);
+  const auto& agreements = qvbench::checked(config, [&] {
+    const std::vector<double> ours = solve("qvarray", omega);
+    qvbench::Agreements a{{"qvarray", {0.0, 1e-6}}};
+    if (omega == kBestOmega)
+      for (const char* peer : {"eigen_cg_diagonal", "eigen_cg_ichol"}) {
+        const std::vector<double> x = solve(peer, omega);
+        a[peer] = {qvbench::relDiff(ours.data(), x.data(), ours.size()), 1e-6};
+      }
+    return a;
+  });
+  if (!qvbench::agrees(state, agreements, impl)) return;
   int its = 0;
   for (auto _ : state) {
-    Solver solver;
-    solver.setTolerance(kTol);
-    solver.setMaxIterations(20000);
-    solver.compute(M);
-    Eigen::VectorXd x = solver.solve(b);
-    benchmark::DoNotOptimize(x.data());
-    if (solver.info() != Eigen::Success) state.SkipWithError("Eigen solver did not converge");
-    its = static_cast<int>(solver.iterations());
+    benchmark::DoNotOptimize(solve(impl, omega, &its).data());
+    if (its < 0) state.SkipWithError("the solver did not converge");
   }
   state.counters["its"] = its;
 }
 
-void BM_EigenCgDiagonal(benchmark::State& state) {
-  runEigen<Eigen::ConjugateGradient<EigenMatrix, Eigen::Lower | Eigen::Upper>>(state);
-}
-
-void BM_EigenCgIchol(benchmark::State& state) {
-  runEigen<Eigen::ConjugateGradient<EigenMatrix, Eigen::Lower | Eigen::Upper,
-                                    Eigen::IncompleteCholesky<double>>>(state);
-}
-
 }  // namespace
 
-BENCHMARK(BM_RelaxSor)->Name("relax/sor")->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_PlainSor)->Name("plain/sor")->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_RelaxSorRows)->Name("relax/sor_rows")->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_PlainSorRows)->Name("plain/sor_rows")->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_RelaxJacobi)->Name("relax/jacobi")->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_PlainJacobi)->Name("plain/jacobi")->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_Triad)->Name("triad")->Arg(1)->Arg(2)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_GmresSsor)->Name("solve/gmres_ssor")->ArgsProduct({{1, 2}, {120, 185}})->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_EigenCgDiagonal)->Name("solve/eigen_cg_diagonal")->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_EigenCgIchol)->Name("solve/eigen_cg_ichol")->Iterations(1)->UseRealTime()->Unit(benchmark::kMillisecond);
+const bool kRegistered = [] {
+  auto add = [](const std::string& name, auto... args) {
+    return benchmark::RegisterBenchmark(name.c_str(), args...)
+        ->UseRealTime()
+        ->Unit(benchmark::kMillisecond);
+  };
+  for (Step s : {Step::Sor, Step::SorRows, Step::Jacobi}) {
+    for (int threads : {1, 2}) {
+      const std::string k = std::string("sweep/") + kStepName[static_cast<int>(s)] +
+                            "/threads:" + std::to_string(threads) + "/";
+      add(k + "qvarray", BM_Sweep, s, threads, std::string("qvarray"));
+      if (threads == 1) add(k + "plain", BM_Sweep, s, threads, std::string("plain"));
+      add(k + "triad", BM_Triad, s, threads);
+    }
+  }
+  for (int threads : {1, 2}) {
+    const std::string k = "solve/poisson_1e6/threads:" + std::to_string(threads) + "/";
+    for (const char* impl : {"qvarray", "eigen_cg_diagonal", "eigen_cg_ichol"})
+      add(k + impl, BM_Solve, std::string(impl), kBestOmega, threads)->Iterations(1);
+    add("solve/poisson_1e6/omega:1.20/threads:" + std::to_string(threads) + "/qvarray", BM_Solve,
+        std::string("qvarray"), 1.2, threads)
+        ->Iterations(1);
+  }
+  return true;
+}();

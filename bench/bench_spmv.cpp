@@ -1,180 +1,269 @@
 // Sparse matrix–vector products y += A·x and y += Aᵀ·x: the library's
-// products against Eigen's (64- and 32-bit indices) and a plain loop over
-// the same compressed columns, on 1 and 2 threads, beside a stream-triad
-// measurement of the memory bandwidth.
+// products against Eigen's and a plain loop over the same compressed
+// columns, on 1 and 2 threads, beside a stream triad of the same memory
+// footprint.
 //
 // Matrices: the 2-D five-point Laplacian and the 3-D seven-point stencil
-// with about 1e6 and 1e7 non-zeros, rows ascending within each column (the
-// same matrix for every peer). Counters: ns per non-zero, and the effective
-// bandwidth GB/s = the bytes a product must move at least once (values and
-// row indices, column pointers, x once, y read and written) per second.
-// The triad a[i] = b[i] + s·c[i] counts 24 bytes per element.
+// with about 1e6 and 1e7 non-zeros, and a 2-D Laplacian of 8e7 non-zeros
+// (1.7 GB to stream per product, several times the last-level cache), rows
+// ascending within each column; the same matrix for every implementation.
 //
-// bench/spmv_ratios.py runs this with repetitions and prints the medians
-// with the fraction of the triad bandwidth and the ratio to Eigen.
+// Names: spmv/<matrix>/<op>/threads:<t>/<impl>, impl one of
+//   qvarray  the library's product (2 threads: A·x gathers over the rows of
+//            the row-compressed copy that the library builds on first use)
+//   eigen64  Eigen, compressed columns with 64-bit indices (the library's
+//            layout); Eigen runs Aᵀ·x on several threads, A·x on one
+//   eigen32  the same with 32-bit indices (less to stream; not on the
+//            largest matrix)
+//   eigen_rm (A·x on 2 threads) Eigen with a row-major copy of A, which it
+//            runs on its OpenMP threads: equal work to the library's
+//            2-thread A·x, copy built beforehand like the library's
+//   loop     (1 thread) a plain loop over the library's arrays
+//   triad    a[i] = b[i] + s·c[i] over three arrays as large together as the
+//            bytes the product streams (values, indices, column starts, x
+//            once, y read and written): time of the same traffic at the
+//            memory's stream bandwidth
+// and rowcopy/<matrix>/<impl>: the build of the row-compressed copy, by the
+// library on 2 threads (its parallel data) and by Eigen (conversion to a
+// row-major matrix), with its size as counter MB.
+//
+// Checks (once per matrix, product and thread count, before timing): every
+// y = op(A)·x agrees with the library's within 1e-14 of max_i (|A|·|x|)_i; the
+// row copies are the same arrays bit for bit.
+//
+// Counters: ns per non-zero, and GB/s = the bytes the product streams per
+// second (the same count the triad's size is made of).
 #include <benchmark/benchmark.h>
 #include <omp.h>
 
 #include <Eigen/SparseCore>
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
 #include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "benchcheck.h"
+#include "qvarray/sparse/llsparse.h"
 #include "qvarray/sparse/parallelsparse.h"
 #include "qvarray/sparse/sparseproducts.h"
 #include "qvutil/parallel.h"
 
 namespace {
 
+using qvbench::Agreements;
+using Eigen64 = Eigen::SparseMatrix<double, Eigen::ColMajor, std::int64_t>;
+using Eigen32 = Eigen::SparseMatrix<double, Eigen::ColMajor, int>;
+using EigenRows = Eigen::SparseMatrix<double, Eigen::RowMajor, std::int64_t>;
+
+struct MatrixSpec {
+  const char* name;
+  int dim;
+  size_t k;    // grid points per direction
+  bool large;  // no 32-bit Eigen copy: memory stays within reason
+};
+const MatrixSpec kMatrices[] = {{"lap2d_1e6", 2, 447, false},  {"lap2d_1e7", 2, 1414, false},
+                                {"sten3d_1e6", 3, 52, false},  {"sten3d_1e7", 3, 113, false},
+                                {"lap2d_8e7", 2, 4000, true}};
+
+// The matrix and its peers' copies, each made on first use and kept.
 struct Problem {
   qvarray::Sparse A;
-  Eigen::SparseMatrix<double, Eigen::ColMajor, std::int64_t> e64;
-  Eigen::SparseMatrix<double, Eigen::ColMajor, int> e32;
   size_t n = 0, nnz = 0;
+  std::unique_ptr<Eigen64> e64;
+  std::unique_ptr<Eigen32> e32;
+  std::unique_ptr<EigenRows> rows;
+  double absScale = 0.0;  // max_i (|A|·|x|)_i for the x below
+
+  template <class E>
+  std::unique_ptr<E> eigenCopy() const {
+    auto E_ = std::make_unique<E>(static_cast<Eigen::Index>(n), static_cast<Eigen::Index>(n));
+    E_->resizeNonZeros(static_cast<Eigen::Index>(nnz));
+    using I = typename E::StorageIndex;
+    const size_t* cp = A.getColPtr();
+    const size_t* row = A.getRow();
+    const double* v = A.getDoubleVal();
+    for (size_t j = 0; j <= n; ++j) E_->outerIndexPtr()[j] = static_cast<I>(cp[j]);
+    for (size_t q = 0; q < nnz; ++q) {
+      E_->innerIndexPtr()[q] = static_cast<I>(row[q]);
+      E_->valuePtr()[q] = v[q];
+    }
+    return E_;
+  }
+  const Eigen64& eigen64() {
+    if (!e64) e64 = eigenCopy<Eigen64>();
+    return *e64;
+  }
+  const Eigen32& eigen32() {
+    if (!e32) e32 = eigenCopy<Eigen32>();
+    return *e32;
+  }
+  const EigenRows& eigenRows() {
+    if (!rows) rows = std::make_unique<EigenRows>(eigen64());
+    return *rows;
+  }
 };
 
-// The stencil matrix on a k^dim grid, assembled column by column with rows
-// ascending, so triplet assembly keeps them sorted.
+double xValue(size_t i) { return 1.0 + 1e-3 * static_cast<double>(i % 97); }
+
+// The stencil matrix on a k^dim grid, written straight into compressed
+// columns with rows ascending: diagonal 2·dim + 0.01, neighbours −1.
 std::unique_ptr<Problem> stencil(int dim, size_t k) {
   const size_t n = dim == 2 ? k * k : k * k * k;
   const size_t stride[3] = {1, k, k * k};
-  std::vector<size_t> rows, cols;
-  std::vector<double> values;
-  rows.reserve(n * (2 * dim + 1));
-  cols.reserve(n * (2 * dim + 1));
-  values.reserve(n * (2 * dim + 1));
+  auto store = std::make_shared<llsparse<double>>();
+  store->setZeros(n, n, n * (2 * dim + 1));
+  size_t q = 0;
   for (size_t j = 0; j < n; ++j) {
-    size_t coord[3] = {j % k, (j / k) % k, j / (k * k)};
+    store->colptr[j] = q;
+    const size_t coord[3] = {j % k, (j / k) % k, j / (k * k)};
+    auto add = [&](size_t i, double v) { store->row[q] = i, store->value[q++] = v; };
     for (int d = dim - 1; d >= 0; --d)  // neighbours below j, farthest first
-      if (coord[d] > 0) rows.push_back(j - stride[d]), cols.push_back(j), values.push_back(-1.0);
-    rows.push_back(j), cols.push_back(j), values.push_back(2.0 * dim + 0.01);
+      if (coord[d] > 0) add(j - stride[d], -1.0);
+    add(j, 2.0 * dim + 0.01);
     for (int d = 0; d < dim; ++d)
-      if (coord[d] + 1 < k) rows.push_back(j + stride[d]), cols.push_back(j), values.push_back(-1.0);
+      if (coord[d] + 1 < k) add(j + stride[d], -1.0);
   }
+  store->colptr[n] = q;
+  store->nnz = q;
+  store->newVersion();
+  if (!store->isConsistent()) std::abort();
   auto p = std::make_unique<Problem>();
-  p->A.vectorTripletToSparse(rows, cols, values, n, n);
+  p->A = qvarray::Sparse(std::move(store));
   p->n = n;
-  p->nnz = p->A.getNnz();
-  const size_t* cp = p->A.getColPtr();
-  const size_t* row = p->A.getRow();
-  const double* v = p->A.getDoubleVal();
-  auto copy = [&](auto& E) {
-    E.resize(static_cast<Eigen::Index>(n), static_cast<Eigen::Index>(n));
-    E.resizeNonZeros(static_cast<Eigen::Index>(p->nnz));
-    using I = std::remove_reference_t<decltype(*E.outerIndexPtr())>;
-    for (size_t j = 0; j <= n; ++j) E.outerIndexPtr()[j] = static_cast<I>(cp[j]);
-    for (size_t q = 0; q < p->nnz; ++q) {
-      E.innerIndexPtr()[q] = static_cast<I>(row[q]);
-      E.valuePtr()[q] = v[q];
-    }
-  };
-  copy(p->e64);
-  copy(p->e32);
+  p->nnz = q;
+  p->absScale = (4.0 * dim + 0.01) * xValue(96);
   return p;
 }
 
-// Problems are built on first use and kept for the run.
-const Problem& problem(const std::string& name) {
+Problem& problem(const MatrixSpec& spec) {
   static std::map<std::string, std::unique_ptr<Problem>> cache;
-  auto& slot = cache[name];
-  if (!slot) {
-    if (name == "lap2d_1e6") slot = stencil(2, 447);
-    if (name == "lap2d_1e7") slot = stencil(2, 1414);
-    if (name == "sten3d_1e6") slot = stencil(3, 52);
-    if (name == "sten3d_1e7") slot = stencil(3, 113);
-  }
+  auto& slot = cache[spec.name];
+  if (!slot) slot = stencil(spec.dim, spec.k);
   return *slot;
 }
 
-enum class Impl { Qvarray, Eigen64, Eigen32, Loop };
-
-// y += A·x (scatter over columns) and y += Aᵀ·x (dot per column), written
-// plainly over the library's arrays: what a straightforward implementation
-// gets on one thread.
-void loopAx(const qvarray::Sparse& A, const double* x, double* y) {
-  const size_t* cp = A.getColPtr();
-  const size_t* row = A.getRow();
-  const double* v = A.getDoubleVal();
-  for (size_t j = 0; j < A.getN(); ++j)
-    for (size_t p = cp[j]; p < cp[j + 1]; ++p) y[row[p]] += v[p] * x[j];
+// Bytes a product streams at least once: values and row indices, column
+// starts, x once, y read and written.
+double productBytes(const Problem& p, double indexBytes) {
+  return static_cast<double>(p.nnz) * (8.0 + indexBytes) +
+         indexBytes * static_cast<double>(p.n + 1) + 3.0 * 8.0 * static_cast<double>(p.n);
 }
-void loopATx(const qvarray::Sparse& A, const double* x, double* y) {
-  const size_t* cp = A.getColPtr();
-  const size_t* row = A.getRow();
-  const double* v = A.getDoubleVal();
-  for (size_t j = 0; j < A.getN(); ++j) {
-    double s = 0;
-    for (size_t p = cp[j]; p < cp[j + 1]; ++p) s += v[p] * x[row[p]];
-    y[j] += s;
+
+void setThreads(int threads) {
+  qvbase::Parallel::setAvailableThreads(threads);
+  Eigen::setNbThreads(threads);
+}
+
+// y += op(A)·x by one implementation.
+void product(Problem& p, const std::string& impl, bool trans, const qvarray::Vector& x,
+             qvarray::Vector& y) {
+  const Eigen::Index n = static_cast<Eigen::Index>(p.n);
+  Eigen::Map<const Eigen::VectorXd> ex(x.getdArr().data, n);
+  Eigen::Map<Eigen::VectorXd> ey(y.getdArr().data, n);
+  if (impl == "qvarray") {
+    qvarray::yPlusAMulx(y, p.A, x, trans ? qvarray::Trans : qvarray::NoTrans);
+  } else if (impl == "eigen64") {
+    if (trans) ey.noalias() += p.eigen64().transpose() * ex;
+    else ey.noalias() += p.eigen64() * ex;
+  } else if (impl == "eigen32") {
+    if (trans) ey.noalias() += p.eigen32().transpose() * ex;
+    else ey.noalias() += p.eigen32() * ex;
+  } else if (impl == "eigen_rm") {
+    ey.noalias() += p.eigenRows() * ex;
+  } else if (impl == "loop") {
+    const size_t* cp = p.A.getColPtr();
+    const size_t* row = p.A.getRow();
+    const double* v = p.A.getDoubleVal();
+    const double* xd = x.getdArr().data;
+    double* yd = y.getdArr().data;
+    for (size_t j = 0; j < p.n; ++j) {
+      if (trans) {
+        double s = 0;
+        for (size_t q = cp[j]; q < cp[j + 1]; ++q) s += v[q] * xd[row[q]];
+        yd[j] += s;
+      } else {
+        for (size_t q = cp[j]; q < cp[j + 1]; ++q) yd[row[q]] += v[q] * xd[j];
+      }
+    }
   }
 }
 
-void BM_spmv(benchmark::State& state, const std::string& name, bool trans, Impl impl,
-             int threads) {
-  const Problem& p = problem(name);
-  qvbase::Parallel::setAvailableThreads(threads);
-  Eigen::setNbThreads(threads);
+qvarray::Vector xVector(size_t n) {
+  qvarray::Vector x(n, 1.0);
+  for (size_t i = 0; i < n; ++i) x.d(i) = xValue(i);
+  return x;
+}
+
+// The implementations measured on a matrix, product and thread count.
+std::vector<std::string> productImpls(const MatrixSpec& spec, bool trans, int threads) {
+  std::vector<std::string> impls = {"qvarray", "eigen64"};
+  if (!spec.large) impls.push_back("eigen32");
+  if (threads > 1 && !trans) impls.push_back("eigen_rm");
+  if (threads == 1) impls.push_back("loop");
+  return impls;
+}
+
+void BM_spmv(benchmark::State& state, const MatrixSpec* spec, bool trans,
+             const std::string& impl, int threads) {
+  Problem& p = problem(*spec);
+  setThreads(threads);
   if (AVAILABLETHREADS() != threads) {
     state.SkipWithError("not enough threads");
     return;
   }
-  const qvarray::Trans_t t = trans ? qvarray::Trans : qvarray::NoTrans;
-  qvarray::Vector x(p.n, 1.0), y(p.n);
-  for (size_t i = 0; i < p.n; ++i) x.d(i) = 1.0 + 1e-3 * static_cast<double>(i % 97);
-  Eigen::Map<const Eigen::VectorXd> ex(x.getdArr().data, static_cast<Eigen::Index>(p.n));
-  Eigen::Map<Eigen::VectorXd> ey(y.getdArr().data, static_cast<Eigen::Index>(p.n));
-  auto once = [&] {
-    switch (impl) {
-      case Impl::Qvarray:
-        qvarray::yPlusAMulx(y, p.A, x, t);
-        break;
-      case Impl::Eigen64:
-        if (trans)
-          ey.noalias() += p.e64.transpose() * ex;
-        else
-          ey.noalias() += p.e64 * ex;
-        break;
-      case Impl::Eigen32:
-        if (trans)
-          ey.noalias() += p.e32.transpose() * ex;
-        else
-          ey.noalias() += p.e32 * ex;
-        break;
-      case Impl::Loop:
-        if (trans)
-          loopATx(p.A, x.getdArr().data, y.getdArr().data);
-        else
-          loopAx(p.A, x.getdArr().data, y.getdArr().data);
-        break;
+  const std::string config = std::string(spec->name) + (trans ? "/ATx/" : "/Ax/") +
+                             std::to_string(threads);
+  const auto& agreements = qvbench::checked(config, [&] {
+    const qvarray::Vector x = xVector(p.n);
+    qvarray::Vector ours(p.n);
+    product(p, "qvarray", trans, x, ours);
+    Agreements a;
+    for (const std::string& other : productImpls(*spec, trans, threads)) {
+      qvarray::Vector y(p.n);
+      product(p, other, trans, x, y);
+      a[other] = {qvbench::relDiff(ours.getdArr().data, y.getdArr().data, p.n, p.absScale),
+                  1e-14};
     }
-  };
-  once();  // builds the parallel data; warms the caches and pages
+    return a;
+  });
+  if (!qvbench::agrees(state, agreements, impl)) return;
+  const qvarray::Vector x = xVector(p.n);
+  qvarray::Vector y(p.n);
+  product(p, impl, trans, x, y);  // builds the parallel data; warms caches and pages
   for (auto _ : state) {
-    once();
+    product(p, impl, trans, x, y);
     benchmark::DoNotOptimize(y.getdArr().data);
     benchmark::ClobberMemory();
   }
-  const double index = impl == Impl::Eigen32 ? 4.0 : 8.0;
-  const double bytes = static_cast<double>(p.nnz) * (8.0 + index) +
-                       index * static_cast<double>(p.n + 1) + 3.0 * 8.0 * static_cast<double>(p.n);
-  state.counters["nnz"] = static_cast<double>(p.nnz);
+  const double bytes = productBytes(p, impl == "eigen32" ? 4.0 : 8.0);
   state.counters["ns_per_nnz"] = benchmark::Counter(
-      static_cast<double>(p.nnz) * 1e-9, benchmark::Counter::kIsIterationInvariantRate |
-                                             benchmark::Counter::kInvert);
-  state.counters["GB/s"] = benchmark::Counter(bytes * 1e-9, benchmark::Counter::kIsIterationInvariantRate);
-  if (impl == Impl::Qvarray && threads > 1) {
-    const auto data = p.A.getParallelData();
-    state.counters["aux_MB"] = data ? static_cast<double>(data->memoryBytes()) * 1e-6 : 0.0;
-  }
+      static_cast<double>(p.nnz) * 1e-9,
+      benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  state.counters["GB/s"] =
+      benchmark::Counter(bytes * 1e-9, benchmark::Counter::kIsIterationInvariantRate);
 }
 
-// a[i] = b[i] + s·c[i] over arrays far larger than the caches.
-void BM_triad(benchmark::State& state, int threads) {
-  const size_t n = size_t{1} << 24;  // 128 MiB per array
-  std::vector<double> a(n), b(n, 1.0), c(n, 2.0);
-  const double s = 3.0;
+// a[i] = b[i] + s·c[i] over three arrays of `bytes` together; the arrays of
+// each size are made once (first touch on the threads that use them).
+void BM_triad(benchmark::State& state, const MatrixSpec* spec, int threads) {
+  const Problem& p = problem(*spec);
+  const size_t n = static_cast<size_t>(productBytes(p, 8.0) / 24.0);
+  static std::map<size_t, std::unique_ptr<double[]>> arrays;
+  auto& slot = arrays[n];
+  if (!slot) {
+    slot.reset(new double[3 * n]);
+    double* d = slot.get();
+#pragma omp parallel for num_threads(threads) schedule(static)
+    for (size_t i = 0; i < n; ++i) d[i] = 0.0, d[n + i] = 1.0, d[2 * n + i] = 2.0;
+  }
+  double* a = slot.get();
+  const double* b = a + n;
+  const double* c = b + n;
+  const double s = 1e-3;
   auto once = [&] {
 #pragma omp parallel for num_threads(threads) schedule(static)
     for (size_t i = 0; i < n; ++i) a[i] = b[i] + s * c[i];
@@ -182,31 +271,69 @@ void BM_triad(benchmark::State& state, int threads) {
   once();
   for (auto _ : state) {
     once();
-    benchmark::DoNotOptimize(a.data());
+    benchmark::DoNotOptimize(a);
     benchmark::ClobberMemory();
   }
-  state.counters["GB/s"] =
-      benchmark::Counter(24.0 * static_cast<double>(n) * 1e-9, benchmark::Counter::kIsIterationInvariantRate);
+  state.counters["GB/s"] = benchmark::Counter(24.0 * static_cast<double>(n) * 1e-9,
+                                              benchmark::Counter::kIsIterationInvariantRate);
+}
+
+// The row-compressed copy: the library's parallel data (built by the team of
+// 2 threads) and Eigen's conversion to row-major storage.
+void BM_rowcopy(benchmark::State& state, const MatrixSpec* spec, const std::string& impl) {
+  Problem& p = problem(*spec);
+  setThreads(2);
+  const auto& agreements = qvbench::checked(std::string(spec->name) + "/rowcopy", [&] {
+    const qvarray::ParallelSparse ours(p.A);
+    const auto& r = ours.rowCompressed(p.A);
+    const EigenRows& e = p.eigenRows();
+    std::vector<double> ptr(p.n + 1), eptr(p.n + 1), col(p.nnz), ecol(p.nnz);
+    for (size_t i = 0; i <= p.n; ++i) ptr[i] = static_cast<double>(r.rowptr[i]),
+                                      eptr[i] = static_cast<double>(e.outerIndexPtr()[i]);
+    for (size_t q = 0; q < p.nnz; ++q) col[q] = static_cast<double>(r.col[q]),
+                                       ecol[q] = static_cast<double>(e.innerIndexPtr()[q]);
+    const double diff = std::max({qvbench::bitDiff(ptr.data(), eptr.data(), p.n + 1),
+                                  qvbench::bitDiff(col.data(), ecol.data(), p.nnz),
+                                  qvbench::bitDiff(r.dvalue.data, e.valuePtr(), p.nnz)});
+    return Agreements{{"qvarray", {0.0, 0.0}}, {"eigen_rm", {diff, 0.0}}};
+  });
+  if (!qvbench::agrees(state, agreements, impl)) return;
+  size_t bytes = 0;
+  for (auto _ : state) {
+    if (impl == "qvarray") {
+      const qvarray::ParallelSparse data(p.A);
+      benchmark::DoNotOptimize(data.rowCompressed(p.A).col.data);
+      bytes = data.memoryBytes();
+    } else {
+      const EigenRows rows(p.eigen64());
+      benchmark::DoNotOptimize(rows.valuePtr());
+      bytes = static_cast<size_t>(rows.nonZeros()) * 16 + (p.n + 1) * 8;
+    }
+  }
+  state.counters["MB"] = static_cast<double>(bytes) * 1e-6;
 }
 
 const int kRegistered = [] {
-  const char* impls[] = {"qvarray", "eigen64", "eigen32", "loop"};
-  for (int threads : {1, 2}) {
-    benchmark::RegisterBenchmark(("triad/threads:" + std::to_string(threads)).c_str(), BM_triad,
-                                 threads)
-        ->UseRealTime()
-        ->Unit(benchmark::kMillisecond);
-    for (const char* name : {"lap2d_1e6", "lap2d_1e7", "sten3d_1e6", "sten3d_1e7"})
-      for (bool trans : {false, true})
-        for (int i = 0; i < 4; ++i) {
-          if (i == 3 && threads > 1) continue;  // the plain loop is serial
-          const std::string id = std::string("spmv/") + name + (trans ? "/ATx/" : "/Ax/") +
-                                 impls[i] + "/threads:" + std::to_string(threads);
-          benchmark::RegisterBenchmark(id.c_str(), BM_spmv, std::string(name), trans,
-                                       static_cast<Impl>(i), threads)
+  for (const MatrixSpec& spec : kMatrices) {
+    for (int threads : {1, 2})
+      for (bool trans : {false, true}) {
+        const std::string kase = std::string("spmv/") + spec.name + (trans ? "/ATx" : "/Ax") +
+                                 "/threads:" + std::to_string(threads) + "/";
+        for (const std::string& impl : productImpls(spec, trans, threads)) {
+          benchmark::RegisterBenchmark((kase + impl).c_str(), BM_spmv, &spec, trans, impl,
+                                       threads)
               ->UseRealTime()
               ->Unit(benchmark::kMillisecond);
         }
+        benchmark::RegisterBenchmark((kase + "triad").c_str(), BM_triad, &spec, threads)
+            ->UseRealTime()
+            ->Unit(benchmark::kMillisecond);
+      }
+    for (const char* impl : {"qvarray", "eigen_rm"})
+      benchmark::RegisterBenchmark((std::string("rowcopy/") + spec.name + "/" + impl).c_str(),
+                                   BM_rowcopy, &spec, std::string(impl))
+          ->UseRealTime()
+          ->Unit(benchmark::kMillisecond);
   }
   return 0;
 }();

@@ -14,7 +14,8 @@
 // - Wrappers size their outputs themselves and query LAPACK for workspace.
 // - Matrices go to LAPACK with leading dimension size0, so a kernel may work
 //   on a leading block of a larger array.
-// - scale, norm and copy use an inline loop for n <= 50 and BLAS above.
+// - scale and norm use an inline loop for n <= 50 and BLAS above; copy is a
+//   memory move at every length.
 #include <complex>
 #include <vector>
 
@@ -61,7 +62,7 @@ QVARRAY_API void scale(dcomplex* x, dcomplex a, int n);
 QVARRAY_API double norm(const double* x, int n);
 QVARRAY_API double norm(const dcomplex* x, int n);
 
-/// y = x (runs may overlap for n <= 50).
+/// y = x (the runs may overlap).
 QVARRAY_API void copy(int n, const double* x, double* y);
 QVARRAY_API void copy(int n, const dcomplex* x, dcomplex* y);
 

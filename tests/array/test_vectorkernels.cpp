@@ -1,8 +1,13 @@
 // Level-1 and elementwise kernels against naive long-double loops, on both
-// sides of the 50-element BLAS threshold.
+// sides of the 50-element BLAS threshold, and against the direct BLAS call
+// where the result is BLAS's.
+#include <cblas.h>
 #include <gtest/gtest.h>
 
+#include <bit>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 #include <limits>
 #include <vector>
 
@@ -109,27 +114,81 @@ TYPED_TEST(VectorKernels, ScaleByNaNGivesNaNEverywhere) {
 TYPED_TEST(VectorKernels, NormAgreesAcrossTheThreshold) {
   using T = TypeParam;
   Rng rng;
-  auto x = randomVector<T>(51, rng);
+  auto x = randomVector<T>(61, rng);
   x[50] = T(0.0);
   long double ref = 0;
-  for (int i = 0; i < 50; ++i) ref += std::norm(wide(x[i]));
-  ref = std::sqrt(ref);
+  for (int n = 1; n <= 50; ++n) {  // plain sums of every length
+    ref += std::norm(wide(x[n - 1]));
+    EXPECT_LT(relErr(qvarray::norm(x.data, n), std::sqrt(ref)), 1e-15) << n;
+  }
   const double n50 = qvarray::norm(x.data, 50);  // plain sum
   const double n51 = qvarray::norm(x.data, 51);  // BLAS
-  EXPECT_LT(relErr(n50, ref), 1e-15);
-  EXPECT_LT(relErr(n51, ref), 1e-15);
   EXPECT_NEAR(n50, n51, 4 * kEps * n50);
-  EXPECT_EQ(qvarray::norm(x), n51);
+  EXPECT_EQ(qvarray::norm(x.data, 61), qvarray::norm(x));
   EXPECT_EQ(qvarray::norm(Array<T, 1>()), 0.0);
+  for (int n : {10, 61}) {  // NaN and infinity propagate on both sides
+    auto z = x;
+    z[3] = T(kNaN);
+    EXPECT_TRUE(std::isnan(qvarray::norm(z.data, n))) << n;
+    z[3] = T(std::numeric_limits<double>::infinity());
+    EXPECT_EQ(qvarray::norm(z.data, n), std::numeric_limits<double>::infinity()) << n;
+  }
+  auto big = x;  // above the threshold the sum is scaled: no overflow
+  for (auto& v : big) v *= 1e200;
+  EXPECT_LT(relErr(qvarray::norm(big) / 1e200, wide(qvarray::norm(x))), 1e-14);
 }
 
-TYPED_TEST(VectorKernels, CopyMovesOverlappingShortRunsAndKeepsTheTarget) {
+// dot and yPlusaMulx promise BLAS's result, and scale above 50 elements
+// dscal's: the bits of the direct call at every length, whichever way the
+// library computes them. Magnitudes spread over 2^±20, so that any other order
+// of the additions shows in the last bits.
+TEST(VectorKernels, RealKernelsGiveTheBitsOfBlas) {
+  Rng rng;
+  const auto spread = [&](int n) {
+    Array<double, 1> v(static_cast<size_t>(n));
+    for (double& e : v) e = std::ldexp(rng.real(), static_cast<int>(20 * rng.real()));
+    return v;
+  };
+  const auto same = [](const Array<double, 1>& a, const Array<double, 1>& b) {
+    return a.count == 0 || std::memcmp(a.data, b.data, sizeof(double) * a.count) == 0;
+  };
+  std::vector<int> lengths;
+  for (int n = 0; n <= 70; ++n) lengths.push_back(n);
+  lengths.insert(lengths.end(), {100, 255, 1000, 4096, 4097, 20000});
+  for (int n : lengths) {
+    const auto x = spread(n), y = spread(n);
+    EXPECT_EQ(std::bit_cast<std::uint64_t>(qvarray::dot(x, y)),
+              std::bit_cast<std::uint64_t>(cblas_ddot(n, x.data, 1, y.data, 1))) << n;
+    for (double a : {rng.real(), 0.0}) {
+      auto ours = y, theirs = y;
+      qvarray::yPlusaMulx(ours, a, x);
+      cblas_daxpy(n, a, x.data, 1, theirs.data, 1);
+      EXPECT_TRUE(same(ours, theirs)) << n << " " << a;
+      if (n <= 50) continue;  // below, scale is the library's own loop
+      ours = x, theirs = x;
+      qvarray::scale(ours, a);
+      cblas_dscal(n, a, theirs.data, 1);
+      EXPECT_TRUE(same(ours, theirs)) << n << " " << a;
+    }
+  }
+  for (int n : {10, 60}) {  // a zero factor does not read x, as in BLAS
+    auto x = spread(n), y = spread(n);
+    x[1] = kNaN;
+    const auto y0 = y;
+    qvarray::yPlusaMulx(y, 0.0, x);
+    EXPECT_TRUE(same(y, y0)) << n;
+  }
+}
+
+TYPED_TEST(VectorKernels, CopyMovesOverlappingRunsAndKeepsTheTarget) {
   using T = TypeParam;
   Rng rng;
-  auto x = randomVector<T>(20, rng);
-  const auto x0 = x;
-  qvarray::copy(10, x.data, x.data + 5);  // overlapping short run: memory move
-  for (int i = 0; i < 10; ++i) EXPECT_EQ(x[5 + i], x0[i]);
+  for (int n : {10, 300}) {  // overlapping runs, either side of 50 elements
+    auto x = randomVector<T>(n + 5, rng);
+    const auto x0 = x;
+    qvarray::copy(n, x.data, x.data + 5);
+    for (int i = 0; i < n; ++i) ASSERT_EQ(x[5 + i], x0[i]) << n << " " << i;
+  }
   for (int n : {7, 51, 300}) {
     const auto src = randomVector<T>(n, rng), dst0 = randomVector<T>(n + 4, rng);
     auto dst = dst0;
