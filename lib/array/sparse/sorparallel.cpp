@@ -18,17 +18,18 @@
 // P in reverse, boundary columns first. It is a true SOR sweep of the
 // symmetrically permuted matrix, so it converges as the serial sweep does for
 // every ω; the result depends on the number of blocks (through P), never on
-// the scheduling or on how many threads run the blocks (qvbase::runParts may
-// run them all on the calling thread). Interior columns whose entries all lie in interior rows
-// take the serial kernel's step; the others tell the rows that come earlier
-// in P by a per-row flag.
+// the scheduling or on how many threads run the blocks (a qvbase::Team may
+// run them all on the calling thread). Interior columns whose entries all
+// lie in interior rows take the serial kernel's step; the others tell the
+// rows that come earlier in P by a per-row flag.
 //
 // The sweep with residual (SORItUpdater) gives y = r + A·δ exactly: mode 0 in
 // the same pass (its fused step works in any order), the gathering kinds by a
 // second in-place pass in the order of the sweep. The update (SORUpdater) is
-// a product: phase 1 reads, for the columns whose chosen side leaves the
-// block, the off-block part of the sum from the old vector; phase 2 runs the
-// in-place update inside each block and adds those parts.
+// a product with the old vector: the parts copy it (phase 1), then compute
+// their columns from the copy (phase 2), each value with the arithmetic of
+// the serial pass, so that the result is the serial one bit for bit and a
+// team of one runs the serial pass itself.
 #include <algorithm>
 #include <utility>
 #include <vector>
