@@ -53,9 +53,9 @@
 #include "qvarray/arrayutil.h"
 #include "qvarray/blasruntime.h"
 #include "qvarray/gmres.h"
-#include "qvarray/sparseoperator.h"
-#include "qvarray/sparseproducts.h"
-#include "qvarray/sparserelax.h"
+#include "qvarray/sparse/sparseoperator.h"
+#include "qvarray/sparse/sparseproducts.h"
+#include "qvarray/sparse/sparserelax.h"
 #include "qvutil/parallel.h"
 #include "relaxoperators.h"
 
