@@ -24,7 +24,7 @@ ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 # ThreadSanitizer: LLVM's OpenMP runtime with Archer stands in for the
 # uninstrumented libgomp (tests/CMakeLists.txt); the preset selects the tests.
 cmake --preset tsan
-cmake --build --preset tsan -j "$jobs" --target test_sparseops check_error_keys
+cmake --build --preset tsan -j "$jobs" --target test_sparseops test_relax test_util check_error_keys
 ctest --preset tsan -j "$jobs"
 
 ctest --preset release -j "$jobs"

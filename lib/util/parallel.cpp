@@ -70,11 +70,13 @@ struct CallRecord {
 constexpr size_t kCallRecords = 256;
 CallRecord callRecords[kCallRecords];
 
-// The record of a routine and size class, made on first use; null when the
-// table is full (then calls go as the library decides, unrecorded).
+// The record of a routine and size class (a factor of 4 in work, up to
+// 2^64), made on first use; null when the table is full (then calls go as the
+// library decides, unrecorded).
 CallRecord* callRecord(const void* key, double work) {
+  const auto size = static_cast<std::uint64_t>(std::min(work, 1.8e19));
   const std::uintptr_t tag = (reinterpret_cast<std::uintptr_t>(key) & ((std::uintptr_t(1) << 56) - 1)) |
-                             (std::uintptr_t(classOf(static_cast<size_t>(work)) + 1) << 56);
+                             (std::uintptr_t(std::bit_width(size) / 2 + 1) << 56);
   const size_t home = static_cast<size_t>((tag * 0x9E3779B97F4A7C15ull) >> 56);
   for (size_t k = 0; k < kCallRecords; ++k) {
     CallRecord& r = callRecords[(home + k) % kCallRecords];
