@@ -27,8 +27,8 @@
 //                     BLAS/LAPACK calls; 1 thread is SerialBlasScope
 // Before timing, every path checks that its 2-thread result equals the
 // 1-thread one bit for bit (the sweeps and GMRES, whose 2-thread ordering is
-// another sweep, that two 2-thread runs agree bit for bit); the dense calls
-// are checked bit for bit too, which holds for these OpenBLAS routines.
+// another sweep: that two 2-thread runs agree bit for bit); the dense calls
+// to 1e-12, relative: OpenBLAS rounds differently on 2 threads at some sizes.
 #include <benchmark/benchmark.h>
 #include <omp.h>
 #include <signal.h>
@@ -254,6 +254,7 @@ Path gemm(size_t n) {
   p.reset = [] {};
   p.run = [=] { qvarray::matmatAMulB(*A, *B, 1.0, 0.0, *C); };
   p.result = [C] { return std::vector<double>(C->data, C->data + C->count); };
+  p.tolerance = 1e-12;  // OpenBLAS rounds differently on 2 threads at some sizes
   return p;
 }
 
@@ -271,6 +272,7 @@ Path lu(size_t n) {
     qvarray::lu(*A, *ipiv, 1);
   };
   p.result = [A] { return std::vector<double>(A->data, A->data + A->count); };
+  p.tolerance = 1e-12;
   return p;
 }
 
@@ -288,6 +290,7 @@ Path gemv(size_t n) {
     qvarray::yPlusAMulx(*y, *A, *x, qvarray::NoTrans);
   };
   p.result = [y] { return std::vector<double>(y->data, y->data + y->count); };
+  p.tolerance = 1e-12;
   return p;
 }
 
@@ -349,7 +352,8 @@ void runPath(benchmark::State& state, const std::function<Path()>& make, bool bu
   }
   p.reset();
   const BusyMachine machine(busy);
-  const double once = timeBatch(p, 1, 1);
+  double once = timeBatch(p, 1, 1);  // the fastest of a few calls: not a preempted one
+  for (int k = 0; k < 4; ++k) once = std::min(once, timeBatch(p, 1, 1));
   const int calls = std::max(1, static_cast<int>(0.02 / once));
   std::vector<double> t1, t2;
   bool oneFirst = true;

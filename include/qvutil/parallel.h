@@ -21,9 +21,12 @@
 //   other processes a spinning thread loses its core for a whole time slice,
 //   and a step that needs it waits as long: milliseconds, against tens of
 //   microseconds of work. So every step run on several threads compares its
-//   duration with the time one thread would have taken (its calling thread's
-//   share times the parts); steps of about the same size (a factor of 4) share
-//   a balance of the time gained and lost, and when it turns negative they run
+//   duration with 3/4 of the time one thread would have taken (its calling
+//   thread's share times the parts): a team must pay for the cores it takes
+//   from the other processes, and a busy core also slows the calling thread's
+//   share, which makes that estimate high. Steps of about the same size (a
+//   factor of 4) share a balance of the time gained and lost; when it turns
+//   negative they run
 //   on the calling thread for a while: 20 ms at first or 16 times the loss of
 //   the step that turned it, doubling while the losses go on, up to 2 s; then
 //   the team is tried again.
@@ -45,7 +48,7 @@ class QVUTIL_API Parallel {
   /// Sets the thread count, clamped to 1..maxThreads(); returns the value set.
   static int setAvailableThreads(int n);
 
-  /// Work units below which a step does not start another thread (default 16384).
+  /// Work units below which a step does not start another thread (default 8192).
   static size_t minWorkPerThread();
   /// Sets it (at least 1); returns the value set.
   static size_t setMinWorkPerThread(size_t units);
@@ -105,15 +108,19 @@ struct PartCall {
   void (*run)(void* body, int part);
   void* body;
 };
-QVUTIL_API void runParts(int parts, int threads, size_t work, const PartCall* phases, int count);
+QVUTIL_API void runParts(int parts, int threads, size_t work, double extra, const PartCall* phases,
+                         int count);
 }  // namespace detail
 
 /// One parallel step of a kernel: `parts` parts, `work` units, and the team
-/// Parallel::teamFor chose for them when the step was made.
+/// Parallel::teamFor chose for them when the step was made. `extra` is the
+/// work of all parts together over the work of the kernel's serial form
+/// (2 when the parts read the matrix twice), for the time one thread would
+/// have taken.
 class Team {
  public:
-  Team(int parts, size_t work)
-      : parts_(parts), work_(work), threads_(Parallel::teamFor(parts, work)) {}
+  Team(int parts, size_t work, double extra = 1.0)
+      : parts_(parts), work_(work), extra_(extra), threads_(Parallel::teamFor(parts, work)) {}
   /// The threads run() will start; 1 means the calling thread only, and a
   /// kernel whose serial form gives the same result may run that instead.
   int threads() const { return threads_; }
@@ -128,12 +135,13 @@ class Team {
     const detail::PartCall calls[] = {detail::PartCall{
         [](void* body, int part) { (*static_cast<std::remove_reference_t<Phase>*>(body))(part); },
         const_cast<void*>(static_cast<const void*>(std::addressof(phases)))}...};
-    detail::runParts(parts_, threads_, work_, calls, static_cast<int>(sizeof...(Phase)));
+    detail::runParts(parts_, threads_, work_, extra_, calls, static_cast<int>(sizeof...(Phase)));
   }
 
  private:
   int parts_;
   size_t work_;
+  double extra_;
   int threads_;
 };
 

@@ -24,7 +24,7 @@ std::atomic<int>& current() {
   return value;
 }
 
-std::atomic<size_t> minWork{16384};
+std::atomic<size_t> minWork{8192};
 std::atomic<bool> adaptiveOn{true};
 std::atomic<bool> adaptiveCalls{true};
 
@@ -144,8 +144,8 @@ void Parallel::recordStep(size_t work, double wallSeconds, double serialSeconds)
   const auto wall = static_cast<std::int64_t>(wallSeconds * 1e9);
   const auto serial = static_cast<std::int64_t>(serialSeconds * 1e9);
   const std::int64_t cap = std::max(kCredit, 4 * serial);
-  const std::int64_t balance =
-      std::min(cap, c.balance.load(std::memory_order_relaxed) + serial - wall);
+  const std::int64_t loss = wall - serial * 3 / 4;  // a team must save a quarter
+  const std::int64_t balance = std::min(cap, c.balance.load(std::memory_order_relaxed) - loss);
   if (balance >= 0) {
     c.balance.store(balance, std::memory_order_relaxed);
     return;
@@ -159,7 +159,7 @@ void Parallel::recordStep(size_t work, double wallSeconds, double serialSeconds)
   const bool sameSpell =
       last > 0 && now - c.serialUntil.load(std::memory_order_relaxed) < 2 * last;
   const std::int64_t length = std::min(
-      kLastFallback, std::max(sameSpell ? 2 * last : kFirstFallback, kPerLoss * (wall - serial)));
+      kLastFallback, std::max(sameSpell ? 2 * last : kFirstFallback, kPerLoss * loss));
   c.fallback.store(length, std::memory_order_relaxed);
   c.serialUntil.store(now + length, std::memory_order_relaxed);
   c.balance.store(kCredit, std::memory_order_relaxed);
@@ -203,7 +203,8 @@ LibraryCall::~LibraryCall() {
 
 namespace detail {
 
-void runParts(int parts, int team, size_t work, const PartCall* phases, int count) {
+void runParts(int parts, int team, size_t work, double extra, const PartCall* phases,
+              int count) {
   if (parts <= 0 || count <= 0) return;
   if (team <= 1) {
     for (int k = 0; k < count; ++k)
@@ -244,7 +245,7 @@ void runParts(int parts, int team, size_t work, const PartCall* phases, int coun
   if (threads > 1) {
     const int ownParts = (parts + threads - 1) / threads;
     Parallel::recordStep(work, static_cast<double>(wall) * 1e-9,
-                         static_cast<double>(own) * 1e-9 * parts / ownParts);
+                         static_cast<double>(own) * 1e-9 * parts / ownParts / extra);
   }
 }
 

@@ -166,7 +166,9 @@ void storageProduct(const Sparse& A, const llsparse<TA>& s, const TX* x, TY* y, 
   const size_t* cp = s.colptr.data;
   const size_t m = s.m, n = s.n, off = s.firstRow;
   const int parts = AVAILABLETHREADS();
-  const qvbase::Team team(parts, (plan.form == Form::Symmetric ? 2 : 1) * s.nnz + std::max(m, n));
+  // The symmetric form reads both compressions, the serial kernel one.
+  const double extra = plan.form == Form::Symmetric ? 2.0 : 1.0;
+  const qvbase::Team team(parts, s.nnz + std::max(m, n), extra);
   withFlags(kComplex && plan.conjA, kComplex && plan.conjB, minus, [&](auto CA, auto CB, auto SUB) {
     if (team.threads() == 1)
       return serialColumns<CA(), CB(), SUB()>(plan.form, cp, s.row, s.value, off, n, x, y);
