@@ -9,9 +9,11 @@
 // through the global run log when they differ, and relaunchWithFastBlas()
 // lets a stand-alone program (never the library, never a host) restart itself
 // on the right kernels.
+#include <optional>
 #include <string>
 
 #include "qvarray/export.h"
+#include "qvutil/parallel.h"
 
 namespace qvarray {
 
@@ -51,6 +53,26 @@ class QVARRAY_API SerialBlasScope {
 
  private:
   int saved_;
+};
+
+/// Lets the BLAS/LAPACK calls this thread makes while alive use their team
+/// only when that pays now, and records how long they took. A team of BLAS
+/// threads meets at every step of a routine; on a machine whose cores are
+/// busy with other processes it waits for a descheduled thread each time and
+/// can take several times as long as one thread (measured: bench_busy).
+/// qvbase::LibraryCall decides from the recent times of routine `key` (an
+/// address naming it) at this size, `work` units proportional to its cost.
+/// Calls made where BLAS already runs on one thread (inside SerialBlasScope or
+/// a parallel region) are left alone and not recorded.
+class QVARRAY_API BlasThreads {
+ public:
+  BlasThreads(const void* key, double work);
+  BlasThreads(const BlasThreads&) = delete;
+  BlasThreads& operator=(const BlasThreads&) = delete;
+
+ private:
+  std::optional<qvbase::LibraryCall> call_;
+  std::optional<SerialBlasScope> serial_;  // destroyed first: the call's time includes it
 };
 
 }  // namespace qvarray

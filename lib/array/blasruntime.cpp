@@ -84,4 +84,10 @@ SerialBlasScope::~SerialBlasScope() {
   if (saved_ != 1) omp_set_num_threads(saved_);
 }
 
+BlasThreads::BlasThreads(const void* key, double work) {
+  if (omp_get_max_threads() < 2) return;
+  call_.emplace(key, work);
+  if (call_->threads() == 1) serial_.emplace();
+}
+
 }  // namespace qvarray

@@ -19,7 +19,8 @@ namespace {
 // The orthogonalisation and update are memory-bound level-2 BLAS calls on a
 // few hundred kB: a second BLAS thread gains little on them, and on a busy
 // machine waiting for it costs up to ten times the work (measured). Below
-// this many unknowns they run on one thread; the operator and preconditioner
+// this many unknowns they run on one thread; above, the BLAS layer gives them
+// the team only while it pays (BlasThreads). The operator and preconditioner
 // keep whatever threading they use.
 constexpr size_t kSerialBelow = 100000;
 

@@ -4,6 +4,11 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <mutex>
 
 namespace qvbase {
 
@@ -19,6 +24,69 @@ std::atomic<int>& current() {
   return value;
 }
 
+std::atomic<size_t> minWork{8192};
+std::atomic<bool> adaptiveOn{true};
+std::atomic<bool> adaptiveCalls{true};
+
+std::int64_t nowNs() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(
+             std::chrono::steady_clock::now().time_since_epoch())
+      .count();
+}
+
+// Times in nanoseconds. A size class may lose kCredit before it falls back,
+// and starts again with that credit after each fall-back: the first step of
+// a team whose threads have gone to sleep pays for waking them.
+constexpr std::int64_t kCredit = 1'000'000;
+constexpr std::int64_t kFirstFallback = 20'000'000;
+constexpr std::int64_t kLastFallback = 2'000'000'000;
+constexpr std::int64_t kPerLoss = 16;
+
+// What the steps of one size class (work in [4^k, 4^(k+1))) gained and lost.
+struct SizeClass {
+  std::atomic<std::int64_t> balance{kCredit};  // gained − lost, capped at max(kCredit, 4·serial)
+  std::atomic<std::int64_t> serialUntil{0};    // steps run on one thread until then
+  std::atomic<std::int64_t> fallback{0};       // length of the last fall-back, 0 before the first
+};
+
+constexpr int kClasses = 16;
+SizeClass classes[kClasses];
+
+int classOf(size_t work) { return std::min(kClasses - 1, static_cast<int>(std::bit_width(work)) / 2); }
+
+SizeClass& sizeClass(size_t work) { return classes[classOf(work)]; }
+
+// Library calls: per routine and size class, seconds per unit of work on one
+// thread (way 0) and on the team (way 1), 0 until measured, averaged with
+// weight 1/2 for the newest call, and when each way was last used.
+constexpr std::int64_t kRetry = 1'000'000'000;
+
+struct CallRecord {
+  std::atomic<std::uintptr_t> tag{0};  // routine address | (size class + 1) << 56
+  std::atomic<double> perUnit[2] = {0.0, 0.0};
+  std::atomic<std::int64_t> used[2] = {0, 0};
+};
+
+constexpr size_t kCallRecords = 256;
+CallRecord callRecords[kCallRecords];
+
+// The record of a routine and size class (a factor of 4 in work, up to
+// 2^64), made on first use; null when the table is full (then calls go as the
+// library decides, unrecorded).
+CallRecord* callRecord(const void* key, double work) {
+  const auto size = static_cast<std::uint64_t>(std::min(work, 1.8e19));
+  const std::uintptr_t tag = (reinterpret_cast<std::uintptr_t>(key) & ((std::uintptr_t(1) << 56) - 1)) |
+                             (std::uintptr_t(std::bit_width(size) / 2 + 1) << 56);
+  const size_t home = static_cast<size_t>((tag * 0x9E3779B97F4A7C15ull) >> 56);
+  for (size_t k = 0; k < kCallRecords; ++k) {
+    CallRecord& r = callRecords[(home + k) % kCallRecords];
+    std::uintptr_t seen = r.tag.load(std::memory_order_acquire);
+    if (seen == 0 && r.tag.compare_exchange_strong(seen, tag, std::memory_order_acq_rel)) return &r;
+    if (seen == tag) return &r;
+  }
+  return nullptr;
+}
+
 }  // namespace
 
 int Parallel::maxThreads() { return initialMax(); }
@@ -32,5 +100,155 @@ int Parallel::setAvailableThreads(int n) {
   current().store(n, std::memory_order_relaxed);
   return n;
 }
+
+size_t Parallel::minWorkPerThread() { return minWork.load(std::memory_order_relaxed); }
+
+size_t Parallel::setMinWorkPerThread(size_t units) {
+  units = std::max<size_t>(units, 1);
+  minWork.store(units, std::memory_order_relaxed);
+  return units;
+}
+
+bool Parallel::adaptive() { return adaptiveOn.load(std::memory_order_relaxed); }
+
+void Parallel::setAdaptive(bool on) {
+  for (SizeClass& c : classes) {
+    c.balance.store(kCredit, std::memory_order_relaxed);
+    c.serialUntil.store(0, std::memory_order_relaxed);
+    c.fallback.store(0, std::memory_order_relaxed);
+  }
+  for (CallRecord& r : callRecords)
+    for (int way = 0; way < 2; ++way) {
+      r.perUnit[way].store(0.0, std::memory_order_relaxed);
+      r.used[way].store(0, std::memory_order_relaxed);
+    }
+  adaptiveOn.store(on, std::memory_order_relaxed);
+}
+
+int Parallel::teamFor(int parts, size_t work) {
+  const size_t byWork = std::max<size_t>(1, work / minWorkPerThread());
+  const int team = static_cast<int>(
+      std::min<size_t>(std::min(parts, availableThreads()), byWork));
+  if (team < 2) return 1;
+  if (adaptive() &&
+      nowNs() < sizeClass(work).serialUntil.load(std::memory_order_relaxed))
+    return 1;
+  return team;
+}
+
+// Several threads may record at once: the updates are single loads and
+// stores, and a lost update only shifts a fall-back by one step.
+void Parallel::recordStep(size_t work, double wallSeconds, double serialSeconds) {
+  if (!adaptive()) return;
+  SizeClass& c = sizeClass(work);
+  const auto wall = static_cast<std::int64_t>(wallSeconds * 1e9);
+  const auto serial = static_cast<std::int64_t>(serialSeconds * 1e9);
+  const std::int64_t cap = std::max(kCredit, 4 * serial);
+  const std::int64_t loss = wall - serial * 3 / 4;  // a team must save a quarter
+  const std::int64_t balance = std::min(cap, c.balance.load(std::memory_order_relaxed) - loss);
+  if (balance >= 0) {
+    c.balance.store(balance, std::memory_order_relaxed);
+    return;
+  }
+  // Lost more than gained: one thread for a while, twice as long as last time
+  // when this loss comes soon after the last fall-back ended, and at least
+  // kPerLoss times this step's loss, so that trying the team again costs a
+  // small share of the time even when a late thread costs whole time slices.
+  const std::int64_t now = nowNs();
+  const std::int64_t last = c.fallback.load(std::memory_order_relaxed);
+  const bool sameSpell =
+      last > 0 && now - c.serialUntil.load(std::memory_order_relaxed) < 2 * last;
+  const std::int64_t length = std::min(
+      kLastFallback, std::max(sameSpell ? 2 * last : kFirstFallback, kPerLoss * loss));
+  c.fallback.store(length, std::memory_order_relaxed);
+  c.serialUntil.store(now + length, std::memory_order_relaxed);
+  c.balance.store(kCredit, std::memory_order_relaxed);
+}
+
+bool Parallel::adaptiveLibraryCalls() { return adaptiveCalls.load(std::memory_order_relaxed); }
+
+void Parallel::setAdaptiveLibraryCalls(bool on) { adaptiveCalls.store(on, std::memory_order_relaxed); }
+
+int Parallel::callThreads(const void* key, double work) {
+  const int team = availableThreads();
+  if (team < 2 || !adaptive() || !adaptiveLibraryCalls()) return team;
+  CallRecord* r = callRecord(key, work);
+  if (!r) return team;
+  const double one = r->perUnit[0].load(std::memory_order_relaxed);
+  const double many = r->perUnit[1].load(std::memory_order_relaxed);
+  if (many == 0.0) return team;
+  if (one == 0.0) return 1;
+  const int best = many < one ? 1 : 0;
+  const bool retry = nowNs() - r->used[1 - best].load(std::memory_order_relaxed) > kRetry;
+  return (best == 1) != retry ? team : 1;
+}
+
+void Parallel::recordCall(const void* key, double work, int threads, double seconds) {
+  if (!adaptive() || !adaptiveLibraryCalls() || work <= 0.0) return;
+  CallRecord* r = callRecord(key, work);
+  if (!r) return;
+  const int way = threads > 1 ? 1 : 0;
+  const double sample = seconds / work;
+  const double old = r->perUnit[way].load(std::memory_order_relaxed);
+  r->perUnit[way].store(old == 0.0 ? sample : 0.5 * (old + sample), std::memory_order_relaxed);
+  r->used[way].store(nowNs(), std::memory_order_relaxed);
+}
+
+LibraryCall::LibraryCall(const void* key, double work)
+    : key_(key), work_(work), threads_(Parallel::callThreads(key, work)), start_(nowNs()) {}
+
+LibraryCall::~LibraryCall() {
+  Parallel::recordCall(key_, work_, threads_, static_cast<double>(nowNs() - start_) * 1e-9);
+}
+
+namespace detail {
+
+void runParts(int parts, int team, size_t work, double extra, const PartCall* phases,
+              int count) {
+  if (parts <= 0 || count <= 0) return;
+  if (team <= 1) {
+    for (int k = 0; k < count; ++k)
+      for (int part = 0; part < parts; ++part) phases[k].run(phases[k].body, part);
+    return;
+  }
+  std::exception_ptr failure;
+  std::atomic<bool> failed{false};
+  std::mutex failureLock;
+  std::int64_t own = 0;  // time thread 0 spent in its parts
+  int threads = 1;
+  const std::int64_t start = nowNs();
+#pragma omp parallel num_threads(team)
+  {
+    const int t = omp_get_thread_num(), size = omp_get_num_threads();
+    for (int k = 0; k < count; ++k) {
+      const std::int64_t begin = t == 0 ? nowNs() : 0;
+      if (!failed.load(std::memory_order_relaxed)) {
+        try {
+          for (int part = t; part < parts; part += size) phases[k].run(phases[k].body, part);
+        } catch (...) {
+          std::lock_guard<std::mutex> guard(failureLock);
+          if (!failure) failure = std::current_exception();
+          failed.store(true, std::memory_order_relaxed);
+        }
+      }
+      if (t == 0) {
+        own += nowNs() - begin;
+        threads = size;
+      }
+      if (k + 1 < count) {
+#pragma omp barrier
+      }
+    }
+  }
+  const std::int64_t wall = nowNs() - start;
+  if (failure) std::rethrow_exception(failure);
+  if (threads > 1) {
+    const int ownParts = (parts + threads - 1) / threads;
+    Parallel::recordStep(work, static_cast<double>(wall) * 1e-9,
+                         static_cast<double>(own) * 1e-9 * parts / ownParts / extra);
+  }
+}
+
+}  // namespace detail
 
 }  // namespace qvbase

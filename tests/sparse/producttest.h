@@ -25,16 +25,27 @@ inline constexpr Symm_t kModes[] = {qvarray::SymmNone, qvarray::SymmSymmetric,
                                     qvarray::SymmHermitian, qvarray::SymmTransposed};
 inline bool isSymmetric(Symm_t s) { return s == qvarray::SymmSymmetric || s == qvarray::SymmHermitian; }
 
-/// Sets AVAILABLETHREADS() for its lifetime.
+/// Sets AVAILABLETHREADS() for its lifetime, and lets every parallel step
+/// start all of them, however small and however busy the machine, so that
+/// the parallel kernels run.
 class Threads {
  public:
-  explicit Threads(int n) : saved_(AVAILABLETHREADS()) { qvbase::Parallel::setAvailableThreads(n); }
-  ~Threads() { qvbase::Parallel::setAvailableThreads(saved_); }
+  explicit Threads(int n) : saved_(AVAILABLETHREADS()), grain_(qvbase::Parallel::minWorkPerThread()) {
+    qvbase::Parallel::setAvailableThreads(n);
+    qvbase::Parallel::setMinWorkPerThread(1);
+    qvbase::Parallel::setAdaptive(false);
+  }
+  ~Threads() {
+    qvbase::Parallel::setAvailableThreads(saved_);
+    qvbase::Parallel::setMinWorkPerThread(grain_);
+    qvbase::Parallel::setAdaptive(true);
+  }
   /// True when n threads can be had on this machine.
   static bool available(int n) { return MAXAVAILABLETHREADS >= n; }
 
  private:
   int saved_;
+  size_t grain_;
 };
 
 /// Runs body(threads) with 1 and, where the machine has them, 2 threads.

@@ -6,7 +6,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
+#include <numeric>
+#include <stdexcept>
 #include <thread>
+#include <vector>
 
 #include "qvtest.h"
 #include "qvutil/nestedlock.h"
@@ -58,6 +61,70 @@ TEST(Parallel, ThreadCountIsClampedAndBoundsOpenMPThreadNumbers) {
   highest = omp_get_thread_num();
   EXPECT_LT(highest, maxT);
   qvbase::Parallel::setAvailableThreads(before);
+}
+
+// Phase 2 reads every part's phase-1 output: the same numbers whatever the
+// team, and a part's exception reaches the caller after the team finished.
+TEST(Parallel, TeamRunsThePhasesInTurnOnAnyTeamAndRethrows) {
+  using qvbase::Parallel;
+  const size_t grain = Parallel::minWorkPerThread();
+  const int before = AVAILABLETHREADS();
+  Parallel::setMinWorkPerThread(1);
+  Parallel::setAdaptive(false);  // these steps are far too small to pay
+  std::vector<std::vector<long>> results;
+  for (int threads : {1, 2, MAXAVAILABLETHREADS}) {
+    Parallel::setAvailableThreads(threads);
+    const qvbase::Team team(5, 1000);
+    EXPECT_EQ(team.threads(), std::min(threads, 5));
+    std::vector<long> a(5, 0), b(5, 0);
+    team.run([&](int p) { a[p] = p + 1; },
+             [&](int p) { b[p] = p * std::accumulate(a.begin(), a.end(), 0L); });
+    results.push_back(b);
+    EXPECT_THROW(team.run([](int p) { if (p == 3) throw std::runtime_error("part 3"); }),
+                 std::runtime_error);
+  }
+  for (const auto& b : results) EXPECT_EQ(b, (std::vector<long>{0, 15, 30, 45, 60}));
+  Parallel::setAvailableThreads(before);
+  Parallel::setMinWorkPerThread(grain);
+  Parallel::setAdaptive(true);
+}
+
+// The team follows the work and what earlier steps and calls of the same
+// size lost; other sizes and routines keep theirs.
+TEST(Parallel, TeamsShrinkForSmallStepsAndAfterLosses) {
+  using qvbase::Parallel;
+  if (MAXAVAILABLETHREADS < 2) GTEST_SKIP() << "one processor";
+  const int before = AVAILABLETHREADS();
+  Parallel::setAvailableThreads(2);
+  Parallel::setAdaptive(true);
+  const size_t g = Parallel::minWorkPerThread(), big = 64 * g;
+  EXPECT_EQ(Parallel::teamFor(2, 2 * g - 1), 1);
+  EXPECT_EQ(Parallel::teamFor(2, 2 * g), 2);
+  EXPECT_EQ(Parallel::teamFor(1, big), 1);
+  Parallel::recordStep(big, 0.008, 0.010);  // lost 0.5 ms of the 2.5 ms due: within the credit
+  EXPECT_EQ(Parallel::teamFor(2, big), 2);
+  Parallel::recordStep(big, 0.020, 0.010);  // lost 10 ms
+  EXPECT_EQ(Parallel::teamFor(2, big), 1);
+  EXPECT_EQ(Parallel::teamFor(2, 16 * big), 2);
+
+  static const char gemm = 0, lu = 0;
+  EXPECT_EQ(Parallel::callThreads(&gemm, 1e6), 2);  // as the library would
+  Parallel::recordCall(&gemm, 1e6, 2, 0.004);
+  EXPECT_EQ(Parallel::callThreads(&gemm, 1e6), 1);  // then one thread, to compare
+  Parallel::recordCall(&gemm, 1e6, 1, 0.001);
+  EXPECT_EQ(Parallel::callThreads(&gemm, 1e6), 1);  // the faster way
+  EXPECT_EQ(Parallel::callThreads(&lu, 1e6), 2);
+  EXPECT_EQ(Parallel::callThreads(&gemm, 1e8), 2);
+  Parallel::setAdaptiveLibraryCalls(false);  // reproducible BLAS bits
+  EXPECT_EQ(Parallel::callThreads(&gemm, 1e6), 2);
+  EXPECT_EQ(Parallel::teamFor(2, big), 1);
+  Parallel::setAdaptiveLibraryCalls(true);
+
+  Parallel::setAdaptive(false);
+  EXPECT_EQ(Parallel::teamFor(2, big), 2);
+  EXPECT_EQ(Parallel::callThreads(&gemm, 1e6), 2);
+  Parallel::setAdaptive(true);
+  Parallel::setAvailableThreads(before);
 }
 
 TEST(NestedLock, IsReentrantAndExcludesOtherThreads) {

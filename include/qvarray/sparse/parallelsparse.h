@@ -2,31 +2,35 @@
 // ParallelSparse: the per-matrix data of the parallel sparse kernels, and the
 // parallel products themselves.
 //
-// Partitioning. Every parallel kernel gives each thread of the team one
-// contiguous index range and lets it write only the vector entries of that
-// range: no atomics, no per-thread buffers, no reduction, and so the same
-// bits on every run. The ranges are cut afresh on each call (a few binary
-// searches) so that they follow the team size, balanced by weight(i) =
-// entries before index i + i (an index costs its entries plus a vector
-// access):
+// Partitioning. Every parallel kernel cuts its index range into
+// AVAILABLETHREADS() contiguous parts and lets each part write only the vector
+// entries of its range: no atomics, no per-thread buffers, no reduction. The
+// parts run on a qvbase::Team, which may be smaller than the parts (a small
+// step, a busy machine) without changing a bit. The ranges are cut afresh on
+// each call (a few binary searches), balanced by weight(i) = entries before
+// index i + i (an index costs its entries plus a vector access):
 // - a product whose result is indexed by the stored columns (Aᵀ·x in mode
-//   SymmNone, A·x in mode SymmTransposed) splits the columns: each thread
+//   SymmNone, A·x in mode SymmTransposed) splits the columns: each part
 //   gathers its columns' dot products from the compressed columns;
 // - a product whose result is indexed by the stored rows (A·x in mode
 //   SymmNone, Aᵀ·x in mode SymmTransposed) splits the rows of the
 //   row-compressed companion below and gathers each row's sum in column
-//   order, the order in which the serial column sweep adds into that row, so
-//   its bits equal the serial kernel's;
-// - the symmetric modes split the index range 0…n−1 and give y[i] the
-//   gather over stored column i plus the gather over stored row i.
+//   order, the order in which the serial column sweep adds into that row;
+// - the symmetric modes split the index range 0…n−1 and give y[i] what the
+//   serial column pass adds to it, in its order: the updates of stored row i
+//   from the columns before i, the sum over stored column i, the diagonal's
+//   own update, the updates from the later columns.
+// So every product gives the bits of the serial kernel, whatever the number
+// of parts, and a team of one runs the serial kernel itself.
 //
 // Row-compressed companion. The stored matrix in compressed rows: row starts
 // (m + 1), the column of each entry (ascending within a row) and a copy of
 // the values in that order. It costs 8·(m + 1) + 16·nnz bytes for real
 // values (24·nnz for complex), about as much again as the matrix, and is
-// built only for the kernels that need it, on their first call, by the team:
-// each thread counts and then scatters the entries of its share of the rows
-// (two passes over the pattern per thread, O(nnz + m)). On the benchmark
+// built only for the kernels that need it, on their first call on more than
+// one thread, as a team step: each part counts and then scatters the entries
+// of its share of the rows (two passes over the pattern per part,
+// O(nnz + m)). On the benchmark
 // machine the build of a 10⁷-non-zero matrix takes about as long as a dozen
 // products on two threads. Value changes need no detection here: every
 // change of a Sparse's values or pattern drops its ParallelSparse
@@ -140,7 +144,7 @@ size_t ParallelSparse::split(size_t count, size_t part, size_t parts, const Weig
 }
 
 /// The parallel product y += op(A)·x, checked as the products of
-/// sparseproducts.h, on AVAILABLETHREADS() threads whatever the size of A.
+/// sparseproducts.h, in AVAILABLETHREADS() parts whatever the size of A.
 QVARRAY_API Vector& parallelyPlusAMulx(Vector& y, const Sparse& A, const Vector& x, Trans_t t);
 QVARRAY_API Vector& parallelyPlusAMulx(Vector& y, const Sparse& A, const Matrix& X, Trans_t t,
                                        size_t k);

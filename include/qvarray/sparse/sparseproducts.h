@@ -25,9 +25,10 @@
 // one. The serial product of real A, x and y uses an attached external
 // representation when it reports itself usable (externalsparse.h).
 //
-// Results are deterministic. The serial and the parallel kernels give the
-// same bits for modes SymmNone and SymmTransposed; for the symmetric modes
-// the parallel kernel sums in another order (same bits on every run).
+// Results are deterministic: the parallel kernel adds into every entry of y
+// in the order of the serial one, so both give the same bits in every mode,
+// whatever the thread count and however many threads a step actually gets
+// (qvutil/parallel.h: small steps and a busy machine get fewer).
 #include <cstddef>
 
 #include "qvarray/export.h"

@@ -75,8 +75,8 @@
 // The serial kernels return −1, the parallel ones the number of column blocks
 // (AVAILABLETHREADS()).
 // - Parallel JacobiIts is the serial step split by columns: same result.
-// - Parallel SORUpdater computes the same product as the serial one (the
-//   parts that cross block boundaries are read before any block writes).
+// - Parallel SORUpdater is the serial product, bit for bit (the blocks read a
+//   copy of the old vector).
 // - Parallel SORIt is the SOR sweep for a fixed ordering P of the columns:
 //   the columns are cut into one contiguous block per available thread,
 //   balanced by stored entries (the column split of the parallel products,
@@ -89,8 +89,10 @@
 //   This is a true SOR sweep of the symmetrically permuted matrix, so it
 //   smooths and converges as the serial sweep does (for a symmetric positive
 //   definite matrix, for every 0 < ω < 2). The result
-//   depends on the thread count (through P), never on the scheduling; it
-//   equals the serial sweep when no column couples across blocks.
+//   depends on the thread count (through P), never on the scheduling or on
+//   how many threads a step actually gets (qvutil/parallel.h: small steps
+//   and a busy machine get fewer); it equals the serial sweep when no column
+//   couples across blocks.
 // - Parallel SORItUpdater is that sweep followed by the exact residual
 //   r + A·δ.
 // The ordering is built once per pattern and thread count and kept with the

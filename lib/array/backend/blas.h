@@ -17,8 +17,10 @@
 #include <climits>
 #include <complex>
 #include <cstddef>
+#include <optional>
 
 #include "qvarray/array.h"
+#include "qvarray/blasruntime.h"
 #include "qvarray/trans.h"
 #include "qvutil/errors.h"
 
@@ -93,15 +95,29 @@ inline void copy(int n, const dcomplex* x, int incx, dcomplex* y, int incy) {
 }
 
 // ---------------------------------------------------------------------------
+// Threads of the level-2 and level-3 calls: OpenBLAS (0.3.21) runs gemv from
+// m·n ≥ 9216 and gemm from m·n·k > 262144 on its team; such calls go through
+// BlasThreads, which keeps them on the calling thread while the team loses time.
+
+inline constexpr double kTeamGemv = 9216.0;
+inline constexpr double kTeamGemm = 262144.0;
+
+// ---------------------------------------------------------------------------
 // Level 2
 
 /// y = alpha·op(A)·x + beta·y, A m×n with leading dimension lda.
 inline void gemv(Trans_t t, int m, int n, double alpha, const double* A, int lda, const double* x,
                  int incx, double beta, double* y, int incy) {
+  const double work = double(m) * n;
+  std::optional<BlasThreads> threads;
+  if (work >= kTeamGemv) threads.emplace(__PRETTY_FUNCTION__, work);
   cblas_dgemv(CblasColMajor, trans<double>(t), m, n, alpha, A, lda, x, incx, beta, y, incy);
 }
 inline void gemv(Trans_t t, int m, int n, dcomplex alpha, const dcomplex* A, int lda,
                  const dcomplex* x, int incx, dcomplex beta, dcomplex* y, int incy) {
+  const double work = double(m) * n;
+  std::optional<BlasThreads> threads;
+  if (work >= kTeamGemv) threads.emplace(__PRETTY_FUNCTION__, work);
   cblas_zgemv(CblasColMajor, trans<dcomplex>(t), m, n, &alpha, A, lda, x, incx, &beta, y, incy);
 }
 
@@ -124,11 +140,17 @@ inline void trsv(bool upper, Trans_t t, bool unitDiag, int n, const dcomplex* A,
 /// is written without being read.
 inline void gemm(Trans_t ta, Trans_t tb, int m, int n, int k, double alpha, const double* A,
                  int lda, const double* B, int ldb, double beta, double* C, int ldc) {
+  const double work = double(m) * n * k;
+  std::optional<BlasThreads> threads;
+  if (work > kTeamGemm) threads.emplace(__PRETTY_FUNCTION__, work);
   cblas_dgemm(CblasColMajor, trans<double>(ta), trans<double>(tb), m, n, k, alpha, A, lda, B, ldb,
               beta, C, ldc);
 }
 inline void gemm(Trans_t ta, Trans_t tb, int m, int n, int k, dcomplex alpha, const dcomplex* A,
                  int lda, const dcomplex* B, int ldb, dcomplex beta, dcomplex* C, int ldc) {
+  const double work = double(m) * n * k;
+  std::optional<BlasThreads> threads;
+  if (work > kTeamGemm) threads.emplace(__PRETTY_FUNCTION__, work);
   cblas_zgemm(CblasColMajor, trans<dcomplex>(ta), trans<dcomplex>(tb), m, n, k, &alpha, A, lda, B,
               ldb, &beta, C, ldc);
 }

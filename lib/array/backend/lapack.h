@@ -234,15 +234,20 @@ inline int checkInfo(int info, int flags, const Failure& failure,
 inline constexpr int kSerialBelow = 200;
 
 /// Keeps BLAS/LAPACK on the calling thread while alive when the problem's
-/// largest dimension is below kSerialBelow.
+/// largest dimension is below kSerialBelow; larger problems use the team when
+/// it pays now (BlasThreads, keyed by the calling routine, work size³).
 class SmallProblem {
  public:
-  explicit SmallProblem(int size) {
-    if (size < kSerialBelow) scope_.emplace();
+  explicit SmallProblem(int size, std::source_location where = std::source_location::current()) {
+    if (size < kSerialBelow)
+      serial_.emplace();
+    else
+      threads_.emplace(where.function_name(), double(size) * size * size);
   }
 
  private:
-  std::optional<SerialBlasScope> scope_;
+  std::optional<SerialBlasScope> serial_;
+  std::optional<BlasThreads> threads_;
 };
 
 // ---------------------------------------------------------------------------

@@ -1,8 +1,7 @@
 // The damped Jacobi correction x ← x − ω'·D⁻¹·r, serial and split by columns.
-#include <omp.h>
-
 #include <algorithm>
 
+#include "qvutil/parallel.h"
 #include "sparse/relaxkernels.h"
 
 namespace qvarray::relax {
@@ -36,12 +35,12 @@ template <class TA, class TX, class TR>
 int parallelJacobi(const View<TA>& A, TX* x, const TR* r, double omega, int blocks) {
   const size_t n = A.n;
   const auto nb = static_cast<size_t>(blocks);
-#pragma omp parallel for schedule(static, 1) num_threads(blocks)
-  for (size_t t = 0; t < nb; ++t) {
+  qvbase::runParts(blocks, n, [&](int part) {
+    const size_t t = static_cast<size_t>(part);
     const size_t begin = n / nb * t + std::min(t, n % nb);
     const size_t end = begin + n / nb + (t < n % nb ? 1 : 0);
     if (begin < end) serialJacobi(A, x, r, omega, begin, end);
-  }
+  });
   return blocks;
 }
 

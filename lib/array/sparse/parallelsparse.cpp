@@ -2,9 +2,8 @@
 // build, and the parallel products (see parallelsparse.h for the design).
 #include "qvarray/sparse/parallelsparse.h"
 
-#include <omp.h>
-
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "qvutil/errors.h"
@@ -26,52 +25,53 @@ const void* valueIdentity(const Sparse& A) {
                     : static_cast<const void*>(A.getDcmplxVal());
 }
 
-// The stored matrix in compressed rows, built by the team: each thread owns
-// an equal share of the rows, counts its rows' entries in a pass over the
-// row indices, turns the counts into row starts (offset by the totals of the
-// threads before it), and scatters its rows' entries in a pass over the
-// columns. Every thread reads the whole pattern, but the scattered writes,
-// the slow part, are shared out; no per-thread counts are kept. Columns are
-// visited in order, so they ascend within a row.
+// The stored matrix in compressed rows, built in AVAILABLETHREADS() parts:
+// each part owns an equal share of the rows; it counts its rows' entries in a
+// pass over the row indices, and once every part has its total, turns the
+// counts into row starts (offset by the totals of the parts before it) and
+// scatters its rows' entries in a pass over the columns. Every part reads the
+// whole pattern, but the scattered writes, the slow part, are shared out.
+// Columns are visited in order, so they ascend within a row.
 template <class T>
 void buildRows(const llsparse<T>& s, ParallelSparse::RowCompressed& rc, Array<T, 1>& values) {
   const size_t m = s.m, n = s.n, nnz = s.nnz;
   Array<size_t, 1> rowptr(m + 1), col(nnz), next(m);
   Array<T, 1> v(nnz);
-  // Per-thread totals, indexed by thread number + 1.
-  std::vector<size_t> totals(static_cast<size_t>(MAXAVAILABLETHREADS) + 1, 0);
+  const size_t parts = static_cast<size_t>(AVAILABLETHREADS());
+  std::vector<size_t> totals(parts + 1, 0);  // entries of part k at k + 1
   rowptr[0] = 0;
   const size_t* cp = s.colptr.data;
   const size_t* row = s.row;
   const T* value = s.value;
-#pragma omp parallel num_threads(AVAILABLETHREADS())
-  {
-    const size_t parts = static_cast<size_t>(omp_get_num_threads());
-    const size_t part = static_cast<size_t>(omp_get_thread_num());
-    const size_t r0 = m * part / parts, r1 = m * (part + 1) / parts;
+  auto rows = [&](size_t part) { return std::pair(m * part / parts, m * (part + 1) / parts); };
+  auto count = [&](int p) {
+    const auto [r0, r1] = rows(static_cast<size_t>(p));
     for (size_t r = r0; r < r1; ++r) rowptr[r + 1] = 0;
-    for (size_t p = 0; p < nnz; ++p) {
-      const size_t r = row[p];
+    for (size_t q = 0; q < nnz; ++q) {
+      const size_t r = row[q];
       if (r >= r0 && r < r1) ++rowptr[r + 1];
     }
     for (size_t r = r0; r < r1; ++r) rowptr[r + 1] += r > r0 ? rowptr[r] : 0;
-    totals[part + 1] = r1 > r0 ? rowptr[r1] : 0;
-#pragma omp barrier
+    totals[static_cast<size_t>(p) + 1] = r1 > r0 ? rowptr[r1] : 0;
+  };
+  auto scatter = [&](int p) {
+    const auto [r0, r1] = rows(static_cast<size_t>(p));
     size_t offset = 0;
-    for (size_t t = 0; t <= part; ++t) offset += totals[t];
+    for (size_t k = 0; k <= static_cast<size_t>(p); ++k) offset += totals[k];
     for (size_t r = r0; r < r1; ++r) {
       rowptr[r + 1] += offset;
       next[r] = r > r0 ? rowptr[r] : offset;
     }
     for (size_t j = 0; j < n; ++j)
-      for (size_t p = cp[j]; p < cp[j + 1]; ++p) {
-        const size_t r = row[p];
+      for (size_t q = cp[j]; q < cp[j + 1]; ++q) {
+        const size_t r = row[q];
         if (r < r0 || r >= r1) continue;
-        const size_t q = next[r]++;
-        col[q] = j;
-        v[q] = value[p];
+        const size_t at = next[r]++;
+        col[at] = j;
+        v[at] = value[q];
       }
-  }
+  };
+  qvbase::runParts(static_cast<int>(parts), nnz * parts, count, scatter);
   rc.rowptr = std::move(rowptr);
   rc.col = std::move(col);
   values = std::move(v);
@@ -153,28 +153,35 @@ const T* rowValues(const ParallelSparse::RowCompressed& rc) {
     return rc.zvalue.data;
 }
 
-// op(S)·x on the team of AVAILABLETHREADS() threads; each thread writes only
-// the y entries of its own index range (see parallelsparse.h).
+// op(S)·x in AVAILABLETHREADS() parts, each writing only the y entries of its
+// own index range (see parallelsparse.h). Every form gives the bits of the
+// serial kernel, so a team of one runs that kernel instead: one pass over the
+// compressed columns, and no row-compressed companion.
 template <class TA, class TX, class TY>
 void storageProduct(const Sparse& A, const llsparse<TA>& s, const TX* x, TY* y, Trans_t t,
                     bool minus) {
   constexpr bool kComplex = !std::is_same_v<TA, double>;
   const Plan plan = planFor(s.symm, t);
   const std::shared_ptr<const ParallelSparse> data = A.setParallelData();
-  const ParallelSparse::RowCompressed* rc =
-      plan.form == Form::Gather ? nullptr : &data->rowCompressed(A);
   const size_t* cp = s.colptr.data;
   const size_t m = s.m, n = s.n, off = s.firstRow;
-  const size_t firstStored = std::min(off, m);  // rows below the offset are not addressed
+  const int parts = AVAILABLETHREADS();
+  // The symmetric form reads both compressions, the serial kernel one.
+  const double extra = plan.form == Form::Symmetric ? 2.0 : 1.0;
+  const qvbase::Team team(parts, s.nnz + std::max(m, n), extra);
   withFlags(kComplex && plan.conjA, kComplex && plan.conjB, minus, [&](auto CA, auto CB, auto SUB) {
-#pragma omp parallel num_threads(AVAILABLETHREADS())
-    {
-      const size_t parts = static_cast<size_t>(omp_get_num_threads());
-      const size_t part = static_cast<size_t>(omp_get_thread_num());
+    if (team.threads() == 1)
+      return serialColumns<CA(), CB(), SUB()>(plan.form, cp, s.row, s.value, off, n, x, y);
+    const ParallelSparse::RowCompressed* rc =
+        plan.form == Form::Gather ? nullptr : &data->rowCompressed(A);
+    const size_t firstStored = std::min(off, m);  // rows below the offset are not addressed
+    const auto nparts = static_cast<size_t>(parts);
+    team.run([&](int p) {
+      const auto part = static_cast<size_t>(p);
       switch (plan.form) {
         case Form::Gather: {
-          const size_t c0 = ParallelSparse::columnSplit(cp, n, part, parts);
-          const size_t c1 = ParallelSparse::columnSplit(cp, n, part + 1, parts);
+          const size_t c0 = ParallelSparse::columnSplit(cp, n, part, nparts);
+          const size_t c1 = ParallelSparse::columnSplit(cp, n, part + 1, nparts);
           gatherColumns<CA(), SUB()>(cp, s.row, s.value, off, c0, c1, x, y);
           break;
         }
@@ -183,8 +190,8 @@ void storageProduct(const Sparse& A, const llsparse<TA>& s, const TX* x, TY* y, 
           const size_t base = rp[firstStored];
           auto weight = [&](size_t i) { return rp[firstStored + i] - base + i; };
           const size_t count = m - firstStored;
-          const size_t r0 = firstStored + ParallelSparse::split(count, part, parts, weight);
-          const size_t r1 = firstStored + ParallelSparse::split(count, part + 1, parts, weight);
+          const size_t r0 = firstStored + ParallelSparse::split(count, part, nparts, weight);
+          const size_t r1 = firstStored + ParallelSparse::split(count, part + 1, nparts, weight);
           gatherRows<CA(), SUB()>(rp, rc->col.data, rowValues<TA>(*rc), off, r0, r1, x, y);
           break;
         }
@@ -196,14 +203,14 @@ void storageProduct(const Sparse& A, const llsparse<TA>& s, const TX* x, TY* y, 
           auto weight = [&](size_t i) {
             return cp[std::min(i, n)] + (rp[std::min(i + off, m)] - base) + i;
           };
-          const size_t i0 = ParallelSparse::split(count, part, parts, weight);
-          const size_t i1 = ParallelSparse::split(count, part + 1, parts, weight);
-          symmetricIndices<CA(), CB(), SUB()>(cp, s.row, s.value, n, rp, rc->col.data,
-                                              rowValues<TA>(*rc), m, off, i0, i1, x, y);
+          const size_t i0 = ParallelSparse::split(count, part, nparts, weight);
+          const size_t i1 = ParallelSparse::split(count, part + 1, nparts, weight);
+          symmetricRows<CA(), CB(), SUB()>(cp, s.row, s.value, n, rp, rc->col.data,
+                                           rowValues<TA>(*rc), m, off, i0, i1, x, y);
           break;
         }
       }
-    }
+    });
   });
 }
 

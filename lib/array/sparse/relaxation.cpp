@@ -291,7 +291,7 @@ int SORUpdater(const Sparse& A, Vector& x, double omega, bool flag) {
                     !relax::isComplex<std::remove_pointer_t<decltype(xp)>>) {
         return -1;
       } else {
-        if (blocks) return relax::parallelUpdate(V, *orderingFor(A, V, blocks), xp, omega, flag);
+        if (blocks) return relax::parallelUpdate(V, xp, omega, flag, blocks);
         relax::serialUpdate(V, xp, omega, flag);
         return -1;
       }

@@ -118,31 +118,15 @@ inline void scatter(const TA* val, const size_t* row, TV* v, size_t fr, size_t b
   for (size_t p = b; p < e; ++p) v[row[p] - fr] += delta * val[p];
 }
 
-// ---- clipping a column to a block of rows ----------------------------------------
+// ---- the parts of a column --------------------------------------------------------
 
-/// First p in [b, e) with row[p] ≥ lo (rows ascend).
-inline size_t firstAtLeast(const size_t* row, size_t b, size_t e, size_t lo) {
-  if (b == e || row[b] >= lo) return b;
-  if (row[e - 1] < lo) return e;
-  size_t p = e - 1;
-  while (row[p - 1] >= lo) --p;
-  return p;
-}
-
-/// The part of column i inside the stored rows [lo, hi): [bLo, dp) ∪ (dp, fHi).
-struct Clip {
-  size_t cs, bLo, dp, fHi, ce;
+/// Column i: B = [cs, dp), the diagonal at dp, F = (dp, ce).
+struct ColumnSides {
+  size_t cs, dp, ce;
 };
 
-inline Clip clipColumn(const size_t* colptr, const size_t* row, const size_t* diag, size_t i,
-                       size_t lo, size_t hi) {
-  const size_t cs = colptr[i], ce = colptr[i + 1], dp = diag[i];
-  return {cs, firstAtLeast(row, cs, dp, lo), dp, firstAtLeast(row, dp + 1, ce, hi), ce};
-}
-
-inline Clip wholeColumn(const size_t* colptr, const size_t* diag, size_t i) {
-  const size_t cs = colptr[i], ce = colptr[i + 1];
-  return {cs, cs, diag[i], ce, ce};
+inline ColumnSides sidesOf(const size_t* colptr, const size_t* diag, size_t i) {
+  return {colptr[i], diag[i], colptr[i + 1]};
 }
 
 // ---- column loops --------------------------------------------------------------
@@ -151,10 +135,10 @@ inline Clip wholeColumn(const size_t* colptr, const size_t* diag, size_t i) {
 /// visited, compute δ_i, r_i ← δ_i, x_i += δ_i, scatter over the side still
 /// to come. Gather/Scatter select the kind (see the table above).
 template <bool Gather, bool Scatter, bool Herm, bool Backward, class TA, class TX, class TR>
-inline void sweepColumn(const View<TA>& A, TX* x, TR* r, double omega, size_t i, const Clip& c) {
+inline void sweepColumn(const View<TA>& A, TX* x, TR* r, double omega, size_t i, const ColumnSides& c) {
   const size_t fr = A.firstRow;
-  const size_t gb = Backward ? c.dp + 1 : c.bLo, ge = Backward ? c.fHi : c.dp;
-  const size_t sb = Backward ? c.bLo : c.dp + 1, se = Backward ? c.dp : c.fHi;
+  const size_t gb = Backward ? c.dp + 1 : c.cs, ge = Backward ? c.ce : c.dp;
+  const size_t sb = Backward ? c.cs : c.dp + 1, se = Backward ? c.dp : c.ce;
   TR& ri = r[i + A.shift];
   TR s = ri;
   if constexpr (Gather) s = gather<Herm>(A.val, A.row, r, fr, gb, ge, s);
@@ -164,38 +148,42 @@ inline void sweepColumn(const View<TA>& A, TX* x, TR* r, double omega, size_t i,
   if constexpr (Scatter) scatter(A.val, A.row, r, fr, sb, se, delta);
 }
 
-/// One SOR sweep over columns [c0, c1), every column clipped to the stored
-/// rows [lo, hi) when Clipped.
-template <bool Gather, bool Scatter, bool Herm, bool Clipped, bool Backward, class TA, class TX,
-          class TR>
-void sweepColumns(const View<TA>& A, TX* x, TR* r, double omega, size_t c0, size_t c1,
-                  size_t lo = 0, size_t hi = 0) {
+/// One SOR sweep over columns [c0, c1).
+template <bool Gather, bool Scatter, bool Herm, bool Backward, class TA, class TX, class TR>
+void sweepColumns(const View<TA>& A, TX* x, TR* r, double omega, size_t c0, size_t c1) {
   const size_t cnt = c1 - c0;
   for (size_t k = 0; k < cnt; ++k) {
     const size_t i = Backward ? c1 - 1 - k : c0 + k;
-    const Clip c = Clipped ? clipColumn(A.colptr, A.row, A.diag, i, lo, hi)
-                           : wholeColumn(A.colptr, A.diag, i);
-    sweepColumn<Gather, Scatter, Herm, Backward>(A, x, r, omega, i, c);
+    sweepColumn<Gather, Scatter, Herm, Backward>(A, x, r, omega, i,
+                                                 sidesOf(A.colptr, A.diag, i));
   }
 }
 
-/// "Nothing to add" for passColumns.
-struct NoExtra {};
+/// c·d_i·u_i + Σ over the gathered side of column i (F when FlagF, else B)
+/// of mirror(a)·u: column i's row of c·D + U (or of c·D + L) times u.
+template <bool Herm, bool FlagF, class TA, class TV>
+inline TV updatedValue(const View<TA>& A, const TV* u, double c, size_t i, const ColumnSides& cl) {
+  const size_t gb = FlagF ? cl.dp + 1 : cl.cs, ge = FlagF ? cl.ce : cl.dp;
+  const TV w = c * divisor<Herm>(A.val[cl.dp]) * u[i + A.shift];
+  return gather<Herm>(A.val, A.row, u, A.firstRow, gb, ge, w);
+}
 
 /// One step of the in-place pass at column i: v_i ← c·d_i·v_i + Σ_gather
-/// mirror(a)·v (+ `extra`), and, with Scatter, v_k += a·v_i_old over the
-/// other side. The gathered side is F when FlagF, else B.
+/// mirror(a)·v, and, with Scatter, v_k += a·v_i_old over the other side. The
+/// gathered side is F when FlagF, else B.
 template <bool Gather, bool Scatter, bool Herm, bool FlagF, class TA, class TV>
-inline void passColumn(const View<TA>& A, TV* v, double c, size_t i, const Clip& cl, TV extra) {
-  const size_t fr = A.firstRow;
-  const size_t gb = FlagF ? cl.dp + 1 : cl.bLo, ge = FlagF ? cl.fHi : cl.dp;
-  const size_t sb = FlagF ? cl.bLo : cl.dp + 1, se = FlagF ? cl.dp : cl.fHi;
+inline void passColumn(const View<TA>& A, TV* v, double c, size_t i, const ColumnSides& cl) {
   TV& vi = v[i + A.shift];
   const TV old = vi;
-  TV w = c * divisor<Herm>(A.val[cl.dp]) * old;
-  if constexpr (Gather) w = gather<Herm>(A.val, A.row, v, fr, gb, ge, w);
-  w += extra;
-  if constexpr (Scatter) scatter(A.val, A.row, v, fr, sb, se, old);
+  TV w;
+  if constexpr (Gather)
+    w = updatedValue<Herm, FlagF>(A, v, c, i, cl);
+  else
+    w = c * divisor<Herm>(A.val[cl.dp]) * old;
+  if constexpr (Scatter) {
+    const size_t sb = FlagF ? cl.cs : cl.dp + 1, se = FlagF ? cl.dp : cl.ce;
+    scatter(A.val, A.row, v, A.firstRow, sb, se, old);
+  }
   vi = w;
 }
 
@@ -203,20 +191,13 @@ inline void passColumn(const View<TA>& A, TV* v, double c, size_t i, const Clip&
 /// is F (FlagF), decreasing otherwise, so that every gathered value is still
 /// the old one. Without scatter this is SORUpdater; with the sides of a
 /// General/Rows/Sym residual it turns a correction δ held in v into the
-/// residual that follows the sweep. `extra`, unless NoExtra, yields per
-/// column a value to add to the gathered sum (off-block parts, parallel).
-template <bool Gather, bool Scatter, bool Herm, bool Clipped, bool FlagF, class TA, class TV,
-          class Extra = NoExtra>
-void passColumns(const View<TA>& A, TV* v, double c, size_t c0, size_t c1, size_t lo = 0,
-                 size_t hi = 0, Extra&& extra = {}) {
+/// residual that follows the sweep.
+template <bool Gather, bool Scatter, bool Herm, bool FlagF, class TA, class TV>
+void passColumns(const View<TA>& A, TV* v, double c, size_t c0, size_t c1) {
   const size_t cnt = c1 - c0;
   for (size_t k = 0; k < cnt; ++k) {
     const size_t i = FlagF ? c0 + k : c1 - 1 - k;
-    const Clip cl = Clipped ? clipColumn(A.colptr, A.row, A.diag, i, lo, hi)
-                            : wholeColumn(A.colptr, A.diag, i);
-    TV e(0);
-    if constexpr (!std::is_same_v<std::decay_t<Extra>, NoExtra>) e = extra(i);
-    passColumn<Gather, Scatter, Herm, FlagF>(A, v, c, i, cl, e);
+    passColumn<Gather, Scatter, Herm, FlagF>(A, v, c, i, sidesOf(A.colptr, A.diag, i));
   }
 }
 
@@ -307,7 +288,7 @@ template <class TA, class TX, class TR>
 int parallelSweep(const View<TA>& A, const Ordering& P, TX* x, TR* r, double omega,
                   bool backward);
 template <class TA, class TV>
-int parallelUpdate(const View<TA>& A, const Ordering& P, TV* x, double omega, bool flag);
+int parallelUpdate(const View<TA>& A, TV* x, double omega, bool flag, int blocks);
 template <class TA, class TX, class TR>
 int parallelSweepUpdate(const View<TA>& A, const Ordering& P, TX* x, TR* y, double omega,
                         bool backward);

@@ -18,25 +18,24 @@
 // P in reverse, boundary columns first. It is a true SOR sweep of the
 // symmetrically permuted matrix, so it converges as the serial sweep does for
 // every ω; the result depends on the number of blocks (through P), never on
-// the scheduling. Interior columns whose entries all lie in interior rows
-// take the serial kernel's step; the others tell the rows that come earlier
-// in P by a per-row flag.
+// the scheduling or on how many threads run the blocks (a qvbase::Team may
+// run them all on the calling thread). Interior columns whose entries all
+// lie in interior rows take the serial kernel's step; the others tell the
+// rows that come earlier in P by a per-row flag.
 //
 // The sweep with residual (SORItUpdater) gives y = r + A·δ exactly: mode 0 in
 // the same pass (its fused step works in any order), the gathering kinds by a
 // second in-place pass in the order of the sweep. The update (SORUpdater) is
-// a product: phase 1 reads, for the columns whose chosen side leaves the
-// block, the off-block part of the sum from the old vector; phase 2 runs the
-// in-place update inside each block and adds those parts.
-#include <omp.h>
-
+// a product with the old vector: the parts copy it (phase 1), then compute
+// their columns from the copy (phase 2), each value with the arithmetic of
+// the serial pass, so that the result is the serial one bit for bit and a
+// team of one runs the serial pass itself.
 #include <algorithm>
-#include <exception>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "qvarray/sparse/parallelsparse.h"
+#include "qvutil/parallel.h"
 #include "sparse/relaxkernels.h"
 
 namespace qvarray::relax {
@@ -153,13 +152,16 @@ void orderedPassStep(const View<TA>& A, TV* v, double c, size_t i, const Seen& s
 }
 
 // Runs the steps of one sweep (or pass) in the parallel ordering: the
-// interiors of the blocks at once and the boundary columns on one thread, in
-// that order forward and in the reverse order backward. deepStep(i) serves
-// interior columns with interior rows only, orderedStep(i, seen) the others.
+// interiors of the blocks as parts of one parallel step, and the boundary
+// columns on the calling thread, after them forward and before them backward,
+// so that a sweep costs one parallel region and no barrier. deepStep(i)
+// serves interior columns with interior rows only, orderedStep(i, seen) the
+// others.
 template <class Deep, class Ordered>
-void inOrder(const Ordering& P, bool backward, Deep&& deepStep, Ordered&& orderedStep) {
-  auto interiors = [&](size_t t) {
-    const size_t c0 = P.col[t], c1 = P.col[t + 1];
+void inOrder(const Ordering& P, size_t work, bool backward, Deep&& deepStep,
+             Ordered&& orderedStep) {
+  auto interiors = [&](int part) {
+    const size_t t = static_cast<size_t>(part), c0 = P.col[t], c1 = P.col[t + 1];
     for (size_t k = 0; k < c1 - c0; ++k) {
       const size_t i = backward ? c1 - 1 - k : c0 + k;
       if (P.kind[i] == Ordering::kDeep)
@@ -172,44 +174,24 @@ void inOrder(const Ordering& P, bool backward, Deep&& deepStep, Ordered&& ordere
     const size_t nbd = P.boundary.size();
     for (size_t k = 0; k < nbd; ++k) orderedStep(P.boundary[backward ? nbd - 1 - k : k], true);
   };
-#pragma omp parallel num_threads(static_cast<int>(P.blocks))
-  {
-    if (backward) {
-#pragma omp single
-      boundaries();
-    }
-#pragma omp for schedule(static, 1)
-    for (size_t t = 0; t < P.blocks; ++t) interiors(t);
-    if (!backward) {
-#pragma omp single
-      boundaries();
-    }
-  }
+  if (backward) boundaries();
+  qvbase::runParts(static_cast<int>(P.blocks), work, interiors);
+  if (!backward) boundaries();
 }
 
-template <class T>
-using Posts = std::vector<std::pair<size_t, T>>;
+// The work units of a sweep or update: stored entries and columns.
+template <class TA>
+size_t stepWork(const View<TA>& A) {
+  return A.colptr[A.n] + A.n;
+}
 
-// Walks a per-block list of (column, value) in the order of a column pass.
+// A scratch vector of at least n entries, kept by the calling thread.
 template <class T>
-class Cursor {
- public:
-  Cursor(const Posts<T>& list, bool increasing)
-      : list_(list), pos_(increasing ? 0 : list.size()), increasing_(increasing) {}
-  T operator()(size_t i) {
-    if (increasing_) {
-      if (pos_ < list_.size() && list_[pos_].first == i) return list_[pos_++].second;
-    } else if (pos_ > 0 && list_[pos_ - 1].first == i) {
-      return list_[--pos_].second;
-    }
-    return T(0);
-  }
-
- private:
-  const Posts<T>& list_;
-  size_t pos_;
-  bool increasing_;
-};
+T* scratch(size_t n) {
+  static thread_local std::vector<T> buffer;
+  if (buffer.size() < n) buffer.resize(n);
+  return buffer.data();
+}
 
 }  // namespace
 
@@ -218,14 +200,15 @@ int parallelSweep(const View<TA>& A, const Ordering& P, TX* x, TR* r, double ome
                   bool backward) {
   const double w = factorsFor(A.symm, omega).omega;
   const unsigned char* interior = P.rowInterior.data();
+  const size_t work = stepWork(A);
   withKind<TA>(A.symm, [&](auto g, auto s, auto h) {
     withBool(backward, [&](auto bw) {
       constexpr bool G = decltype(g)::value, S = decltype(s)::value, H = decltype(h)::value;
       constexpr bool B = decltype(bw)::value;
       inOrder(
-          P, B,
+          P, work, B,
           [&](size_t i) {
-            sweepColumn<G, S, H, B>(A, x, r, w, i, wholeColumn(A.colptr, A.diag, i));
+            sweepColumn<G, S, H, B>(A, x, r, w, i, sidesOf(A.colptr, A.diag, i));
           },
           [&](size_t i, bool bd) {
             orderedSweepStep<G, S, H>(A, x, r, w, i, Seen{interior, i + A.shift, bd, B});
@@ -240,6 +223,7 @@ int parallelSweepUpdate(const View<TA>& A, const Ordering& P, TX* x, TR* y, doub
                         bool backward) {
   const Factors f = factorsFor(A.symm, omega);
   const unsigned char* interior = P.rowInterior.data();
+  const size_t work = stepWork(A);
   withKind<TA>(A.symm, [&](auto g, auto s, auto h) {
     withBool(backward, [&](auto bw) {
       constexpr bool G = decltype(g)::value, S = decltype(s)::value, H = decltype(h)::value;
@@ -247,21 +231,21 @@ int parallelSweepUpdate(const View<TA>& A, const Ordering& P, TX* x, TR* y, doub
       if constexpr (!G) {
         // Mode 0: the fused step, in the order of the sweep.
         auto step = [&](size_t i) { sweepResidualColumn(A, x, y, f.omega, i); };
-        inOrder(P, B, step, [&](size_t i, bool) { step(i); });
+        inOrder(P, work, B, step, [&](size_t i, bool) { step(i); });
       } else {
         inOrder(
-            P, B,
+            P, work, B,
             [&](size_t i) {
-              sweepColumn<G, S, H, B>(A, x, y, f.omega, i, wholeColumn(A.colptr, A.diag, i));
+              sweepColumn<G, S, H, B>(A, x, y, f.omega, i, sidesOf(A.colptr, A.diag, i));
             },
             [&](size_t i, bool bd) {
               orderedSweepStep<G, S, H>(A, x, y, f.omega, i, Seen{interior, i + A.shift, bd, B});
             });
         // y holds δ: the residual pass visits the columns in the same order.
         inOrder(
-            P, B,
+            P, work, B,
             [&](size_t i) {
-              passColumn<G, S, H, !B>(A, y, f.c, i, wholeColumn(A.colptr, A.diag, i), TR(0));
+              passColumn<G, S, H, !B>(A, y, f.c, i, sidesOf(A.colptr, A.diag, i));
             },
             [&](size_t i, bool bd) {
               orderedPassStep<G, S, H>(A, y, f.c, i, Seen{interior, i + A.shift, bd, B});
@@ -273,43 +257,34 @@ int parallelSweepUpdate(const View<TA>& A, const Ordering& P, TX* x, TR* y, doub
 }
 
 template <class TA, class TV>
-int parallelUpdate(const View<TA>& A, const Ordering& P, TV* x, double omega, bool flag) {
+int parallelUpdate(const View<TA>& A, TV* x, double omega, bool flag, int blocks) {
+  const qvbase::Team team(blocks, stepWork(A));
+  if (team.threads() == 1) {
+    serialUpdate(A, x, omega, flag);
+    return blocks;
+  }
   const double c = factorsFor(A.symm, omega).c;
-  const size_t fr = A.firstRow, nb = P.blocks;
-  std::vector<Posts<TV>> off(nb);
-  std::exception_ptr failure;
-  std::mutex failureLock;
+  const size_t n = A.n, nb = static_cast<size_t>(blocks);
+  const size_t rows = A.m - A.firstRow;
+  TV* old = scratch<TV>(rows);
   withKind<TA>(A.symm, [&](auto, auto, auto h) {
     withBool(flag, [&](auto fl) {
       constexpr bool H = decltype(h)::value, F = decltype(fl)::value;
-#pragma omp parallel num_threads(static_cast<int>(nb))
-      {
-        // Phase 1: the off-block parts, read before anything is written.
-#pragma omp for schedule(static, 1)
-        for (size_t t = 0; t < nb; ++t) {
-          try {
-            for (size_t i = P.col[t]; i < P.col[t + 1]; ++i) {
-              const Clip cl = clipColumn(A.colptr, A.row, A.diag, i, P.lo[t], P.hi(t));
-              const size_t ob = F ? cl.fHi : cl.cs, oe = F ? cl.ce : cl.bLo;
-              if (ob < oe) off[t].emplace_back(i, gather<H>(A.val, A.row, x, fr, ob, oe, TV(0)));
-            }
-          } catch (...) {
-            std::lock_guard<std::mutex> guard(failureLock);
-            if (!failure) failure = std::current_exception();
-          }
-        }
-        // Phase 2: the in-place update inside each block.
-        if (!failure) {
-#pragma omp for schedule(static, 1)
-          for (size_t t = 0; t < nb; ++t)
-            passColumns<true, false, H, true, F>(A, x, c, P.col[t], P.col[t + 1], P.lo[t],
-                                                 P.hi(t), Cursor<TV>(off[t], F));
-        }
-      }
+      auto copy = [&](int part) {
+        const size_t t = static_cast<size_t>(part);
+        std::copy(x + rows * t / nb, x + rows * (t + 1) / nb, old + rows * t / nb);
+      };
+      auto update = [&](int part) {
+        const size_t t = static_cast<size_t>(part);
+        const size_t c0 = ParallelSparse::columnSplit(A.colptr, n, t, nb);
+        const size_t c1 = ParallelSparse::columnSplit(A.colptr, n, t + 1, nb);
+        for (size_t i = c0; i < c1; ++i)
+          x[i + A.shift] = updatedValue<H, F>(A, old, c, i, sidesOf(A.colptr, A.diag, i));
+      };
+      team.run(copy, update);
     });
   });
-  if (failure) std::rethrow_exception(failure);
-  return static_cast<int>(nb);
+  return blocks;
 }
 
 #define QV_RELAX_PARALLEL_SWEEPS(TA, TX, TR)                                                   \
@@ -323,11 +298,9 @@ QV_RELAX_PARALLEL_SWEEPS(double, dcomplex, dcomplex)
 QV_RELAX_PARALLEL_SWEEPS(dcomplex, dcomplex, dcomplex)
 #undef QV_RELAX_PARALLEL_SWEEPS
 
-template int parallelUpdate<double, double>(const View<double>&, const Ordering&, double*, double,
-                                            bool);
-template int parallelUpdate<double, dcomplex>(const View<double>&, const Ordering&, dcomplex*,
-                                              double, bool);
-template int parallelUpdate<dcomplex, dcomplex>(const View<dcomplex>&, const Ordering&,
-                                                dcomplex*, double, bool);
+template int parallelUpdate<double, double>(const View<double>&, double*, double, bool, int);
+template int parallelUpdate<double, dcomplex>(const View<double>&, dcomplex*, double, bool, int);
+template int parallelUpdate<dcomplex, dcomplex>(const View<dcomplex>&, dcomplex*, double, bool,
+                                                int);
 
 }  // namespace qvarray::relax

@@ -11,7 +11,7 @@ void serialSweep(const View<TA>& A, TX* x, TR* r, double omega, bool backward) {
   withKind<TA>(A.symm, [&](auto g, auto s, auto h) {
     withBool(backward, [&](auto bw) {
       constexpr bool G = decltype(g)::value, S = decltype(s)::value, H = decltype(h)::value;
-      sweepColumns<G, S, H, false, decltype(bw)::value>(A, x, r, f.omega, 0, A.n);
+      sweepColumns<G, S, H, decltype(bw)::value>(A, x, r, f.omega, 0, A.n);
     });
   });
 }
@@ -23,7 +23,7 @@ void serialUpdate(const View<TA>& A, TV* x, double omega, bool flag) {
   withKind<TA>(A.symm, [&](auto, auto, auto h) {
     withBool(flag, [&](auto fl) {
       constexpr bool H = decltype(h)::value;
-      passColumns<true, false, H, false, decltype(fl)::value>(A, x, f.c, 0, A.n);
+      passColumns<true, false, H, decltype(fl)::value>(A, x, f.c, 0, A.n);
     });
   });
 }
@@ -40,8 +40,8 @@ void serialSweepUpdate(const View<TA>& A, TX* x, TR* y, double omega, bool backw
       if constexpr (!G) {
         sweepResidualGeneral<B>(A, x, y, f.omega, 0, A.n);
       } else {
-        sweepColumns<G, S, H, false, B>(A, x, y, f.omega, 0, A.n);
-        passColumns<G, S, H, false, !B>(A, y, f.c, 0, A.n);
+        sweepColumns<G, S, H, B>(A, x, y, f.omega, 0, A.n);
+        passColumns<G, S, H, !B>(A, y, f.c, 0, A.n);
       }
     });
   });

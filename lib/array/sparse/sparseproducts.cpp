@@ -23,17 +23,7 @@ void storageProduct(const llsparse<TA>& s, const TX* x, TY* y, Trans_t t, bool m
   const Plan plan = planFor(s.symm, t);
   const size_t* cp = s.colptr.data;
   withFlags(kComplex && plan.conjA, kComplex && plan.conjB, minus, [&](auto CA, auto CB, auto SUB) {
-    switch (plan.form) {
-      case Form::Scatter:
-        scatterColumns<CA(), SUB()>(cp, s.row, s.value, s.firstRow, 0, s.n, x, y);
-        break;
-      case Form::Gather:
-        gatherColumns<CA(), SUB()>(cp, s.row, s.value, s.firstRow, 0, s.n, x, y);
-        break;
-      case Form::Symmetric:
-        symmetricColumns<CA(), CB(), SUB()>(cp, s.row, s.value, s.firstRow, 0, s.n, x, y);
-        break;
-    }
+    serialColumns<CA(), CB(), SUB()>(plan.form, cp, s.row, s.value, s.firstRow, s.n, x, y);
   });
 }
 

@@ -178,31 +178,37 @@ void gatherRows(const size_t* rowptr, const size_t* col, const TA* v, size_t off
   }
 }
 
-// The symmetric modes from both compressions, for indices i in [i0, i1):
-// y[i] ±= (Σ over stored column i of v''·x[row − off]) + (Σ over stored row
-// i + off of v'·x[col]). Index i is written only when the serial kernel
+// The symmetric modes by index, for i in [i0, i1), with the bits of
+// symmetricColumns: y[i] receives what the column pass adds to it, in the
+// same order and rounding. The column pass first adds the column updates of
+// the columns before i one by one, then, at column i, the running sum
+// (s0 + s1) + (s2 + s3) over the column, then what column i's own updates
+// (its diagonal) added to the zeroed y[i], then the updates of the later
+// columns one by one; stored row i + off, columns ascending, holds those
+// updates in that order. Index i is written only when the serial kernel
 // writes it: every column (i < n) and every non-empty stored row.
 template <bool ConjS, bool ConjG, bool Sub, class TA, class TX, class TY>
-void symmetricIndices(const size_t* colptr, const size_t* row, const TA* v, size_t n,
-                      const size_t* rowptr, const size_t* col, const TA* rv, size_t m, size_t off,
-                      size_t i0, size_t i1, const TX* __restrict x, TY* __restrict y) {
-  using TS = ProductType<TA, TX>;
+void symmetricRows(const size_t* colptr, const size_t* row, const TA* v, size_t n,
+                   const size_t* rowptr, const size_t* col, const TA* rv, size_t m, size_t off,
+                   size_t i0, size_t i1, const TX* __restrict x, TY* __restrict y) {
   const size_t lastC = lastEntry(colptr[n]), lastR = lastEntry(rowptr[m]);
   for (size_t i = i0; i < i1; ++i) {
-    TS s(0);
-    bool touched = false;
+    const size_t r = i + off;
+    size_t q = r < m ? rowptr[r] : 0;
+    const size_t qe = r < m ? rowptr[r + 1] : 0;
+    if (i >= n && q == qe) continue;
+    prefetchEntries(col, rv, q, lastR);
+    TY a = y[i];
+    for (; q < qe && col[q] < i; ++q) accumulate<Sub>(a, mul(cj<ConjS>(rv[q]), x[col[q]]));
     if (i < n) {
       prefetchEntries(row, v, colptr[i], lastC);
-      s = dot<ConjG>(row, v, off, colptr[i], colptr[i + 1], x);
-      touched = true;
+      accumulate<Sub>(a, dot<ConjG>(row, v, off, colptr[i], colptr[i + 1], x));
+      TY own(0);
+      for (; q < qe && col[q] == i; ++q) accumulate<Sub>(own, mul(cj<ConjS>(rv[q]), x[i]));
+      a = a + own;
     }
-    const size_t r = i + off;
-    if (r < m && rowptr[r] < rowptr[r + 1]) {
-      prefetchEntries(col, rv, rowptr[r], lastR);
-      s += dot<ConjS>(col, rv, 0, rowptr[r], rowptr[r + 1], x);
-      touched = true;
-    }
-    if (touched) accumulate<Sub>(y[i], s);
+    for (; q < qe; ++q) accumulate<Sub>(a, mul(cj<ConjS>(rv[q]), x[col[q]]));
+    y[i] = a;
   }
 }
 
@@ -228,6 +234,20 @@ inline Plan planFor(Symm_t symm, Trans_t t) {
       return {t == NoTrans ? Form::Gather : Form::Scatter, conj, false};
     default:
       return {t == NoTrans ? Form::Scatter : Form::Gather, conj, false};
+  }
+}
+
+// The serial kernel of a form over all n columns.
+template <bool ConjA, bool ConjB, bool Sub, class TA, class TX, class TY>
+void serialColumns(Form form, const size_t* colptr, const size_t* row, const TA* v, size_t off,
+                   size_t n, const TX* __restrict x, TY* __restrict y) {
+  switch (form) {
+    case Form::Scatter:
+      return scatterColumns<ConjA, Sub>(colptr, row, v, off, 0, n, x, y);
+    case Form::Gather:
+      return gatherColumns<ConjA, Sub>(colptr, row, v, off, 0, n, x, y);
+    case Form::Symmetric:
+      return symmetricColumns<ConjA, ConjB, Sub>(colptr, row, v, off, 0, n, x, y);
   }
 }
 
