@@ -59,13 +59,13 @@ using Eigen64 = Eigen::SparseMatrix<double, Eigen::ColMajor, std::int64_t>;
 using Eigen32 = Eigen::SparseMatrix<double, Eigen::ColMajor, int>;
 using EigenRows = Eigen::SparseMatrix<double, Eigen::RowMajor, std::int64_t>;
 
-struct MatrixSpec {
+struct MatrixCase {
   const char* name;
   int dim;
   size_t k;    // grid points per direction
   bool large;  // no 32-bit Eigen copy: memory stays within reason
 };
-const MatrixSpec kMatrices[] = {{"lap2d_1e6", 2, 447, false},  {"lap2d_1e7", 2, 1414, false},
+const MatrixCase kMatrices[] = {{"lap2d_1e6", 2, 447, false},  {"lap2d_1e7", 2, 1414, false},
                                 {"sten3d_1e6", 3, 52, false},  {"sten3d_1e7", 3, 113, false},
                                 {"lap2d_8e7", 2, 4000, true}};
 
@@ -139,10 +139,10 @@ std::unique_ptr<Problem> stencil(int dim, size_t k) {
   return p;
 }
 
-Problem& problem(const MatrixSpec& spec) {
+Problem& problem(const MatrixCase& mcase) {
   static std::map<std::string, std::unique_ptr<Problem>> cache;
-  auto& slot = cache[spec.name];
-  if (!slot) slot = stencil(spec.dim, spec.k);
+  auto& slot = cache[mcase.name];
+  if (!slot) slot = stencil(mcase.dim, mcase.k);
   return *slot;
 }
 
@@ -199,30 +199,30 @@ qvarray::Vector xVector(size_t n) {
 }
 
 // The implementations measured on a matrix, product and thread count.
-std::vector<std::string> productImpls(const MatrixSpec& spec, bool trans, int threads) {
+std::vector<std::string> productImpls(const MatrixCase& mcase, bool trans, int threads) {
   std::vector<std::string> impls = {"qvarray", "eigen64"};
-  if (!spec.large) impls.push_back("eigen32");
+  if (!mcase.large) impls.push_back("eigen32");
   if (threads > 1 && !trans) impls.push_back("eigen_rm");
   if (threads == 1) impls.push_back("loop");
   return impls;
 }
 
-void BM_spmv(benchmark::State& state, const MatrixSpec* spec, bool trans,
+void BM_spmv(benchmark::State& state, const MatrixCase* mcase, bool trans,
              const std::string& impl, int threads) {
-  Problem& p = problem(*spec);
+  Problem& p = problem(*mcase);
   setThreads(threads);
   if (AVAILABLETHREADS() != threads) {
     state.SkipWithError("not enough threads");
     return;
   }
-  const std::string config = std::string(spec->name) + (trans ? "/ATx/" : "/Ax/") +
+  const std::string config = std::string(mcase->name) + (trans ? "/ATx/" : "/Ax/") +
                              std::to_string(threads);
   const auto& agreements = qvbench::checked(config, [&] {
     const qvarray::Vector x = xVector(p.n);
     qvarray::Vector ours(p.n);
     product(p, "qvarray", trans, x, ours);
     Agreements a;
-    for (const std::string& other : productImpls(*spec, trans, threads)) {
+    for (const std::string& other : productImpls(*mcase, trans, threads)) {
       qvarray::Vector y(p.n);
       product(p, other, trans, x, y);
       a[other] = {qvbench::relDiff(ours.getdArr().data, y.getdArr().data, p.n, p.absScale),
@@ -249,8 +249,8 @@ void BM_spmv(benchmark::State& state, const MatrixSpec* spec, bool trans,
 
 // a[i] = b[i] + s·c[i] over three arrays of `bytes` together; the arrays of
 // each size are made once (first touch on the threads that use them).
-void BM_triad(benchmark::State& state, const MatrixSpec* spec, int threads) {
-  const Problem& p = problem(*spec);
+void BM_triad(benchmark::State& state, const MatrixCase* mcase, int threads) {
+  const Problem& p = problem(*mcase);
   const size_t n = static_cast<size_t>(productBytes(p, 8.0) / 24.0);
   static std::map<size_t, std::unique_ptr<double[]>> arrays;
   auto& slot = arrays[n];
@@ -280,10 +280,10 @@ void BM_triad(benchmark::State& state, const MatrixSpec* spec, int threads) {
 
 // The row-compressed copy: the library's parallel data (built by the team of
 // 2 threads) and Eigen's conversion to row-major storage.
-void BM_rowcopy(benchmark::State& state, const MatrixSpec* spec, const std::string& impl) {
-  Problem& p = problem(*spec);
+void BM_rowcopy(benchmark::State& state, const MatrixCase* mcase, const std::string& impl) {
+  Problem& p = problem(*mcase);
   setThreads(2);
-  const auto& agreements = qvbench::checked(std::string(spec->name) + "/rowcopy", [&] {
+  const auto& agreements = qvbench::checked(std::string(mcase->name) + "/rowcopy", [&] {
     const qvarray::ParallelSparse ours(p.A);
     const auto& r = ours.rowCompressed(p.A);
     const EigenRows& e = p.eigenRows();
@@ -314,24 +314,24 @@ void BM_rowcopy(benchmark::State& state, const MatrixSpec* spec, const std::stri
 }
 
 const int kRegistered = [] {
-  for (const MatrixSpec& spec : kMatrices) {
+  for (const MatrixCase& mcase : kMatrices) {
     for (int threads : {1, 2})
       for (bool trans : {false, true}) {
-        const std::string kase = std::string("spmv/") + spec.name + (trans ? "/ATx" : "/Ax") +
+        const std::string kase = std::string("spmv/") + mcase.name + (trans ? "/ATx" : "/Ax") +
                                  "/threads:" + std::to_string(threads) + "/";
-        for (const std::string& impl : productImpls(spec, trans, threads)) {
-          benchmark::RegisterBenchmark((kase + impl).c_str(), BM_spmv, &spec, trans, impl,
+        for (const std::string& impl : productImpls(mcase, trans, threads)) {
+          benchmark::RegisterBenchmark((kase + impl).c_str(), BM_spmv, &mcase, trans, impl,
                                        threads)
               ->UseRealTime()
               ->Unit(benchmark::kMillisecond);
         }
-        benchmark::RegisterBenchmark((kase + "triad").c_str(), BM_triad, &spec, threads)
+        benchmark::RegisterBenchmark((kase + "triad").c_str(), BM_triad, &mcase, threads)
             ->UseRealTime()
             ->Unit(benchmark::kMillisecond);
       }
     for (const char* impl : {"qvarray", "eigen_rm"})
-      benchmark::RegisterBenchmark((std::string("rowcopy/") + spec.name + "/" + impl).c_str(),
-                                   BM_rowcopy, &spec, std::string(impl))
+      benchmark::RegisterBenchmark((std::string("rowcopy/") + mcase.name + "/" + impl).c_str(),
+                                   BM_rowcopy, &mcase, std::string(impl))
           ->UseRealTime()
           ->Unit(benchmark::kMillisecond);
   }
