@@ -42,6 +42,7 @@ ENV = {"bench_dense": {"OMP_NUM_THREADS": "1", "OPENBLAS_NUM_THREADS": "1"}}
 # Name parts that are not part of a case.
 IGNORED = re.compile(r"^(real_time|process_time|manual_time|iterations:\d+|repeats:\d+)$")
 OURS = "qvarray"
+HEAD = ("case", "qvarray", "peer", "peer time", "ratio", "cv%", "t", "check: diff (tol)")
 
 
 def programs(build_dir, only):
@@ -127,35 +128,36 @@ def fmt_check(row):
 
 
 def table(results):
-    head = (f"{'case':<36} {'qvarray':>9} {'peer':<13} {'peer time':>9} {'ratio':>7} "
-            f"{'cv%':>4} {'t':<4} check: diff (tol)")
-    lines = [head, "-" * len(head)]
+    rows = []  # (case, qvarray time, peer, peer time, ratio, cv, field, check) or a title
     for program, cases in results:
-        lines.append(f"[{program}]")
+        rows.append(f"[{program}]")
         for case, impls in cases.items():
             ours = impls.get(OURS)
-            if ours is None:  # no library row: list the medians as they are
+            if ours is None:  # no library row: the medians as they are
                 for impl, row in impls.items():
-                    lines.append(f"{case:<36} {'-':>9} {impl:<13} {fmt_time(row.get('time')):>9}")
+                    rows.append((case, "-", impl, fmt_time(row.get("time")), "", "", "", ""))
                 continue
-            first = True
-            for impl, row in impls.items():
-                if impl == OURS and len(impls) > 1:
-                    continue
-                label = case if first else ""
-                first = False
+            peers = [(i, r) for i, r in impls.items() if i != OURS] or [("-", {})]
+            for k, (impl, row) in enumerate(peers):
+                label = case if k == 0 else ""
                 if "error" in ours or "error" in row:
                     msg = ours.get("error") or row.get("error")
-                    lines.append(f"{label:<36} {'':>9} {impl:<13} {'':>9} FAILED: {msg}")
+                    rows.append((label, "", impl, "", "FAILED: " + msg, "", "", ""))
                     continue
                 t_ours, t_peer = ours.get("time"), row.get("time")
-                ratio = f"{t_ours / t_peer:.3f}" if t_ours and t_peer and impl != OURS else "-"
+                ratio = f"{t_ours / t_peer:.3f}" if t_ours and t_peer else "-"
                 cv = max(ours.get("cv", 0.0), row.get("cv", 0.0)) * 100
+                check = fmt_check(row if impl != "-" else ours)
                 name = "/triad" if impl == "triad" else impl
-                lines.append(f"{label:<36} {fmt_time(t_ours):>9} {name:<13} "
-                             f"{fmt_time(t_peer):>9} {ratio:>7} {cv:>4.0f} "
-                             f"{row.get('field', ''):<4} {fmt_check(row)}")
-    return "\n".join(lines)
+                rows.append((label, fmt_time(t_ours), name, fmt_time(t_peer), ratio, f"{cv:.0f}",
+                             ours.get("field", ""), check))
+    widths = [max([len(h)] + [len(r[i]) for r in rows if isinstance(r, tuple)])
+              for i, h in enumerate(HEAD)]
+    line = lambda r: " ".join(c.ljust(w) if i in (0, 2, 6) else c.rjust(w)
+                              for i, (c, w) in enumerate(zip(r[:-1], widths))) + " " + r[-1]
+    out = [line(HEAD), "-" * (sum(widths) + len(widths) + 8)]
+    out += [r if isinstance(r, str) else line(r) for r in rows]
+    return "\n".join(out)
 
 
 def main():
