@@ -43,6 +43,9 @@ ENV = {"bench_dense": {"OMP_NUM_THREADS": "1", "OPENBLAS_NUM_THREADS": "1"}}
 IGNORED = re.compile(r"^(real_time|process_time|manual_time|iterations:\d+|repeats:\d+)$")
 OURS = "qvarray"
 HEAD = ("case", "qvarray", "peer", "peer time", "ratio", "cv%", "t", "check: diff (tol)")
+# Counters shown beside the check, as qvarray / peer: the size of a copy
+# (rowcopy), iteration counts of solvers.
+NOTED = ("MB", "its", "gmres_its")
 
 
 def programs(build_dir, only):
@@ -101,7 +104,7 @@ def collect(data):
         if agg == "median":
             row["time"] = b[field] * scale
             row["field"] = "real" if field == "real_time" else "cpu"
-            for k in ("diff", "tol"):
+            for k in ("diff", "tol") + NOTED:
                 if k in b:
                     row[k] = b[k]
         else:
@@ -116,6 +119,10 @@ def fmt_time(ns):
         if ns >= div:
             return f"{ns / div:.3g} {unit}"
     return f"{ns:.3g} ns"
+
+
+def fmt_count(v):
+    return "-" if v is None else f"{v:.4g}"
 
 
 def fmt_check(row):
@@ -148,6 +155,9 @@ def table(results):
                 ratio = f"{t_ours / t_peer:.3f}" if t_ours and t_peer else "-"
                 cv = max(ours.get("cv", 0.0), row.get("cv", 0.0)) * 100
                 check = fmt_check(row if impl != "-" else ours)
+                for k in NOTED:
+                    if k in ours or k in row:
+                        check += f"  {k} {fmt_count(ours.get(k))} / {fmt_count(row.get(k))}"
                 name = "/triad" if impl == "triad" else impl
                 rows.append((label, fmt_time(t_ours), name, fmt_time(t_peer), ratio, f"{cv:.0f}",
                              ours.get("field", ""), check))
