@@ -24,7 +24,7 @@ int main(int argc, char** argv) {
                            "compiled " QV_BENCH_FLAGS " (Eigen SIMD: " +
                            std::string(Eigen::SimdInstructionSetsInUse()) + ")";
   benchmark::AddCustomContext("blas", blas);
-  benchmark::AddCustomContext("peers", peers);
+  benchmark::AddCustomContext("compiled", peers);
   benchmark::AddCustomContext("qvarray", "x86-64 baseline, AVX2/AVX-512 paths chosen at run time");
   std::printf("%s\npeers: %s\n", blas.c_str(), peers.c_str());
   benchmark::Initialize(&argc, argv);

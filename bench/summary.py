@@ -9,7 +9,9 @@ usage: bench/summary.py [--repetitions N] [--min-time S] [--filter REGEX]
 Naming convention of the programs (bench/*.cpp): every benchmark is named
 <case>/<impl>, where <case> may have several parts (kernel, size, matrix,
 threads:N) and <impl> is "qvarray" for the library and any other name for a
-peer; a trailing "real_time" is ignored. Rows of one case are compared with
+peer; a trailing "real_time" is ignored. Names BM_<Impl>/<args> (one function
+per implementation) are read as <label or args>/<Impl>, BM_Sparse being the
+library. Rows of one case are compared with
 its qvarray row: ratio = qvarray time / peer time, so a ratio below 1 means the
 library is faster. "triad" rows are not peers but the stream triad of the same
 memory footprint: qvarray/triad is the product's time over the time the
@@ -20,7 +22,7 @@ Each program runs with repetitions in random order
 spread over the library and its peers alike; the table shows medians and the
 larger coefficient of variation of the two. Single-threaded benchmarks are
 compared by CPU time, which other processes on the machine do not inflate;
-benchmarks marked real_time (threaded ones) by wall-clock time. bench_dense
+benchmarks marked real_time or manual_time (threaded ones) by wall-clock time. bench_dense
 runs with OMP_NUM_THREADS=1 (no BLAS threads on short vectors).
 
 The check columns come from the programs: every configuration is checked
@@ -81,8 +83,14 @@ def run(binary, a):
     return data
 
 
-def split_name(run_name):
-    parts = [p for p in run_name.split("/") if not IGNORED.match(p)]
+def split_name(b):
+    """(case, impl) of a benchmark. Names of the form BM_<Impl>/<args> (one
+    function per implementation, bench_triplets) take the case from the label
+    or the arguments; BM_Sparse is the library's."""
+    parts = [p for p in b["run_name"].split("/") if not IGNORED.match(p)]
+    if parts[0].startswith("BM_"):
+        impl = parts[0][3:]
+        return b.get("label") or "/".join(parts[1:]), OURS if impl == "Sparse" else impl
     return "/".join(parts[:-1]), parts[-1]
 
 
@@ -91,7 +99,7 @@ def collect(data):
     cases = OrderedDict()
     order = lambda b: (b.get("family_index", 0), b.get("per_family_instance_index", 0))
     for b in sorted(data["benchmarks"], key=order):
-        case, impl = split_name(b["run_name"])
+        case, impl = split_name(b)
         row = cases.setdefault(case, OrderedDict()).setdefault(impl, {})
         if b.get("error_occurred"):
             row["error"] = b.get("error_message", "error")
@@ -99,7 +107,8 @@ def collect(data):
         agg = b.get("aggregate_name")
         if agg not in ("median", "cv"):
             continue
-        field = "real_time" if "real_time" in b["run_name"].split("/") else "cpu_time"
+        wall = {"real_time", "manual_time"} & set(b["run_name"].split("/"))
+        field = "real_time" if wall else "cpu_time"
         scale = {"ns": 1.0, "us": 1e3, "ms": 1e6, "s": 1e9}[b["time_unit"]]
         if agg == "median":
             row["time"] = b[field] * scale
@@ -206,9 +215,9 @@ def main():
         loads = [", ".join(f"{x:.1f}" for x in k.get("load_avg", [])) for k in contexts]
         print(f"{c.get('host_name', '?')}: {c.get('num_cpus', '?')} CPUs at "
               f"{c.get('mhz_per_cpu', '?')} MHz; load averages at start: {'; '.join(loads)}")
-        for key in ("blas", "peers", "qvarray"):
-            if key in c:
-                print(f"{key}: {c[key]}")
+        for key in ("blas", "compiled", "peers", "qvarray"):
+            for value in dict.fromkeys(k[key] for k in contexts if key in k):
+                print(f"{key}: {value}")
     print("medians, repetitions interleaved at random; ratio = qvarray / peer "
           "(below 1: the library is faster)")
     print(table(results))
