@@ -48,7 +48,7 @@ class QVUTIL_API Parallel {
   /// Sets the thread count, clamped to 1..maxThreads(); returns the value set.
   static int setAvailableThreads(int n);
 
-  /// Work units below which a step does not start another thread (default 8192).
+  /// Work units below which a step does not start another thread (default 4096).
   static size_t minWorkPerThread();
   /// Sets it (at least 1); returns the value set.
   static size_t setMinWorkPerThread(size_t units);

@@ -25,7 +25,7 @@ std::atomic<int>& current() {
   return value;
 }
 
-std::atomic<size_t> minWork{8192};
+std::atomic<size_t> minWork{4096};
 std::atomic<bool> adaptiveOn{true};
 std::atomic<bool> adaptiveCalls{true};
 
