@@ -48,7 +48,7 @@ class QVUTIL_API Parallel {
   /// Sets the thread count, clamped to 1..maxThreads(); returns the value set.
   static int setAvailableThreads(int n);
 
-  /// Work units below which a step does not start another thread (default 8192).
+  /// Work units below which a step does not start another thread (default 4096).
   static size_t minWorkPerThread();
   /// Sets it (at least 1); returns the value set.
   static size_t setMinWorkPerThread(size_t units);
@@ -84,10 +84,14 @@ class QVUTIL_API Parallel {
 
 /// A call into a library that runs its own threads, which the kernels cannot
 /// watch from inside: the calls of one routine and size class (a factor of 4
-/// in work) keep the recent time per unit of work on one thread and on the
-/// team, and go the faster way; the slower way is tried again once a second
-/// (the first call uses the team, the second one thread). threads() is what
-/// the caller lets the library use; the destructor records the call's time.
+/// in work) keep the recent times per unit of work on one thread and on the
+/// team (the mean of the last eight calls) and go the faster
+/// way. The first call after a change of way is not counted (it pays for the
+/// change); the slower way is tried again with a few calls in a row after 200
+/// times what one call costs more that way (at least 10 ms, at most 2 s after
+/// its last use). The first calls use the
+/// team, the next ones one thread. threads() is what the caller lets the
+/// library use; the destructor records the call's time.
 class QVUTIL_API LibraryCall {
  public:
   LibraryCall(const void* key, double work);

@@ -16,12 +16,13 @@ namespace qvarray {
 
 namespace {
 
-// The orthogonalisation and update are memory-bound level-2 BLAS calls on a
-// few hundred kB: a second BLAS thread gains little on them, and on a busy
-// machine waiting for it costs up to ten times the work (measured). Below
-// this many unknowns they run on one thread; above, the BLAS layer gives them
-// the team only while it pays (BlasThreads). The operator and preconditioner
-// keep whatever threading they use.
+// The orthogonalisation and the updates of the basis and of x are
+// memory-bound BLAS calls on a few hundred kB: a second BLAS thread gains
+// little on them, and on a busy machine waiting for it costs up to ten times
+// the work (measured). Below this many unknowns they run on one thread;
+// above, the BLAS layer gives them the team only while it pays
+// (BlasThreads). The operator and preconditioner keep whatever threading
+// they use.
 constexpr size_t kSerialBelow = 100000;
 
 class KrylovBlasScope {
@@ -171,12 +172,9 @@ GmresResult solve(const LinearOperator& A, const Array<T, 1>& b, Array<T, 1>& x,
         const KrylovBlasScope serial(n);
         yPlusAMulx(v, V, y, NoTrans, ni, k);
       }
-      if (o.precond) {
-        o.precond->apply(v, z);
-        yPlusaMulx(x.data, T(1), z.data, ni);
-      } else {
-        yPlusaMulx(x.data, T(1), v.data, ni);
-      }
+      if (o.precond) o.precond->apply(v, z);
+      const KrylovBlasScope serial(n);
+      yPlusaMulx(x.data, T(1), o.precond ? z.data : v.data, ni);
     }
     residual(A, b, x, r);
     beta = norm(r.data, ni);

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <bit>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
 #include <exception>
 #include <mutex>
@@ -24,7 +25,7 @@ std::atomic<int>& current() {
   return value;
 }
 
-std::atomic<size_t> minWork{8192};
+std::atomic<size_t> minWork{4096};
 std::atomic<bool> adaptiveOn{true};
 std::atomic<bool> adaptiveCalls{true};
 
@@ -56,15 +57,50 @@ int classOf(size_t work) { return std::min(kClasses - 1, static_cast<int>(std::b
 
 SizeClass& sizeClass(size_t work) { return classes[classOf(work)]; }
 
-// Library calls: per routine and size class, seconds per unit of work on one
-// thread (way 0) and on the team (way 1), 0 until measured, averaged with
-// weight 1/2 for the newest call, and when each way was last used.
-constexpr std::int64_t kRetry = 1'000'000'000;
+// Library calls: per routine and size class and per way (0 one thread, 1 the
+// team), the last kSamples times per unit of work; a way's time is their
+// mean: on a shared machine the calls held up by other processes belong to
+// the cost of a way. The first call after a change of way is not counted: it pays
+// for the change (OpenBLAS resizes its buffers, the team's threads wake up),
+// which calls in a row do not. The slower way is tried again with a burst of
+// kSamples + 1 calls once the time since its last use is kRetryFactor times
+// what one call costs more that way (kMinRetry to kMaxRetry): about 2 % of the
+// time goes to trying, and a change of the load is noticed within seconds.
+constexpr int kSamples = 8;
+constexpr int kFirstSamples = 3;  // before the first choice
+constexpr double kRetryFactor = 200.0;
+constexpr std::int64_t kMinRetry = 10'000'000;
+constexpr std::int64_t kMaxRetry = 2'000'000'000;
+
+struct Way {
+  std::atomic<double> sample[kSamples] = {};  // 0: none yet
+  std::atomic<unsigned> next{0};  // samples added
+  std::atomic<std::int64_t> used{0};
+
+  void add(double perUnit) {
+    const unsigned k = next.fetch_add(1, std::memory_order_relaxed) % kSamples;
+    sample[k].store(perUnit, std::memory_order_relaxed);
+    used.store(nowNs(), std::memory_order_relaxed);
+  }
+  // Seconds per unit, 0 while unmeasured.
+  int count() const { return static_cast<int>(std::min(next.load(std::memory_order_relaxed), unsigned(kSamples))); }
+  double time() const {
+    double sum = 0.0;
+    for (const auto& v : sample) sum += v.load(std::memory_order_relaxed);
+    return count() ? sum / count() : 0.0;
+  }
+  void clear() {
+    for (auto& v : sample) v.store(0.0, std::memory_order_relaxed);
+    next.store(0, std::memory_order_relaxed);
+    used.store(0, std::memory_order_relaxed);
+  }
+};
 
 struct CallRecord {
   std::atomic<std::uintptr_t> tag{0};  // routine address | (size class + 1) << 56
-  std::atomic<double> perUnit[2] = {0.0, 0.0};
-  std::atomic<std::int64_t> used[2] = {0, 0};
+  Way way[2];
+  std::atomic<int> lastWay{-1};  // way of the last call
+  std::atomic<int> burst{0};     // calls of a retry still to make, the way in the sign: + team
 };
 
 constexpr size_t kCallRecords = 256;
@@ -117,11 +153,12 @@ void Parallel::setAdaptive(bool on) {
     c.serialUntil.store(0, std::memory_order_relaxed);
     c.fallback.store(0, std::memory_order_relaxed);
   }
-  for (CallRecord& r : callRecords)
-    for (int way = 0; way < 2; ++way) {
-      r.perUnit[way].store(0.0, std::memory_order_relaxed);
-      r.used[way].store(0, std::memory_order_relaxed);
-    }
+  for (CallRecord& r : callRecords) {
+    r.way[0].clear();
+    r.way[1].clear();
+    r.lastWay.store(-1, std::memory_order_relaxed);
+    r.burst.store(0, std::memory_order_relaxed);
+  }
   adaptiveOn.store(on, std::memory_order_relaxed);
 }
 
@@ -174,13 +211,23 @@ int Parallel::callThreads(const void* key, double work) {
   if (team < 2 || !adaptive() || !adaptiveLibraryCalls()) return team;
   CallRecord* r = callRecord(key, work);
   if (!r) return team;
-  const double one = r->perUnit[0].load(std::memory_order_relaxed);
-  const double many = r->perUnit[1].load(std::memory_order_relaxed);
-  if (many == 0.0) return team;
-  if (one == 0.0) return 1;
+  if (r->way[1].count() < kFirstSamples) return team;
+  if (r->way[0].count() < kFirstSamples) return 1;
+  const double one = r->way[0].time(), many = r->way[1].time();
+  const int burst = r->burst.load(std::memory_order_relaxed);
+  if (burst != 0) {
+    r->burst.store(burst > 0 ? burst - 1 : burst + 1, std::memory_order_relaxed);
+    return burst > 0 ? team : 1;
+  }
   const int best = many < one ? 1 : 0;
-  const bool retry = nowNs() - r->used[1 - best].load(std::memory_order_relaxed) > kRetry;
-  return (best == 1) != retry ? team : 1;
+  const double extra = std::abs(many - one) * work * 1e9;
+  const auto wait = static_cast<std::int64_t>(
+      std::clamp(kRetryFactor * extra, double(kMinRetry), double(kMaxRetry)));
+  if (nowNs() - r->way[1 - best].used.load(std::memory_order_relaxed) <= wait)
+    return best == 1 ? team : 1;
+  r->way[1 - best].used.store(nowNs(), std::memory_order_relaxed);  // one retry at a time
+  r->burst.store(best == 1 ? -kSamples : kSamples, std::memory_order_relaxed);
+  return best == 1 ? 1 : team;
 }
 
 void Parallel::recordCall(const void* key, double work, int threads, double seconds) {
@@ -188,10 +235,8 @@ void Parallel::recordCall(const void* key, double work, int threads, double seco
   CallRecord* r = callRecord(key, work);
   if (!r) return;
   const int way = threads > 1 ? 1 : 0;
-  const double sample = seconds / work;
-  const double old = r->perUnit[way].load(std::memory_order_relaxed);
-  r->perUnit[way].store(old == 0.0 ? sample : 0.5 * (old + sample), std::memory_order_relaxed);
-  r->used[way].store(nowNs(), std::memory_order_relaxed);
+  if (r->lastWay.exchange(way, std::memory_order_relaxed) != way) return;  // paid for the change
+  r->way[way].add(seconds / work);
 }
 
 LibraryCall::LibraryCall(const void* key, double work)

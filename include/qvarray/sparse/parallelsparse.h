@@ -16,10 +16,13 @@
 //   SymmNone, Aᵀ·x in mode SymmTransposed) splits the rows of the
 //   row-compressed companion below and gathers each row's sum in column
 //   order, the order in which the serial column sweep adds into that row;
-// - the symmetric modes split the index range 0…n−1 and give y[i] what the
-//   serial column pass adds to it, in its order: the updates of stored row i
-//   from the columns before i, the sum over stored column i, the diagonal's
-//   own update, the updates from the later columns.
+// - the symmetric modes split the index range 0…n−1 (weighted by the
+//   columns): each part runs the serial column pass over its own columns
+//   but makes only the column updates that land in its own range, and gets
+//   those from columns outside its range from the row-compressed companion,
+//   the updates from earlier columns before its pass and from later ones
+//   after it (SymmetricParts lists the rows that have any), so that each
+//   entry receives its updates in the order of the serial pass.
 // So every product gives the bits of the serial kernel, whatever the number
 // of parts, and a team of one runs the serial kernel itself.
 //
@@ -47,6 +50,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "qvarray/array.h"
 #include "qvarray/export.h"
@@ -85,6 +89,18 @@ class QVARRAY_API ParallelSparse {
   /// Bytes held by the built parts.
   size_t memoryBytes() const;
 
+  /// The symmetric products in `parts` parts: the parts' index ranges
+  /// (start, parts + 1 entries) and per part the indices i of its range
+  /// whose stored row i + off holds entries of columns before the range
+  /// (before) or after it (after).
+  struct SymmetricParts {
+    std::vector<size_t> start;
+    std::vector<std::vector<size_t>> before, after;
+  };
+  /// The symmetric parts of A for `parts` parts, built on the first call for
+  /// that number (a call with another number replaces them).
+  std::shared_ptr<const SymmetricParts> symmetricParts(const Sparse& A, int parts) const;
+
   /// The first index of part `part` (0 ≤ part ≤ parts) when [0, count) is cut
   /// into `parts` contiguous ranges of about equal weight; weight(i) is the
   /// weight of the indices below i (non-decreasing, weight(0) = 0). Part
@@ -119,7 +135,8 @@ class QVARRAY_API ParallelSparse {
   const void* storage_ = nullptr;  // identity of the storage object
   mutable std::atomic<bool> rowsReady_{false};
   mutable RowCompressed rows_;
-  // The slot of derived(), guarded by buildLock().
+  // The slots of symmetricParts() and derived(), guarded by buildLock().
+  mutable std::shared_ptr<const SymmetricParts> symmetricParts_;
   mutable std::shared_ptr<const void> derived_;
   mutable std::int64_t derivedKey_ = 0;
 };

@@ -111,8 +111,41 @@ const ParallelSparse::RowCompressed& ParallelSparse::rowCompressed(const Sparse&
 
 size_t ParallelSparse::memoryBytes() const {
   if (!hasRowCompressed()) return 0;
-  return (rows_.rowptr.count + rows_.col.count) * sizeof(size_t) +
-         rows_.dvalue.count * sizeof(double) + rows_.zvalue.count * sizeof(dcomplex);
+  size_t bytes = (rows_.rowptr.count + rows_.col.count) * sizeof(size_t) +
+                 rows_.dvalue.count * sizeof(double) + rows_.zvalue.count * sizeof(dcomplex);
+  qvbase::LockHandler guard(buildLock());
+  if (symmetricParts_) {
+    bytes += symmetricParts_->start.size() * sizeof(size_t);
+    for (const auto& list : symmetricParts_->before) bytes += list.size() * sizeof(size_t);
+    for (const auto& list : symmetricParts_->after) bytes += list.size() * sizeof(size_t);
+  }
+  return bytes;
+}
+
+std::shared_ptr<const ParallelSparse::SymmetricParts> ParallelSparse::symmetricParts(
+    const Sparse& A, int parts) const {
+  qvbase::LockHandler guard(buildLock());
+  const auto np = static_cast<size_t>(parts);
+  if (symmetricParts_ && symmetricParts_->start.size() == np + 1) return symmetricParts_;
+  const RowCompressed& rc = rowCompressed(A);
+  const size_t *cp = A.getColPtr(), *rp = rc.rowptr.data, *col = rc.col.data;
+  const size_t m = A.getM(), n = A.getN(), off = A.getFirstRow();
+  const size_t count = std::max(n, m - std::min(off, m));  // index i: column i, stored row i + off
+  auto P = std::make_shared<SymmetricParts>();
+  P->start.resize(np + 1);
+  P->before.resize(np);
+  P->after.resize(np);
+  for (size_t t = 0; t <= np; ++t)
+    P->start[t] = split(count, t, np, [&](size_t i) { return cp[std::min(i, n)] + i; });
+  for (size_t t = 0; t < np; ++t)
+    for (size_t i = P->start[t]; i < P->start[t + 1]; ++i) {
+      const size_t r = i + off;
+      if (r >= m || rp[r] == rp[r + 1]) continue;
+      if (col[rp[r]] < P->start[t]) P->before[t].push_back(i);
+      if (col[rp[r + 1] - 1] >= P->start[t + 1]) P->after[t].push_back(i);
+    }
+  symmetricParts_ = P;
+  return P;
 }
 
 size_t ParallelSparse::columnSplit(const size_t* colptr, size_t n, size_t part, size_t parts) {
@@ -166,14 +199,13 @@ void storageProduct(const Sparse& A, const llsparse<TA>& s, const TX* x, TY* y, 
   const size_t* cp = s.colptr.data;
   const size_t m = s.m, n = s.n, off = s.firstRow;
   const int parts = AVAILABLETHREADS();
-  // The symmetric form reads both compressions, the serial kernel one.
-  const double extra = plan.form == Form::Symmetric ? 2.0 : 1.0;
-  const qvbase::Team team(parts, s.nnz + std::max(m, n), extra);
+  const qvbase::Team team(parts, s.nnz + std::max(m, n));
   withFlags(kComplex && plan.conjA, kComplex && plan.conjB, minus, [&](auto CA, auto CB, auto SUB) {
     if (team.threads() == 1)
       return serialColumns<CA(), CB(), SUB()>(plan.form, cp, s.row, s.value, off, n, x, y);
     const ParallelSparse::RowCompressed* rc =
         plan.form == Form::Gather ? nullptr : &data->rowCompressed(A);
+    const auto sp = plan.form == Form::Symmetric ? data->symmetricParts(A, parts) : nullptr;
     const size_t firstStored = std::min(off, m);  // rows below the offset are not addressed
     const auto nparts = static_cast<size_t>(parts);
     team.run([&](int p) {
@@ -196,17 +228,15 @@ void storageProduct(const Sparse& A, const llsparse<TA>& s, const TX* x, TY* y, 
           break;
         }
         case Form::Symmetric: {
-          // Index i covers stored column i and stored row i + off.
-          const size_t* rp = rc->rowptr.data;
-          const size_t count = std::max(n, m - firstStored);
-          const size_t base = rp[firstStored];
-          auto weight = [&](size_t i) {
-            return cp[std::min(i, n)] + (rp[std::min(i + off, m)] - base) + i;
-          };
-          const size_t i0 = ParallelSparse::split(count, part, nparts, weight);
-          const size_t i1 = ParallelSparse::split(count, part + 1, nparts, weight);
-          symmetricRows<CA(), CB(), SUB()>(cp, s.row, s.value, n, rp, rc->col.data,
-                                           rowValues<TA>(*rc), m, off, i0, i1, x, y);
+          // The part owns y[i0 … i1 − 1]: the updates from earlier columns,
+          // its own columns, the updates from later columns.
+          const size_t i0 = sp->start[part], i1 = sp->start[part + 1];
+          const size_t *rp = rc->rowptr.data, *col = rc->col.data;
+          const TA* rv = rowValues<TA>(*rc);
+          symmetricOutside<true, CA(), SUB()>(sp->before[part], rp, col, rv, off, i0, i1, x, y);
+          symmetricColumns<CA(), CB(), SUB(), true>(cp, s.row, s.value, off, std::min(i0, n),
+                                                    std::min(i1, n), x, y, i0, i1);
+          symmetricOutside<false, CA(), SUB()>(sp->after[part], rp, col, rv, off, i0, i1, x, y);
           break;
         }
       }

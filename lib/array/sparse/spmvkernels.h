@@ -13,6 +13,7 @@
 #include <complex>
 #include <cstddef>
 #include <type_traits>
+#include <vector>
 
 #include "qvarray/sparse/sparsemodes.h"
 #include "qvarray/trans.h"
@@ -122,12 +123,18 @@ void gatherColumns(const size_t* colptr, const size_t* row, const TA* v, size_t 
 // s += v''[p]·x[row[p] − off] (v' = conj(v) with ConjS, v'' with ConjG). y[j]
 // is saved and zeroed first and finally becomes saved ± s plus what the
 // column updates added to it; a diagonal entry is not special-cased, so it
-// acts twice (the storage convention A = S + Sᵀ or S + Sᴴ).
-template <bool ConjS, bool ConjG, bool Sub, class TA, class TX, class TY>
+// acts twice (the storage convention A = S + Sᵀ or S + Sᴴ). With Clip, the
+// column updates go only to the entries y[lo … hi − 1] (the sums take every
+// entry), for a part of the parallel product that owns those entries.
+template <bool ConjS, bool ConjG, bool Sub, bool Clip = false, class TA, class TX, class TY>
 void symmetricColumns(const size_t* colptr, const size_t* row, const TA* v, size_t off, size_t c0,
-                      size_t c1, const TX* __restrict x, TY* __restrict y) {
+                      size_t c1, const TX* __restrict x, TY* __restrict y, size_t lo = 0,
+                      size_t hi = 0) {
   using TS = ProductType<TA, TX>;
   const size_t last = lastEntry(colptr[c1]);
+  auto update = [&](size_t r, const TA& a, const TX& xj) {
+    if (!Clip || r - lo < hi - lo) accumulate<Sub>(y[r], mul(cj<ConjS>(a), xj));
+  };
   for (size_t j = c0; j < c1; ++j) {
     const TX xj = x[j];
     const TY saved = y[j];
@@ -139,18 +146,18 @@ void symmetricColumns(const size_t* colptr, const size_t* row, const TA* v, size
     for (; p + 4 <= end; p += 4) {
       const size_t r0 = row[p] - off, r1 = row[p + 1] - off;
       const size_t r2 = row[p + 2] - off, r3 = row[p + 3] - off;
-      accumulate<Sub>(y[r0], mul(cj<ConjS>(v[p]), xj));
+      update(r0, v[p], xj);
       s0 += mul(cj<ConjG>(v[p]), x[r0]);
-      accumulate<Sub>(y[r1], mul(cj<ConjS>(v[p + 1]), xj));
+      update(r1, v[p + 1], xj);
       s1 += mul(cj<ConjG>(v[p + 1]), x[r1]);
-      accumulate<Sub>(y[r2], mul(cj<ConjS>(v[p + 2]), xj));
+      update(r2, v[p + 2], xj);
       s2 += mul(cj<ConjG>(v[p + 2]), x[r2]);
-      accumulate<Sub>(y[r3], mul(cj<ConjS>(v[p + 3]), xj));
+      update(r3, v[p + 3], xj);
       s3 += mul(cj<ConjG>(v[p + 3]), x[r3]);
     }
     for (; p < end; ++p) {
       const size_t r = row[p] - off;
-      accumulate<Sub>(y[r], mul(cj<ConjS>(v[p]), xj));
+      update(r, v[p], xj);
       s0 += mul(cj<ConjG>(v[p]), x[r]);
     }
     TY result = saved;
@@ -178,36 +185,27 @@ void gatherRows(const size_t* rowptr, const size_t* col, const TA* v, size_t off
   }
 }
 
-// The symmetric modes by index, for i in [i0, i1), with the bits of
-// symmetricColumns: y[i] receives what the column pass adds to it, in the
-// same order and rounding. The column pass first adds the column updates of
-// the columns before i one by one, then, at column i, the running sum
-// (s0 + s1) + (s2 + s3) over the column, then what column i's own updates
-// (its diagonal) added to the zeroed y[i], then the updates of the later
-// columns one by one; stored row i + off, columns ascending, holds those
-// updates in that order. Index i is written only when the serial kernel
-// writes it: every column (i < n) and every non-empty stored row.
-template <bool ConjS, bool ConjG, bool Sub, class TA, class TX, class TY>
-void symmetricRows(const size_t* colptr, const size_t* row, const TA* v, size_t n,
-                   const size_t* rowptr, const size_t* col, const TA* rv, size_t m, size_t off,
-                   size_t i0, size_t i1, const TX* __restrict x, TY* __restrict y) {
-  const size_t lastC = lastEntry(colptr[n]), lastR = lastEntry(rowptr[m]);
-  for (size_t i = i0; i < i1; ++i) {
+// The column updates that a part of the symmetric product owning y[lo …
+// hi − 1] gets from columns outside its range, from the row-compressed
+// companion (stored row i + off, columns ascending): for each listed index i,
+// y[i] ±= v'[q]·x[col[q]] one entry after the other over the entries of
+// columns before lo (Before) or from hi on (!Before). Added before and after
+// the part's own columns (symmetricColumns with Clip), they come in the
+// order of the serial column pass, so the part's entries get its bits.
+template <bool Before, bool ConjS, bool Sub, class TA, class TX, class TY>
+void symmetricOutside(const std::vector<size_t>& indices, const size_t* rowptr, const size_t* col,
+                      const TA* rv, size_t off, size_t lo, size_t hi, const TX* __restrict x,
+                      TY* __restrict y) {
+  for (const size_t i : indices) {
     const size_t r = i + off;
-    size_t q = r < m ? rowptr[r] : 0;
-    const size_t qe = r < m ? rowptr[r + 1] : 0;
-    if (i >= n && q == qe) continue;
-    prefetchEntries(col, rv, q, lastR);
+    const size_t first = rowptr[r], last = rowptr[r + 1];
+    size_t q = first, end = last;
+    if (Before)
+      for (end = first; end < last && col[end] < lo;) ++end;
+    else
+      for (q = last; q > first && col[q - 1] >= hi;) --q;
     TY a = y[i];
-    for (; q < qe && col[q] < i; ++q) accumulate<Sub>(a, mul(cj<ConjS>(rv[q]), x[col[q]]));
-    if (i < n) {
-      prefetchEntries(row, v, colptr[i], lastC);
-      accumulate<Sub>(a, dot<ConjG>(row, v, off, colptr[i], colptr[i + 1], x));
-      TY own(0);
-      for (; q < qe && col[q] == i; ++q) accumulate<Sub>(own, mul(cj<ConjS>(rv[q]), x[i]));
-      a = a + own;
-    }
-    for (; q < qe; ++q) accumulate<Sub>(a, mul(cj<ConjS>(rv[q]), x[col[q]]));
+    for (; q < end; ++q) accumulate<Sub>(a, mul(cj<ConjS>(rv[q]), x[col[q]]));
     y[i] = a;
   }
 }
