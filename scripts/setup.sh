@@ -8,7 +8,13 @@ pkgs=(g++ cmake ninja-build
       libeigen3-dev libsuitesparse-dev             # side-by-side benchmarks only
       libomp-14-dev                                # OpenMP runtime with Archer for ThreadSanitizer
       openjdk-17-jdk-headless                      # JNI headers and the JVM of the Java bridge test
-      clang-14 libclang-rt-14-dev)                 # libFuzzer (-fsanitize=fuzzer) for tests/fuzz
+      clang-14 libclang-rt-14-dev libfuzzer-14-dev # libFuzzer (-fsanitize=fuzzer) for tests/fuzz
+      libsleef-dev libboost-math-dev               # SIMD elementary functions, special functions
+      libfftw3-dev libqhull-dev libnanoflann-dev   # FFT plans, triangulations, k-d trees
+      libasm-java                                  # class-file checks of the expression compiler
+      python3-mpmath python3-scipy python3-numpy   # reference values and peers
+      libmuparser-dev libginac-dev python3-numexpr # expression-engine peers, benchmarks only
+      ccache)                                      # shared compiler cache for work trees
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

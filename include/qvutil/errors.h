@@ -31,7 +31,24 @@
   X(sparsebase)             \
   X(parallelsparse)         \
   X(poissongrid)            \
-  X(qvnull)
+  X(qvnull)                 \
+  X(exprimpl)               \
+  X(exprhost)               \
+  X(evalfun)                \
+  X(evalfun_basic)          \
+  X(evalfun_binary)         \
+  X(evalrep)                \
+  X(evalnodes)              \
+  X(nodemaker)              \
+  X(evaltree)               \
+  X(varevaluator)           \
+  X(evalconst)              \
+  X(exprcomp)               \
+  X(interpolator)           \
+  X(interputil)             \
+  X(qvjarray)               \
+  X(callback)               \
+  X(fftplan)
 
 /// Error keys: fixed identifiers that the product's message catalogue translates.
 #define QV_ERROR_KEYS(X)                            \
