@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
+#include <numeric>
 #include <string>
 
 #include "interp/gridinterp.h"
@@ -59,15 +61,27 @@ void evaluateBatch(const InterpImpl& impl, const double* const* coords, size_t n
              DetailPairs{{"Point", std::to_string(p + 1)},
                          {"Coordinates", p < n ? pointText(coords, impl.dim, p) : ""}});
   }
+  // Points by key (a counting sort), when the data want them so.
+  std::vector<size_t> order;
+  if (impl.keyCount() && n >= kPartPoints) {
+    std::vector<std::uint32_t> key(n);
+    std::vector<size_t> next(impl.keyCount() + 1, 0);
+    for (size_t p = 0; p < n; ++p) ++next[(key[p] = impl.key(coords, p)) + 1];
+    std::partial_sum(next.begin(), next.end(), next.begin());
+    order.resize(n);
+    for (size_t p = 0; p < n; ++p) order[next[key[p]]++] = p;
+  }
   const size_t parts = (n + kPartPoints - 1) / kPartPoints;
   const int team = parts > 1 ? qvbase::Parallel::teamFor(
                                    static_cast<int>(std::min<size_t>(parts, 1 << 20)),
                                    n * (f1 - f0) * impl.costPerPoint())
                              : 1;
 #pragma omp parallel for schedule(static) num_threads(team) if (team > 1)
-  for (size_t k = 0; k < parts; ++k)
-    impl.evaluateRange(coords, k * kPartPoints, std::min(n, (k + 1) * kPartPoints), n, out, f0,
-                       f1, deriv);
+  for (size_t k = 0; k < parts; ++k) {
+    const size_t k0 = k * kPartPoints, k1 = std::min(n, k0 + kPartPoints);
+    if (order.empty()) impl.evaluateRange(coords, k0, k1, n, out, f0, f1, deriv);
+    else impl.evaluateOrdered(coords, order.data(), k0, k1, n, out, f0, f1, deriv);
+  }
 }
 
 }  // namespace

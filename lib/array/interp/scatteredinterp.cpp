@@ -11,10 +11,13 @@
 // a face that separates the simplex from x; on a Delaunay triangulation the
 // walk ends. A face on the hull with x beyond it means x lies outside the
 // convex hull. The start is the simplex recorded in x's cell of a uniform
-// grid of buckets over the points' bounding box (about one bucket per two
-// points; each bucket holds a simplex whose centroid lies in it), so walks
-// are a few steps long. Degenerate (flat) simplices are stepped through, and
-// a walk that runs too long falls back to a scan of all simplices.
+// grid of buckets over the points' bounding box (about one bucket per
+// point; each bucket holds a simplex whose centroid lies in it), or the
+// simplex found for the point before when that lay in the same bucket; a
+// batch is evaluated bucket by bucket (interpimpl.h), so walks are a few
+// steps long and run through cached memory. Degenerate (flat) simplices are
+// stepped through, and a walk that runs too long falls back to a scan of all
+// simplices.
 #include "interp/scatteredinterp.h"
 
 #include <algorithm>
@@ -145,7 +148,7 @@ class ScatteredLinear final : public InterpImpl {
         xyz_(std::move(xyz)),
         values_(nodeMajor(values)),
         tri_(delaunay(xyz_.data(), xyz_.size() / D, D)),
-        buckets_(xyz_, xyz_.size() / (2 * D) + 1) {
+        buckets_(xyz_, xyz_.size() / D) {
     QV_CHECK(tri_.count() > 0, interpolator, Triangulation_failed,
              "The points span no simplex.");
     buildTransforms();
@@ -169,15 +172,15 @@ class ScatteredLinear final : public InterpImpl {
 
   void evaluateRange(const double* const* coords, size_t p0, size_t p1, size_t n, double* out,
                      size_t f0, size_t f1, int deriv) const override {
-    for (size_t p = p0; p < p1; ++p) {
-      double x[D];
-      bool nan = false;
-      for (int d = 0; d < D; ++d) x[d] = coords[d][p], nan |= std::isnan(x[d]);
-      double lambda[D + 1];
-      bool outside = false;
-      const size_t s = nan ? 0 : locate(x, lambda, outside);
-      for (size_t f = f0; f < f1; ++f) out[p + n * (f - f0)] = value(s, x, lambda, outside, nan, f, deriv);
-    }
+    run(coords, [](size_t k) { return k; }, p0, p1, n, out, f0, f1, deriv);
+  }
+  void evaluateOrdered(const double* const* coords, const size_t* order, size_t k0, size_t k1,
+                       size_t n, double* out, size_t f0, size_t f1, int deriv) const override {
+    run(coords, [order](size_t k) { return order[k]; }, k0, k1, n, out, f0, f1, deriv);
+  }
+  size_t keyCount() const override { return buckets_.total; }
+  std::uint32_t key(const double* const* coords, size_t p) const override {
+    return bucketOf(coords, p);
   }
 
   size_t firstOutside(const double* const* coords, size_t n) const override {
@@ -185,7 +188,7 @@ class ScatteredLinear final : public InterpImpl {
       double x[D], lambda[D + 1];
       bool nan = false, outside = false;
       for (int d = 0; d < D; ++d) x[d] = coords[d][p], nan |= std::isnan(x[d]);
-      if (!nan) locate(x, lambda, outside);
+      if (!nan) locate(x, static_cast<size_t>(start_[buckets_.bucket(x)]), lambda, outside);
       if (outside) return p;
     }
     return n;
@@ -195,6 +198,39 @@ class ScatteredLinear final : public InterpImpl {
 
  private:
   static constexpr int kStride = D + D * D;  // v_0, then T row by row
+
+  std::uint32_t bucketOf(const double* const* coords, size_t p) const {
+    double x[D];
+    for (int d = 0; d < D; ++d) {
+      x[d] = coords[d][p];
+      if (std::isnan(x[d])) return 0;
+    }
+    return static_cast<std::uint32_t>(buckets_.bucket(x));
+  }
+
+  // The points at(k0..k1): a walk starts from the simplex of the point
+  // before when that lay in the same bucket, else from the bucket's simplex.
+  template <class At>
+  void run(const double* const* coords, At at, size_t k0, size_t k1, size_t n, double* out,
+           size_t f0, size_t f1, int deriv) const {
+    size_t lastBucket = SIZE_MAX, last = 0;
+    for (size_t k = k0; k < k1; ++k) {
+      const size_t p = at(k);
+      double x[D];
+      bool nan = false;
+      for (int d = 0; d < D; ++d) x[d] = coords[d][p], nan |= std::isnan(x[d]);
+      double lambda[D + 1];
+      bool outside = false;
+      size_t s = 0;
+      if (!nan) {
+        const size_t b = buckets_.bucket(x);
+        s = locate(x, b == lastBucket ? last : static_cast<size_t>(start_[b]), lambda, outside);
+        lastBucket = b, last = s;
+      }
+      for (size_t f = f0; f < f1; ++f)
+        out[p + n * (f - f0)] = value(s, x, lambda, outside, nan, f, deriv);
+    }
+  }
   static constexpr double kTol = 1e-12;
 
   void buildTransforms() {
@@ -256,9 +292,8 @@ class ScatteredLinear final : public InterpImpl {
 
   // The simplex holding x (outside = false), or the hull simplex the walk
   // left through (outside = true); lambda: x's coordinates in it.
-  size_t locate(const double* x, double* lambda, bool& outside) const {
+  size_t locate(const double* x, size_t s, double* lambda, bool& outside) const {
     const size_t ns = tri_.count();
-    size_t s = static_cast<size_t>(start_[buckets_.bucket(x)]);
     const size_t maxSteps = 64 + 4 * static_cast<size_t>(std::sqrt(static_cast<double>(ns)));
     for (size_t step = 0; step < maxSteps; ++step) {
       const std::int32_t* nb = &tri_.neighbors[s * (D + 1)];
@@ -328,7 +363,7 @@ class ScatteredNeighbor final : public InterpImpl {
       : InterpImpl(D, values.size(1), InterpMethod::Neighbor, extrapolation, false),
         xyz_(std::move(xyz)),
         values_(nodeMajor(values)),
-        box_(xyz_, 1),
+        box_(xyz_, xyz_.size() / D),
         nearest_(xyz_) {}
 
   void evaluateRange(const double* const* coords, size_t p0, size_t p1, size_t n, double* out,
@@ -354,6 +389,15 @@ class ScatteredNeighbor final : public InterpImpl {
   }
 
   size_t costPerPoint() const override { return 128; }
+  size_t keyCount() const override { return box_.total; }
+  std::uint32_t key(const double* const* coords, size_t p) const override {
+    double x[D];
+    for (int d = 0; d < D; ++d) {
+      x[d] = coords[d][p];
+      if (std::isnan(x[d])) return 0;
+    }
+    return static_cast<std::uint32_t>(box_.bucket(x));
+  }
 
  private:
   std::vector<double> xyz_;
