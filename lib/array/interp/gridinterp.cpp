@@ -46,13 +46,35 @@ GridInterp::GridInterp(std::vector<GridAxis> axes, const Array<double, 2>& value
   }
   if (method == InterpMethod::CubicSpline || method == InterpMethod::PiecewiseCubic) {
     buildHermite(values);
-    return;
+  } else {
+    // Node-major: the functions of a node side by side.
+    const size_t N = values.size(0);
+    coef_.resize(N * nfun);
+    for (size_t f = 0; f < nfun; ++f)
+      for (size_t k = 0; k < N; ++k) coef_[k * nfun + f] = values(k, f);
   }
-  // Node-major: the functions of a node side by side.
-  const size_t N = values.size(0);
-  coef_.resize(N * nfun);
-  for (size_t f = 0; f < nfun; ++f)
-    for (size_t k = 0; k < N; ++k) coef_[k * nfun + f] = values(k, f);
+  constexpr size_t kCachedBytes = size_t{1} << 25, kBlockNodes = 8;
+  if (coef_.size() * sizeof(double) > kCachedBytes) {
+    blocks_ = 1;
+    for (int d = 0; d < dim; ++d) {
+      const GridAxis& a = axes_[d];
+      blockCount_[d] = std::max<size_t>(1, a.size() / kBlockNodes);
+      blockScale_[d] = static_cast<double>(blockCount_[d]) / (a.x.back() - a.x.front());
+      blocks_ *= blockCount_[d];
+    }
+  }
+}
+
+std::uint32_t GridInterp::key(const double* const* coords, size_t p) const {
+  size_t k = 0;
+  for (int d = dim; d-- > 0;) {
+    const double v = coords[d][p];
+    if (std::isnan(v)) return 0;
+    const double r = std::clamp(std::floor((v - axes_[d].x.front()) * blockScale_[d]), 0.0,
+                                static_cast<double>(blockCount_[d] - 1));
+    k = k * blockCount_[d] + static_cast<size_t>(r);
+  }
+  return static_cast<std::uint32_t>(k);
 }
 
 // G[m] holds, function after function over the grid, the derivative of the
@@ -133,12 +155,14 @@ size_t axisWeights(const GridAxis& a, double v, bool diff, InterpExtrapolation e
 }  // namespace
 
 template <int D>
-void GridInterp::evaluateDim(const double* const* coords, size_t p0, size_t p1, size_t n,
-                             double* out, size_t f0, size_t f1, int deriv) const {
+void GridInterp::evaluateDim(const double* const* coords, const size_t* order, size_t k0,
+                             size_t k1, size_t n, double* out, size_t f0, size_t f1,
+                             int deriv) const {
   constexpr int C = 1 << D;
   const int M = M_;
   const bool hermite = M > 1;
-  for (size_t p = p0; p < p1; ++p) {
+  for (size_t k = k0; k < k1; ++k) {
+    const size_t p = order ? order[k] : k;
     double v[D];
     bool nan = false, outside = false;
     for (int d = 0; d < D; ++d) {
@@ -191,10 +215,16 @@ void GridInterp::evaluateDim(const double* const* coords, size_t p0, size_t p1, 
 
 void GridInterp::evaluateRange(const double* const* coords, size_t p0, size_t p1, size_t n,
                                double* out, size_t f0, size_t f1, int deriv) const {
+  evaluateOrdered(coords, nullptr, p0, p1, n, out, f0, f1, deriv);
+}
+
+void GridInterp::evaluateOrdered(const double* const* coords, const size_t* order, size_t k0,
+                                 size_t k1, size_t n, double* out, size_t f0, size_t f1,
+                                 int deriv) const {
   switch (dim) {
-    case 1: return evaluateDim<1>(coords, p0, p1, n, out, f0, f1, deriv);
-    case 2: return evaluateDim<2>(coords, p0, p1, n, out, f0, f1, deriv);
-    default: return evaluateDim<3>(coords, p0, p1, n, out, f0, f1, deriv);
+    case 1: return evaluateDim<1>(coords, order, k0, k1, n, out, f0, f1, deriv);
+    case 2: return evaluateDim<2>(coords, order, k0, k1, n, out, f0, f1, deriv);
+    default: return evaluateDim<3>(coords, order, k0, k1, n, out, f0, f1, deriv);
   }
 }
 

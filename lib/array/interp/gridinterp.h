@@ -40,19 +40,32 @@ class GridInterp final : public InterpImpl {
 
   void evaluateRange(const double* const* coords, size_t p0, size_t p1, size_t n, double* out,
                      size_t f0, size_t f1, int deriv) const override;
+  void evaluateOrdered(const double* const* coords, const size_t* order, size_t k0, size_t k1,
+                       size_t n, double* out, size_t f0, size_t f1, int deriv) const override;
   size_t firstOutside(const double* const* coords, size_t n) const override;
   size_t costPerPoint() const override;
+  size_t keyCount() const override { return blocks_; }
+  std::uint32_t key(const double* const* coords, size_t p) const override;
 
  private:
+  // The points order[k] (k itself when order is null), k0 <= k < k1.
   template <int D>
-  void evaluateDim(const double* const* coords, size_t p0, size_t p1, size_t n, double* out,
-                   size_t f0, size_t f1, int deriv) const;
+  void evaluateDim(const double* const* coords, const size_t* order, size_t k0, size_t k1,
+                   size_t n, double* out, size_t f0, size_t f1, int deriv) const;
   void buildHermite(const Array<double, 2>& values);
 
   std::vector<GridAxis> axes_;
   size_t stride_[3] = {0, 0, 0};  // node offset of one step along each axis
   int M_ = 1;                      // coefficients per node and function
   std::vector<double> coef_;
+  // Data far beyond the caches (over 32 MB) are read block by block, about 8
+  // nodes along each axis: the key of a point is its block. Below that the
+  // sort costs more than it saves (measured on 10^6 points: it gains a
+  // quarter on the 64 MB of a 100³ cubic spline, and loses a sixth on the
+  // 8 MB of linear data).
+  size_t blocks_ = 0;
+  size_t blockCount_[3] = {1, 1, 1};
+  double blockScale_[3] = {0, 0, 0};
 };
 
 }  // namespace qvarray::interpdetail
