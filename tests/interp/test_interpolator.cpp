@@ -225,10 +225,11 @@ TEST(GridInterp, Extrapolation) {
 }
 
 // Several functions over one grid give what each gives alone; the batch
-// gives the same bits on one thread and on all.
+// gives the same bits on one thread and on all, and as a short batch (the
+// cubic data, over 32 MB, make long batches go block by block).
 TEST(GridInterp, VectorValuedAndThreadIndependent) {
   qvtest::Rng rng(6);
-  Grid g = sample({axis(40, 0, 1, 1, rng), axis(30, 0, 2, 1, rng), axis(20, -1, 0, 1, rng)},
+  Grid g = sample({axis(90, 0, 1, 1, rng), axis(80, 0, 2, 1, rng), axis(70, -1, 0, 1, rng)},
                   {[](const double* x) { return smooth(x, 3); }, [](const double* x) { return x[0] * x[2]; }});
   const Array<double, 2> p = pointsIn(g, 50000, rng);
   const double* coords[] = {p.data, p.data + p.size(0), p.data + 2 * p.size(0)};
@@ -240,12 +241,16 @@ TEST(GridInterp, VectorValuedAndThreadIndependent) {
     qvbase::Parallel::setAvailableThreads(std::max(threads, 2));
     const Array<double, 2> all = f.evaluate(p, 1);
     qvbase::Parallel::setAvailableThreads(threads);
-    std::vector<double> one(p.size(0));
+    std::vector<double> one(p.size(0)), shortBatch(100);
     for (size_t fun = 0; fun < 2; ++fun) {
       f.evaluate(coords, p.size(0), one.data(), fun, 1);
+      f.evaluate(coords, shortBatch.size(), shortBatch.data(), fun, 1);
       for (size_t k = 0; k < p.size(0); ++k) {
         ASSERT_EQ(serial(k, fun), all(k, fun));
         ASSERT_EQ(one[k], all(k, fun));
+        if (k < shortBatch.size()) {
+          ASSERT_EQ(shortBatch[k], all(k, fun));
+        }
       }
     }
   }
