@@ -231,7 +231,7 @@ TEST(GridInterp, VectorValuedAndThreadIndependent) {
   qvtest::Rng rng(6);
   Grid g = sample({axis(90, 0, 1, 1, rng), axis(80, 0, 2, 1, rng), axis(70, -1, 0, 1, rng)},
                   {[](const double* x) { return smooth(x, 3); }, [](const double* x) { return x[0] * x[2]; }});
-  const Array<double, 2> p = pointsIn(g, 50000, rng);
+  const Array<double, 2> p = pointsIn(g, 20000, rng);
   const double* coords[] = {p.data, p.data + p.size(0), p.data + 2 * p.size(0)};
   for (InterpMethod m : kMethods) {
     const Interpolator f = Interpolator::onGrid(g.axes, g.values, m);
