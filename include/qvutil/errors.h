@@ -90,7 +90,17 @@
   /* constraint null spaces */                      \
   X(Inconsistent_constraints)                       \
   X(Constraint_elimination_failed_in_SVD)           \
-  X(Non_finite_constraint_coefficients)
+  X(Non_finite_constraint_coefficients)            \
+  /* interpolation */                               \
+  X(Unknown_interpolation_method)                   \
+  X(Unknown_extrapolation_method)                   \
+  X(Invalid_interpolation_grid)                     \
+  X(Invalid_interpolation_data)                     \
+  X(Interpolation_method_needs_grid)                \
+  X(Invalid_interpolation_argument)                 \
+  X(Point_outside_interpolation_data)               \
+  X(Triangulation_failed)                           \
+  X(Invalid_interpolation_file)
 
 namespace qvbase {
 

@@ -22,6 +22,8 @@ mm "coordinate real symmetric" "3 3 4" "1 1 4" "2 1 -1" "2 2 4" "3 3 4" >"$tmp/S
 mm "array real general" "3 2" 1 2 3 4 5 6 >"$tmp/B.mtx"
 mm "coordinate real general" "2 2 2" "1 1 inf" "2 2 1" >"$tmp/inf.mtx"
 mm "coordinate real general" "2 2 2" "1 1 1" "2 2 x" >"$tmp/bad.mtx"
+printf '%% x f\n0 0\n1 1\n2 8\n3 27\n' >"$tmp/table.txt"
+printf '0 0 1\n1 0 2\n0 1 3\n1 1 5\n0.5 0.4 2\n' >"$tmp/scattered.txt"
 
 # run N FROM args...: qvtool with allocation N failing (FROM non-empty: and
 # every later one), logging to $log; sets rc, err (stderr) and failed (an
@@ -96,6 +98,8 @@ launch null null --grid 3
 launch poisson poisson --n 4 --sor-maxit 20
 launch poisson-3d poisson --dim 3 --n 3 --symmetric --sor-maxit 5
 launch blas blas
+launch interp interp "$tmp/table.txt" --method cubicspline --at 1.5 --at 2.5
+launch interp-scattered interp "$tmp/scattered.txt" --at 0.3,0.3 --at 2,2 --extrapolation linear
 # Failures on the way: a reader error, a non-finite entry, a usage error.
 launch sparse-bad sparse "$tmp/bad.mtx"
 launch gmres-inf gmres "$tmp/inf.mtx"

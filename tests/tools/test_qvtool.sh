@@ -170,5 +170,16 @@ check poisson-3d 0 'discrete solution .*: ok' -- "$qvtool" poisson --dim 3 --n 1
 check poisson-bad 2 'out of range' -- "$qvtool" poisson --omega 2
 check poisson-option 2 "unknown option '--fast'" -- "$qvtool" poisson --fast 1
 
+# Interpolation: a cubic through five points is exact (not-a-knot spline);
+# file errors name the line; points outside refused on request.
+printf '%% x f\n0 0\n1 1\n2 8\n3 27\n4 64\n' >"$tmp/cubic.txt"
+printf '0 1\n1 x\n' >"$tmp/badinterp.txt"
+check interp-cubic 0 '^x = 2.5:  15.625$' -- "$qvtool" interp "$tmp/cubic.txt" --method cubicspline --at x=2.5
+check interp-deriv 0 '^x = 2.5:  18.75$' -- "$qvtool" interp "$tmp/cubic.txt" --method cubicspline --at 2.5 --deriv x
+check interp-bad-file 1 'badinterp.txt:2: .x. is not a number' -- "$qvtool" interp "$tmp/badinterp.txt" --at 0.5
+check interp-outside 1 'Point outside interpolation data' -- \
+  "$qvtool" interp "$tmp/cubic.txt" --at 5 --extrapolation error
+check interp-bad-point 2 "--at: 'a' is not a finite number" -- "$qvtool" interp "$tmp/cubic.txt" --at x=a
+
 [[ $failures -eq 0 ]] && echo "all qvtool checks passed" || echo "$failures qvtool checks failed"
 exit $((failures > 0))
