@@ -48,7 +48,8 @@
   X(interputil)             \
   X(qvjarray)               \
   X(callback)               \
-  X(fftplan)
+  X(fftplan)                \
+  X(jniaccess)
 
 /// Error keys: fixed identifiers that the product's message catalogue translates.
 #define QV_ERROR_KEYS(X)                            \
@@ -90,7 +91,14 @@
   /* constraint null spaces */                      \
   X(Inconsistent_constraints)                       \
   X(Constraint_elimination_failed_in_SVD)           \
-  X(Non_finite_constraint_coefficients)
+  X(Non_finite_constraint_coefficients)             \
+  /* Java bridge and FFT plans */                   \
+  X(JNI_error)                                      \
+  X(Null_Java_array)                                \
+  X(Java_array_sizes_disagree)                      \
+  X(Java_exception_in_callback)                     \
+  X(Invalid_FFT_size)                               \
+  X(FFT_size_mismatch)
 
 namespace qvbase {
 
