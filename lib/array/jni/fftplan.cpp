@@ -47,6 +47,7 @@ struct FFTPlan::Impl {
   size_t inCount = 1, outCount = 1;
   int rank = 0;
   int dims[3] = {0, 0, 0};  // FFTW's order: reversed
+  std::uintptr_t alignMask = simdAlignment() - 1;
   mutable std::atomic<fftw_plan> plans[kVariants] = {};
 
   // The plan of a variant, made on first use under the planner lock.
@@ -88,9 +89,19 @@ struct FFTPlan::Impl {
   }
 
   int variantFor(const void* in, const void* out) const {
-    const bool aligned = fftw_alignment_of(static_cast<double*>(const_cast<void*>(in))) == 0 &&
-                         fftw_alignment_of(static_cast<double*>(const_cast<void*>(out))) == 0;
-    return (in == out ? kInPlace : 0) | (aligned ? 0 : kUnaligned);
+    const auto bits = reinterpret_cast<std::uintptr_t>(in) | reinterpret_cast<std::uintptr_t>(out);
+    return (in == out ? kInPlace : 0) | (bits & alignMask ? kUnaligned : 0);
+  }
+
+  // The alignment FFTW's SIMD plans assume, found once from FFTW itself
+  // (fftw_alignment_of), so that each execute tests it inline.
+  static std::uintptr_t simdAlignment() {
+    static const std::uintptr_t alignment = [] {
+      std::uintptr_t a = 1;
+      while (a < 256 && fftw_alignment_of(reinterpret_cast<double*>(a)) != 0) a *= 2;
+      return a;
+    }();
+    return alignment;
   }
 };
 
