@@ -1,10 +1,14 @@
 // The Java bridge in a real JVM: every wrapper and conversion of the native
 // test library (jnitest.cpp) against Java's own computation, the callback
-// manager from OpenMP threads, class lookup from native threads, the errors
-// that reach Java, and 10^5 calls without growth of native memory or of
-// global references. Run under -Xcheck:jni; the test fails on any JNI warning.
+// manager from OpenMP threads, class lookup from native threads, the Java
+// expression host (a table in host/com/qubrix/nativejni/util/ExprTree.java),
+// the errors that reach Java, and 10^5 calls without growth of native memory
+// or of global references. Run under -Xcheck:jni; the test fails on any JNI
+// warning. --no-host: the host's class is missing; --bench: times the round
+// trip of 10^6 doubles.
 //
-// usage: java -Xcheck:jni -cp CLASSES JniTest LIBQVARRAYJNI LIBJNITEST HOSTCLASSES [--bench]
+// usage: java -Xcheck:jni -cp CLASSES JniTest LIBQVARRAYJNI LIBJNITEST HOSTCLASSES
+//        [--no-host | --bench]
 import java.io.File;
 import java.lang.ref.WeakReference;
 import java.net.URL;
@@ -44,6 +48,9 @@ public class JniTest {
   static native int attachedWorkers(int threads);
   static native boolean findFromWorker(String name);
   static native boolean jniFindFromWorker(String name);
+  static native String exprToString(String text, boolean worker);
+  static native String exprSimp(String text);
+  static native String exprPrefix(String text);
   static native void affineCopy(double[] a);
   static native void affineInPlace(double[] a);
 
@@ -278,6 +285,33 @@ public class JniTest {
     check(!findFromWorker("NoSuchClass"), "findClass of a missing class is null");
   }
 
+  // ---- the expression host: com/qubrix/nativejni/util/ExprTree answers ---------
+
+  static void exprHost() {
+    for (boolean worker : new boolean[] {false, true}) {
+      for (String t : new String[] {"a+b*c", "(a+b)*c", "-a^b", "a-(b-c)", "x.y+1",
+                                    "s('\u00e9\ud834\udd1e')"})
+        check(t.equals(exprToString(t, worker)), "host parses, library prints " + t);
+      check(exprToString("a_1", worker).equals("a_1") && exprToString("123", worker).equals("123"),
+            "bare names and numbers need no host");
+      expect("Internal_error_callback", () -> exprToString("null!", worker));
+      expect("Syntax_error_in_expression", () -> exprToString("empty!", worker));
+      expect("Internal_error_callback", () -> exprToString("throw!", worker));
+    }
+    check(attachedWorkers(2) == 0, "host calls detach the workers they attached");
+    check(exprPrefix("a+b*c").equals("+ a * b c"), "parseExprToPrefix, both flags true");
+    check(exprSimp("a+b*c").equals("a+c*b"), "simp through the host");
+    expect("Internal_error_callback", () -> exprSimp("a-(b-c)"));
+    expect("Empty_expression", () -> exprToString("", false));
+  }
+
+  // The library loaded where the host's class is missing.
+  static void noHost() {
+    for (boolean worker : new boolean[] {false, true})
+      expect("Internal_error_callback", () -> exprToString("a+b", worker));
+    check(exprToString("a_1", false).equals("a_1"), "bare names need no host");
+  }
+
   // ---- errors with a Java cause ---------------------------------------------------
 
   static void causes() {
@@ -297,6 +331,7 @@ public class JniTest {
     for (int k = 0; k < calls; ++k) {
       if (k == calls / 10) before = nativeHeapKb();  // after the JIT and heaps settle
       matVec(A, x);
+      exprToString("a+b*c", false);
       flatToRows(matrixColumnMajor(A, A), 40, 3, true, -1);
       sparseParts(cp, ri, re, 3, 4);
       if (k % 100 == 0) {
@@ -306,6 +341,7 @@ public class JniTest {
         }
         Host h = new Host(Integer.MAX_VALUE, false);
         runSteps(h, 2, 2);
+        exprToString("(a+b)*c", true);
         if (k % 1000 == 0) hosts.add(new WeakReference<>(h));
       }
     }
@@ -363,6 +399,11 @@ public class JniTest {
       bench();
       return;
     }
+    if (args.length > 3 && args[3].equals("--no-host")) {
+      noHost();
+      System.out.println(failures == 0 ? "all passed" : failures + " failed");
+      System.exit(failures == 0 ? 0 : 1);
+    }
     String keysDir = System.getenv("QV_RAISED_KEYS_DIR");
     if (keysDir != null) recordKeys();
     strings();
@@ -370,6 +411,7 @@ public class JniTest {
     conversions();
     sparse();
     callbacks();
+    exprHost();
     causes();
     noLeaks();
     if (keysDir != null)
