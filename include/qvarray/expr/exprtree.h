@@ -22,6 +22,8 @@
 //                           continuation bytes after it. For the modified
 //                           UTF-8 that JNI gives, N is Java's String.length().
 //   NAME                    a letter, then letters, digits, "_", ".": Identifier
+//                           (each byte tested on its low 7 bits, as scan
+//                           tests bare names)
 //   anything else           a number, kept as written: UnparsedNumber
 // Example: "a*(b+c)" is "* a + b c", "f(x, 'it''s')" is "() f 2 x \"\" 4 it's".
 //
@@ -70,8 +72,10 @@ class QVARRAY_API ExprImpl {
   /// form of an infix text is at most about three times as long.
   static constexpr size_t kMaxTextLength = 250000;
   static constexpr size_t kMaxPrefixLength = 999999;
-  /// Trees higher than this are refused (a leaf has height 1).
-  static constexpr uint32_t kMaxDepth = 4000;
+  /// Trees higher than this are refused (a leaf has height 1). Reading,
+  /// printing, simplifying and destroying a tree this high takes less than
+  /// half of the 1 MiB stack that a JVM gives its threads.
+  static constexpr uint32_t kMaxDepth = 2000;
 
   /// Kind tags, in the code field of nodes that are no operator.
   static constexpr int32_t kIdentifierTag = 569824042;
