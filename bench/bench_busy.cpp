@@ -25,6 +25,11 @@
 //                     the symmetric SOR preconditioner (qvtool poisson)
 //   dense/gemm400, dense/lu500, dense/gemv2000   the dense layer's threaded
 //                     BLAS/LAPACK calls; 1 thread is SerialBlasScope
+//   stream/large      not a library path: the large matrix's values and row
+//                     indices read once (a sum, in one plain OpenMP region of
+//                     AVAILABLETHREADS() equal parts), the bytes a 10⁷-entry
+//                     product streams: what the memory gives one and two
+//                     threads, the ceiling of the products' speed-up
 // Before timing, every path checks that its 2-thread result equals the
 // 1-thread one bit for bit (the sweeps and GMRES, whose 2-thread ordering is
 // another sweep: that two 2-thread runs agree bit for bit); the dense calls
@@ -43,6 +48,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <random>
 #include <stdexcept>
@@ -294,6 +300,34 @@ Path gemv(size_t n) {
   return p;
 }
 
+// Σ value·row over the stored entries, in AVAILABLETHREADS() parts summed in
+// part order (bits fixed by the thread count).
+Path stream(const Sparse& A) {
+  auto sum = std::make_shared<double>(0.0);
+  Path p;
+  p.reset = [] {};
+  p.run = [&A, sum] {
+    const double* v = A.getDoubleVal();
+    const size_t* row = A.getRow();
+    const size_t nnz = A.getNnz();
+    const int parts = AVAILABLETHREADS();
+    std::vector<double> partial(static_cast<size_t>(parts), 0.0);
+#pragma omp parallel for num_threads(parts) schedule(static, 1)
+    for (int t = 0; t < parts; ++t) {
+      const size_t k0 = nnz * static_cast<size_t>(t) / static_cast<size_t>(parts);
+      const size_t k1 = nnz * static_cast<size_t>(t + 1) / static_cast<size_t>(parts);
+      double s = 0.0;
+#pragma omp simd reduction(+ : s)
+      for (size_t k = k0; k < k1; ++k) s += v[k] * static_cast<double>(row[k]);
+      partial[static_cast<size_t>(t)] = s;
+    }
+    *sum = std::accumulate(partial.begin(), partial.end(), 0.0);
+  };
+  p.result = [sum] { return std::vector<double>{*sum}; };
+  p.tolerance = 1e-12;  // another summation order on 2 threads
+  return p;
+}
+
 // ---- measurement ------------------------------------------------------------------------
 
 double median(std::vector<double> v) {
@@ -403,6 +437,7 @@ const bool registered = [] {
   registerPath("dense/gemm400", [] { return gemm(400); });
   registerPath("dense/lu500", [] { return lu(500); });
   registerPath("dense/gemv2000", [] { return gemv(2000); });
+  registerPath("stream/large", [] { return stream(large()); });
   return true;
 }();
 

@@ -14,11 +14,14 @@
 #include <random>
 #include <vector>
 
+#include "qvarray/gmres.h"
 #include "qvarray/sparse/poissongrid.h"
 #include "producttest.h"
 #include "qvarray/sparse/parallelsparse.h"
 #include "qvarray/sparse/sparseproducts.h"
+#include "qvarray/sparse/sparseoperator.h"
 #include "qvarray/sparse/sparserelax.h"
+#include "qvarray/sparse/ssorpreconditioner.h"
 #include "qvtest.h"
 #include "qvutil/parallel.h"
 #include "sparsetest.h"
@@ -639,6 +642,37 @@ TEST(RelaxParallel, ParallelSorConvergesLikeTheSerialIteration) {
       EXPECT_LT(serial, 20000);
       EXPECT_LE(parallel, serial * 1.2) << serial << " serial, " << parallel << " parallel";
     }
+}
+
+
+// On 2 threads a step has 2 parts, whether a team of two runs them or the
+// calling thread runs both (below the work grain, or while the machine is
+// busy): the sweeps and a GMRES solve with the SOR preconditioner give the
+// same bits either way.
+TEST(RelaxParallel, TwoPartsGiveTheSameBitsOnATeamOfOneOrTwo) {
+  if (qvbase::Parallel::maxThreads() < 2) GTEST_SKIP() << "one thread only";
+  for (Symm_t symm : {qvarray::SymmNone, qvarray::SymmSymmetric}) {
+    const Sparse A = poissonIn(symm, 60);  // 1.8·10⁴ entries: parallel steps
+    const size_t N = A.getN();
+    const auto x0 = randomVec<double>(N, 7), r0 = randomVec<double>(N, 8);
+    auto run = [&](size_t grain) {
+      Threads two(2);
+      qvbase::Parallel::setMinWorkPerThread(grain);
+      std::vector<Vector> v{Vector(x0), Vector(r0), Vector(x0), Vector(r0), Vector()};
+      for (bool backward : {false, true}) {
+        EXPECT_EQ(qvarray::SORIt(A, v[0], v[1], 1.3, backward), 2);
+        EXPECT_EQ(qvarray::SORItUpdater(A, v[2], v[3], 1.3, backward), 2);
+      }
+      const qvarray::SparseOperator op(A);
+      const qvarray::SsorPreconditioner pre(A, 1.5);
+      qvarray::GmresOptions o;
+      o.maxIter = 40, o.tol = 0.0, o.precond = &pre;
+      EXPECT_EQ(qvarray::gmres(op, Vector(r0), v[4], o).iterations, 40);
+      return v;
+    };
+    const auto team = run(1), caller = run(size_t{1} << 40);
+    for (size_t k = 0; k < team.size(); ++k) expectSameVector<double>(caller[k], team[k], 0.0);
+  }
 }
 
 }  // namespace
