@@ -48,7 +48,8 @@
   X(interputil)             \
   X(qvjarray)               \
   X(callback)               \
-  X(fftplan)
+  X(fftplan)                \
+  X(jniaccess)
 
 /// Error keys: fixed identifiers that the product's message catalogue translates.
 #define QV_ERROR_KEYS(X)                            \
@@ -90,7 +91,7 @@
   /* constraint null spaces */                      \
   X(Inconsistent_constraints)                       \
   X(Constraint_elimination_failed_in_SVD)           \
-  X(Non_finite_constraint_coefficients)            \
+  X(Non_finite_constraint_coefficients)             \
   /* interpolation */                               \
   X(Unknown_interpolation_method)                   \
   X(Unknown_extrapolation_method)                   \
@@ -100,7 +101,22 @@
   X(Invalid_interpolation_argument)                 \
   X(Point_outside_interpolation_data)               \
   X(Triangulation_failed)                           \
-  X(Invalid_interpolation_file)
+  X(Invalid_interpolation_file)                     \
+  X(Non_finite_constraint_coefficients)             \
+  /* expression syntax */                           \
+  X(Empty_expression)                               \
+  X(Syntax_error_in_expression)                     \
+  X(Internal_error_callback)                        \
+  X(Internal_error_symbolic_processing)             \
+  X(Unknown_variable_name)                          \
+  X(Unimplemented_operator)                         \
+  /* Java bridge and FFT plans */                   \
+  X(JNI_error)                                      \
+  X(Null_Java_array)                                \
+  X(Java_array_sizes_disagree)                      \
+  X(Java_exception_in_callback)                     \
+  X(Invalid_FFT_size)                               \
+  X(FFT_size_mismatch)
 
 namespace qvbase {
 

@@ -27,5 +27,6 @@ extern const Command sparseCommand;
 extern const Command nullCommand;
 extern const Command spmvCommand;
 extern const Command interpCommand;
+extern const Command parseCommand;
 
 }  // namespace qvtool
