@@ -102,7 +102,6 @@
   X(Point_outside_interpolation_data)               \
   X(Triangulation_failed)                           \
   X(Invalid_interpolation_file)                     \
-  X(Non_finite_constraint_coefficients)             \
   /* expression syntax */                           \
   X(Empty_expression)                               \
   X(Syntax_error_in_expression)                     \
