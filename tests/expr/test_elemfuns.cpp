@@ -170,6 +170,16 @@ TEST(ElemFuns, RealDomainCodesAndComplexValues) {
                 std::abs(*z - r.complexValue) <= 1e-15 * std::abs(r.complexValue))
         << *z;
   }
+  // Arrays: one argument outside the domain anywhere gives the code; NaN is inside.
+  for (std::size_t bad : {0, 7, 16, 20}) {
+    auto a = std::make_shared<Arr>(21);
+    a->fill(0.5);
+    (*a)[3] = NAN;
+    EXPECT_EQ(AcosFun()(a, 21), 0u);
+    a->fill(0.5);
+    (*a)[bad] = 1.5;
+    EXPECT_EQ(AcosFun()(a, 21), 2u);
+  }
   auto z = std::make_shared<cplx>(0.0);
   EXPECT_EQ(LogFun()(z), 2u);
   auto w = std::make_shared<cplx>(3.0, -4.0);

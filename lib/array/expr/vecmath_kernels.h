@@ -64,11 +64,17 @@ QV_ARITH_KERNEL(mul, *)
 QV_ARITH_KERNEL(div, /)
 #undef QV_ARITH_KERNEL
 
+// By the smallest and largest element: minimum and maximum reductions
+// vectorise where a reduction of comparison flags does not; a NaN never wins
+// a comparison, so it is inside.
 bool outsideKernel(const double* x, std::size_t n, double lo, double hi) {
-  bool out = false;
-  _Pragma("omp simd reduction(| : out)") for (std::size_t i = 0; i < n; ++i) out |=
-      (x[i] < lo) | (x[i] > hi);
-  return out;
+  double smallest = lo, largest = hi;
+  _Pragma("omp simd reduction(min : smallest) reduction(max : largest)")
+  for (std::size_t i = 0; i < n; ++i) {
+    smallest = x[i] < smallest ? x[i] : smallest;
+    largest = x[i] > largest ? x[i] : largest;
+  }
+  return smallest < lo || largest > hi;
 }
 
 QV_UNARY_KERNEL(exp)
