@@ -12,8 +12,16 @@
 
 namespace qvarray::evalfun {
 
+// Whether b is an integer (infinities are, NaN is not), without the libm call
+// that trunc is on the x86-64 baseline: every double of magnitude 2^52 or
+// more is an integer, every smaller one converts to a 64-bit integer exactly.
+inline bool isInteger(double b) {
+  if (!(std::fabs(b) < 0x1p52)) return b == b;
+  return b == static_cast<double>(static_cast<long long>(b));
+}
+
 inline unsigned powCode(double a, double b) {
-  if (a < 0.0 && !(std::trunc(b) == b)) return 2;  // NaN is no integer; infinities are
+  if (a < 0.0 && !isInteger(b)) return 2;
   if (a == 0.0 && b < 0.0) return 4;
   return 0;
 }
@@ -56,7 +64,7 @@ inline std::pair<unsigned, std::complex<double>> powComplex(std::complex<double>
   unsigned code = (a == 0.0 && b.real() < 0.0) ? 4 : 0;
   if (a.imag() == 0.0 && b.imag() == 0.0 && powCode(a.real(), b.real()) != 2)
     return {code, powSpecial(a.real(), b.real(), vecmath::pow(a.real(), b.real()))};
-  if (b.imag() == 0.0 && std::trunc(b.real()) == b.real() && std::fabs(b.real()) <= 1024) {
+  if (b.imag() == 0.0 && std::fabs(b.real()) <= 1024 && isInteger(b.real())) {
     long long k = static_cast<long long>(std::fabs(b.real()));
     std::complex<double> r = 1.0, f = a;
     for (; k; k >>= 1, f *= f)
