@@ -115,7 +115,17 @@
   X(Java_array_sizes_disagree)                      \
   X(Java_exception_in_callback)                     \
   X(Invalid_FFT_size)                               \
-  X(FFT_size_mismatch)
+  X(FFT_size_mismatch)                              \
+  /* function objects (evaluation failures) */      \
+  X(funeval)                                        \
+  X(div)                                            \
+  X(pow)                                            \
+  X(pow_zero)                                       \
+  X(sqrt)                                           \
+  X(log)                                            \
+  X(nan)                                            \
+  X(erf)                                            \
+  X(impl)
 
 namespace qvbase {
 
