@@ -90,7 +90,10 @@
   /* constraint null spaces */                      \
   X(Inconsistent_constraints)                       \
   X(Constraint_elimination_failed_in_SVD)           \
-  X(Non_finite_constraint_coefficients)
+  X(Non_finite_constraint_coefficients)           \
+  /* values of the expression engine */            \
+  X(Unexpected_NaN)                                 \
+  X(Complex_number_in_real_expression)
 
 namespace qvbase {
 
