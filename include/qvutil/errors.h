@@ -90,7 +90,17 @@
   /* constraint null spaces */                      \
   X(Inconsistent_constraints)                       \
   X(Constraint_elimination_failed_in_SVD)           \
-  X(Non_finite_constraint_coefficients)
+  X(Non_finite_constraint_coefficients)             \
+  /* function objects (evaluation failures) */      \
+  X(funeval)                                        \
+  X(div)                                            \
+  X(pow)                                            \
+  X(pow_zero)                                       \
+  X(sqrt)                                           \
+  X(log)                                            \
+  X(nan)                                            \
+  X(erf)                                            \
+  X(impl)
 
 namespace qvbase {
 
