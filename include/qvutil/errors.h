@@ -90,8 +90,18 @@
   /* constraint null spaces */                      \
   X(Inconsistent_constraints)                       \
   X(Constraint_elimination_failed_in_SVD)           \
-  X(Non_finite_constraint_coefficients)           \
-  /* values of the expression engine */            \
+  X(Non_finite_constraint_coefficients)             \
+  /* function objects (evaluation failures) */      \
+  X(funeval)                                        \
+  X(div)                                            \
+  X(pow)                                            \
+  X(pow_zero)                                       \
+  X(sqrt)                                           \
+  X(log)                                            \
+  X(nan)                                            \
+  X(erf)                                            \
+  X(impl)                                           \
+  /* values of the expression engine */             \
   X(Unexpected_NaN)                                 \
   X(Complex_number_in_real_expression)
 

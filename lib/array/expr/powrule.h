@@ -1,0 +1,59 @@
+#pragma once
+// The power rule shared by "^" (PowFun) and the constant power (ConstPowFun):
+//   code 2 when a < 0 and b is not an integer; else code 4 when a == 0 and b < 0;
+//   the value is stored in any case: b == 2 gives a*a, b == 1 gives a,
+//   b == 0 gives 1 (also for a == 0), any other b the 1-ulp vector pow.
+#include <cmath>
+#include <complex>
+#include <utility>
+#include <cstddef>
+
+#include "vecmath.h"
+
+namespace qvarray::evalfun {
+
+inline unsigned powCode(double a, double b) {
+  if (a < 0.0 && !(std::trunc(b) == b)) return 2;  // NaN is no integer; infinities are
+  if (a == 0.0 && b < 0.0) return 4;
+  return 0;
+}
+
+inline double powSpecial(double a, double b, double general) {
+  if (b == 2.0) return a * a;
+  if (b == 1.0) return a;
+  if (b == 0.0) return 1.0;
+  return general;
+}
+
+/// out[i] = a[i*sa] ^ b[i*sb] for i < n (strides 0 or 1; out may be a or b);
+/// returns the largest code.
+inline unsigned powArray(const double* a, std::ptrdiff_t sa, const double* b, std::ptrdiff_t sb,
+                         double* out, std::size_t n) {
+  constexpr std::size_t kChunk = 256;
+  double general[kChunk];
+  unsigned code = 0;
+  for (std::size_t i = 0; i < n; i += kChunk) {
+    std::size_t m = n - i < kChunk ? n - i : kChunk;
+    const double* ai = a + i * sa;
+    const double* bi = b + i * sb;
+    vecmath::kernels().pow(ai, sa, bi, sb, general, m);
+    for (std::size_t k = 0; k < m; ++k) {
+      double av = ai[k * sa], bv = bi[k * sb];
+      unsigned c = powCode(av, bv);
+      code = c > code ? c : code;
+      out[i + k] = powSpecial(av, bv, general[k]);
+    }
+  }
+  return code;
+}
+
+inline std::pair<unsigned, std::complex<double>> powComplex(std::complex<double> a,
+                                                             std::complex<double> b) {
+  unsigned code = (a == 0.0 && b.real() < 0.0) ? 4 : 0;
+  if (b == 2.0) return {code, a * a};
+  if (b == 1.0) return {code, a};
+  if (b == 0.0) return {code, 1.0};
+  return {code, std::pow(a, b)};
+}
+
+}  // namespace qvarray::evalfun

@@ -1,0 +1,74 @@
+// The kernels of one instruction set, included once by each vecmath_<isa>.cpp
+// after it defines:
+//   QV_VW              lanes per vector
+//   QV_LOAD(p)         unaligned load,  QV_STORE(p, v) unaligned store
+//   QV_SLEEF(fn)       SLEEF's 1-ulp function fn for this set
+//   QV_KERNELS         name of the Kernels table to define, QV_ISA its name
+// Only plain loops and intrinsics: nothing here may be shared with code built
+// for another instruction set.
+#include "vecmath.h"
+
+namespace qvarray::vecmath {
+namespace {
+
+// A partial vector runs through the same lane code in a zero-padded buffer.
+#define QV_UNARY_KERNEL(fn)                                                     \
+  void fn##Kernel(const double* x, double* y, std::size_t n) {                  \
+    std::size_t i = 0;                                                          \
+    for (; i + QV_VW <= n; i += QV_VW) QV_STORE(y + i, QV_SLEEF(fn)(QV_LOAD(x + i))); \
+    if (i == n) return;                                                         \
+    double buf[QV_VW] = {};                                                     \
+    for (std::size_t k = 0; i + k < n; ++k) buf[k] = x[i + k];                  \
+    QV_STORE(buf, QV_SLEEF(fn)(QV_LOAD(buf)));                                  \
+    for (std::size_t k = 0; i + k < n; ++k) y[i + k] = buf[k];                  \
+  }
+
+#define QV_BINARY_KERNEL(fn)                                                    \
+  void fn##Kernel(const double* x, std::ptrdiff_t sx, const double* y,          \
+                  std::ptrdiff_t sy, double* z, std::size_t n) {                \
+    double bx[QV_VW] = {}, by[QV_VW] = {};                                      \
+    for (std::size_t i = 0; i < n; i += QV_VW) {                                \
+      std::size_t m = n - i < QV_VW ? n - i : QV_VW;                            \
+      for (std::size_t k = 0; k < m; ++k) {                                     \
+        bx[k] = x[(i + k) * sx];                                                \
+        by[k] = y[(i + k) * sy];                                                \
+      }                                                                         \
+      QV_STORE(bx, QV_SLEEF(fn)(QV_LOAD(bx), QV_LOAD(by)));                     \
+      for (std::size_t k = 0; k < m; ++k) z[i + k] = bx[k];                     \
+    }                                                                           \
+  }
+
+QV_UNARY_KERNEL(exp)
+QV_UNARY_KERNEL(log)
+QV_UNARY_KERNEL(log10)
+QV_UNARY_KERNEL(log2)
+QV_UNARY_KERNEL(sin)
+QV_UNARY_KERNEL(cos)
+QV_UNARY_KERNEL(tan)
+QV_UNARY_KERNEL(asin)
+QV_UNARY_KERNEL(acos)
+QV_UNARY_KERNEL(atan)
+QV_UNARY_KERNEL(sinh)
+QV_UNARY_KERNEL(cosh)
+QV_UNARY_KERNEL(tanh)
+QV_UNARY_KERNEL(asinh)
+QV_UNARY_KERNEL(acosh)
+QV_UNARY_KERNEL(atanh)
+QV_BINARY_KERNEL(pow)
+QV_BINARY_KERNEL(atan2)
+
+#undef QV_UNARY_KERNEL
+#undef QV_BINARY_KERNEL
+
+}  // namespace
+
+// In the order of Fn.
+const Kernels QV_KERNELS = {
+    {expKernel, logKernel, log10Kernel, log2Kernel, sinKernel, cosKernel, tanKernel, asinKernel,
+     acosKernel, atanKernel, sinhKernel, coshKernel, tanhKernel, asinhKernel, acoshKernel,
+     atanhKernel},
+    powKernel,
+    atan2Kernel,
+    QV_ISA};
+
+}  // namespace qvarray::vecmath
