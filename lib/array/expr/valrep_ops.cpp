@@ -273,7 +273,9 @@ ValRep::Ptr ValRep::applyOp(const FunObj& f, const Ptr& a0, const Ptr& b0, bool 
   const bool scalar = a->isScalar() && b->isScalar();
   const bool complex = a->isStoredAsComplex() || b->isStoredAsComplex();
   if (!a->isScalar() && !b->isScalar()) QV_ASSERT(a->getNEl() == b->getNEl(), evalrep);
-  const uint64_t nEl = a->isScalar() ? b->getNEl() : a->getNEl();
+  const uint64_t nEl = scalar          ? std::max(a->getNEl(), b->getNEl())
+                       : a->isScalar() ? b->getNEl()
+                                       : a->getNEl();
   const size_t n = scalar ? 1 : static_cast<size_t>(nEl);
   const size_t parts = partsOf({a.get(), b.get()});
   auto ofResultKind = [&](const Ptr& v) {
