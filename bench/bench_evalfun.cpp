@@ -40,7 +40,7 @@ using qvbench::Agreements;
 using Loop = void (*)(const double* in, const double* y, double* out, int n);
 #define QV_LIBM_LOOP(expr) \
   [](const double* in, const double* y, double* out, int n) { \
-    (void)y; \
+    (void)in, (void)y; \
     for (int i = 0; i < n; ++i) out[i] = expr; \
   }
 

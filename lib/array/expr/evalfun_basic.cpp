@@ -38,15 +38,22 @@ struct SpecBase {
 template <class S>
 unsigned realEval(double* a, std::size_t n) {
   unsigned code = 0;
-  if constexpr (S::recipIn)
+  if constexpr (S::recipIn) {
+#pragma omp simd
     for (std::size_t i = 0; i < n; ++i) a[i] = 1.0 / a[i];
+  }
+#pragma omp simd reduction(max : code)
   for (std::size_t i = 0; i < n; ++i) code = std::max(code, S::domain(a[i]));
-  if constexpr (S::kernel != Fn::count)
+  if constexpr (S::kernel != Fn::count) {
     vecmath::apply(S::kernel, a, a, n);
-  else
+  } else {
+#pragma omp simd
     for (std::size_t i = 0; i < n; ++i) a[i] = S::real(a[i]);
-  if constexpr (S::recipOut)
+  }
+  if constexpr (S::recipOut) {
+#pragma omp simd
     for (std::size_t i = 0; i < n; ++i) a[i] = 1.0 / a[i];
+  }
   return code;
 }
 
