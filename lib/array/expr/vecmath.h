@@ -26,6 +26,8 @@ struct Kernels {
   /// z = x + y, x - y, x * y, x / y (IEEE operations: the same bits in
   /// every instruction set, only wider).
   Binary add, sub, mul, div;
+  /// Whether some x[i] < lo or x[i] > hi (NaN is inside), i < n.
+  bool (*outside)(const double* x, std::size_t n, double lo, double hi);
   const char* isa;
 };
 

@@ -64,6 +64,13 @@ QV_ARITH_KERNEL(mul, *)
 QV_ARITH_KERNEL(div, /)
 #undef QV_ARITH_KERNEL
 
+bool outsideKernel(const double* x, std::size_t n, double lo, double hi) {
+  bool out = false;
+  _Pragma("omp simd reduction(| : out)") for (std::size_t i = 0; i < n; ++i) out |=
+      (x[i] < lo) | (x[i] > hi);
+  return out;
+}
+
 QV_UNARY_KERNEL(exp)
 QV_UNARY_KERNEL(log)
 QV_UNARY_KERNEL(log10)
@@ -99,6 +106,7 @@ const Kernels QV_KERNELS = {
     subKernel,
     mulKernel,
     divKernel,
+    outsideKernel,
     QV_ISA};
 
 }  // namespace qvarray::vecmath
