@@ -22,6 +22,9 @@ TEST(SpecialFuns, CodesAndErrorKeys) {
   qvtest::expectThrowKey([&] { erf.raiseError(4); }, "erf");
   EXPECT_EQ(GammaFun().evalElem(-2.0).first, 2u);
   EXPECT_NEAR(GammaFun().evalElem(4.5).second, 11.631728396567448, 1e-14);
+  // Gamma(1 + i) = i Gamma(i): the recurrence checks the complex form.
+  cplx g1 = GammaFun().evalElem(cplx(1, 1)).second, gi = GammaFun().evalElem(cplx(0, 1)).second;
+  EXPECT_LE(std::abs(g1 - cplx(0, 1) * gi), 1e-14 * std::abs(g1));
   PsiFun psi;
   EXPECT_EQ(psi.evalElem(-1.0, 2.0).first, 2u);
   EXPECT_EQ(psi.evalElem(0.5, 2.0).first, 2u);

@@ -5,7 +5,8 @@
 //
 //   erf(x)             code 2 ("nan", evalfun_basic) for a NaN argument; a
 //                      complex argument off the real axis is code 4 ("erf")
-//   gamma(x)           poles (0, -1, -2, ...) are code 2
+//   gamma(z)           poles (0, -1, -2, ...) are code 2; complex z off the
+//                      real axis by qvspecial's complex gamma
 //   psi(k, x)          the polygamma function of order k = 0, 1, 2, ... (k = 0:
 //                      digamma); an order that is not a non-negative integer is
 //                      code 2

@@ -46,8 +46,8 @@ std::pair<unsigned, double> GammaFun::evalElem(double x) const {
   return checked(qvspecial::qvgamma(x), std::isnan(x));
 }
 std::pair<unsigned, cplx> GammaFun::evalElem(cplx z) const {
-  if (z.imag() != 0.0) return kFailed;
-  return evalElem(z.real());
+  if (z.imag() == 0.0) return evalElem(z.real());
+  return checked(qvspecial::qvgamma(z), isNaN(z));
 }
 
 std::pair<unsigned, double> PsiFun::evalElem(double order, double x) const {
