@@ -15,6 +15,9 @@
 //   asin, acos |x| > 1             acsc, asec |x| < 1         acosh x < 1
 //   atanh |x| > 1                  acoth |x| < 1              asech x < 0 or x > 1
 // Complex log, log10, log2 of 0 give code 2 ("log"); no other complex code.
+// log(0) is thus a failure wherever a function object evaluates it (nodes,
+// constant folding), while the expression compiler's eval allows it (only
+// arguments below 0 throw there): both kept as they are.
 //
 // Definitions: cot = 1/tan, csc = 1/sin, sec = 1/cos (and coth, csch, sech
 // from tanh, sinh, cosh); acot(x) = atan(1/x), acsc = asin(1/x), asec =

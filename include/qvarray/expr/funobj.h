@@ -173,7 +173,11 @@ class QVARRAY_API FunObj : public GenFunObj {
   virtual EvalNodePtr simpRule(const FunPtr& self, const NodeList& args, NodeMaker& maker) const;
   /// The error record of a code: module, "message" = key, "fun" = name;
   /// empty when the code holds no failure bit. The default reports any
-  /// failure bit as "funeval" from "evalfun".
+  /// failure bit as "funeval" from "evalfun". A class with its own
+  /// makeError reads only its own bits, bit 2 first; code 2 from one of its
+  /// unimplemented overloads (an out-of-place form, or a form of the other
+  /// arity, which the engine never calls on it) therefore reads as that
+  /// class's first failure ("div", "pow", "sqrt", "log", "nan", "impl").
   virtual std::shared_ptr<qvbase::ErrInfo> makeError(unsigned code) const;
   /// Prints a call on `args` in the expression language.
   virtual void ostreamOperator(const NodeList& args, std::ostream& os) const;

@@ -3,6 +3,7 @@
 // the real domain, the complex function) and one pair of loops evaluates
 // every Spec, over a scalar as over an array.
 #include <cmath>
+#include <limits>
 #include <numbers>
 
 #include "evalfun_elementwise.h"
@@ -23,13 +24,15 @@ using vecmath::Fn;
 // What a function is, as static members (SpecBase gives the defaults):
 //   kernel    the vector kernel of the real value (Fn::count: none, use real)
 //   real      the real value when there is no kernel
-//   domain    the code of a real argument (after 1/x when recipIn)
+//   lo, hi    the real domain: an argument (after 1/x when recipIn) below lo
+//             or above hi is code 2 (NaN is inside)
 //   complex   the complex value; cdomain the code of a complex argument
 //   recipIn   the kernel is applied to 1/x; recipOut the value is 1/kernel(x)
 struct SpecBase {
   static constexpr Fn kernel = Fn::count;
   static double real(double x) { return x; }
-  static unsigned domain(double) { return 0; }
+  static constexpr double lo = -std::numeric_limits<double>::infinity();
+  static constexpr double hi = std::numeric_limits<double>::infinity();
   static unsigned cdomain(cplx) { return 0; }
   static constexpr bool recipIn = false;
   static constexpr bool recipOut = false;
@@ -38,15 +41,22 @@ struct SpecBase {
 template <class S>
 unsigned realEval(double* a, std::size_t n) {
   unsigned code = 0;
-  if constexpr (S::recipIn)
+  if constexpr (S::recipIn) {
+#pragma omp simd
     for (std::size_t i = 0; i < n; ++i) a[i] = 1.0 / a[i];
-  for (std::size_t i = 0; i < n; ++i) code = std::max(code, S::domain(a[i]));
-  if constexpr (S::kernel != Fn::count)
+  }
+  if constexpr (S::lo != SpecBase::lo || S::hi != SpecBase::hi)
+    code = vecmath::kernels().outside(a, n, S::lo, S::hi) ? 2 : 0;
+  if constexpr (S::kernel != Fn::count) {
     vecmath::apply(S::kernel, a, a, n);
-  else
+  } else {
+#pragma omp simd
     for (std::size_t i = 0; i < n; ++i) a[i] = S::real(a[i]);
-  if constexpr (S::recipOut)
+  }
+  if constexpr (S::recipOut) {
+#pragma omp simd
     for (std::size_t i = 0; i < n; ++i) a[i] = 1.0 / a[i];
+  }
   return code;
 }
 
@@ -60,11 +70,8 @@ unsigned complexEval(cplx* a, std::size_t n) {
   return code;
 }
 
-unsigned outsideUnit(double u) { return std::fabs(u) > 1.0 ? 2 : 0; }
-unsigned belowOne(double u) { return u < 1.0 ? 2 : 0; }
-unsigned negative(double x) { return x < 0.0 ? 2 : 0; }
-unsigned notPositive(double x) { return x <= 0.0 ? 2 : 0; }
 unsigned complexZero(cplx z) { return z == 0.0 ? 2 : 0; }
+constexpr double kTiniest = std::numeric_limits<double>::denorm_min();
 constexpr double kInvLn2 = 1.0 / std::numbers::ln2;
 
 struct SignSpec : SpecBase {
@@ -77,7 +84,7 @@ struct ExpSpec : SpecBase {
 };
 struct SqrtSpec : SpecBase {
   static double real(double x) { return std::sqrt(x); }
-  static unsigned domain(double u) { return negative(u); }
+  static constexpr double lo = 0.0;
   static cplx complex(cplx z) { return std::sqrt(z); }
 };
 struct ArgSpec : SpecBase {
@@ -102,19 +109,19 @@ struct ConjSpec : SpecBase {
 };
 struct LogSpec : SpecBase {
   static constexpr Fn kernel = Fn::log;
-  static unsigned domain(double u) { return notPositive(u); }
+  static constexpr double lo = kTiniest;  // x <= 0 fails
   static cplx complex(cplx z) { return std::log(z); }
   static unsigned cdomain(cplx z) { return complexZero(z); }
 };
 struct Log10Spec : SpecBase {
   static constexpr Fn kernel = Fn::log10;
-  static unsigned domain(double u) { return notPositive(u); }
+  static constexpr double lo = kTiniest;  // x <= 0 fails
   static cplx complex(cplx z) { return std::log10(z); }
   static unsigned cdomain(cplx z) { return complexZero(z); }
 };
 struct Log2Spec : SpecBase {
   static constexpr Fn kernel = Fn::log2;
-  static unsigned domain(double u) { return notPositive(u); }
+  static constexpr double lo = kTiniest;  // x <= 0 fails
   static cplx complex(cplx z) { return std::log(z) * kInvLn2; }
   static unsigned cdomain(cplx z) { return complexZero(z); }
 };
@@ -136,7 +143,7 @@ struct FixSpec : SpecBase {
 };
 struct AcosSpec : SpecBase {
   static constexpr Fn kernel = Fn::acos;
-  static unsigned domain(double u) { return outsideUnit(u); }
+  static constexpr double lo = -1.0, hi = 1.0;
   static cplx complex(cplx z) { return std::acos(z); }
 };
 struct AcotSpec : SpecBase {
@@ -146,19 +153,19 @@ struct AcotSpec : SpecBase {
 };
 struct AcscSpec : SpecBase {
   static constexpr Fn kernel = Fn::asin;
-  static unsigned domain(double u) { return outsideUnit(u); }
+  static constexpr double lo = -1.0, hi = 1.0;
   static cplx complex(cplx z) { return std::asin(1.0 / z); }
   static constexpr bool recipIn = true;
 };
 struct AsecSpec : SpecBase {
   static constexpr Fn kernel = Fn::acos;
-  static unsigned domain(double u) { return outsideUnit(u); }
+  static constexpr double lo = -1.0, hi = 1.0;
   static cplx complex(cplx z) { return std::acos(1.0 / z); }
   static constexpr bool recipIn = true;
 };
 struct AsinSpec : SpecBase {
   static constexpr Fn kernel = Fn::asin;
-  static unsigned domain(double u) { return outsideUnit(u); }
+  static constexpr double lo = -1.0, hi = 1.0;
   static cplx complex(cplx z) { return std::asin(z); }
 };
 struct AtanSpec : SpecBase {
@@ -194,12 +201,12 @@ struct TanSpec : SpecBase {
 };
 struct AcoshSpec : SpecBase {
   static constexpr Fn kernel = Fn::acosh;
-  static unsigned domain(double u) { return belowOne(u); }
+  static constexpr double lo = 1.0;
   static cplx complex(cplx z) { return std::acosh(z); }
 };
 struct AcothSpec : SpecBase {
   static constexpr Fn kernel = Fn::atanh;
-  static unsigned domain(double u) { return outsideUnit(u); }
+  static constexpr double lo = -1.0, hi = 1.0;
   static cplx complex(cplx z) { return std::atanh(1.0 / z); }
   static constexpr bool recipIn = true;
 };
@@ -208,11 +215,15 @@ struct AcschSpec : SpecBase {
   static cplx complex(cplx z) { return std::asinh(1.0 / z); }
   static constexpr bool recipIn = true;
 };
+// asech(x) = acosh(1/x) = log1p((1 - x + sqrt((1 - x)(1 + x))) / x): without
+// the rounding of 1/x, which acosh amplifies near 1 (18 ulps by the kernel).
 struct AsechSpec : SpecBase {
-  static constexpr Fn kernel = Fn::acosh;
-  static unsigned domain(double u) { return belowOne(u); }
+  static double real(double x) {
+    const double d = 1.0 - x;
+    return x < 0.0 ? std::sqrt(x) : std::log1p((d + std::sqrt(d * (1.0 + x))) / x);
+  }
+  static constexpr double lo = 0.0, hi = 1.0;
   static cplx complex(cplx z) { return std::acosh(1.0 / z); }
-  static constexpr bool recipIn = true;
 };
 struct AsinhSpec : SpecBase {
   static constexpr Fn kernel = Fn::asinh;
@@ -220,7 +231,7 @@ struct AsinhSpec : SpecBase {
 };
 struct AtanhSpec : SpecBase {
   static constexpr Fn kernel = Fn::atanh;
-  static unsigned domain(double u) { return outsideUnit(u); }
+  static constexpr double lo = -1.0, hi = 1.0;
   static cplx complex(cplx z) { return std::atanh(z); }
 };
 struct CoshSpec : SpecBase {
