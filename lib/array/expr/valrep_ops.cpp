@@ -50,10 +50,12 @@ using CA = FunObj::CA;
 struct Operand {
   bool array = false;
   bool complex = false;
-  RS rs;
-  CS cs;
-  RA ra;
-  CA ca;
+  // The part's entry in its value's list (no reference counting on the way);
+  // valid until that list grows.
+  const RS* rs = nullptr;
+  const CS* cs = nullptr;
+  const RA* ra = nullptr;
+  const CA* ca = nullptr;
 };
 
 Operand partOf(ValRep& v, size_t p) {
@@ -62,20 +64,20 @@ Operand partOf(ValRep& v, size_t p) {
   o.complex = v.isStoredAsComplex();
   const size_t i = v.getNEp() == 1 ? 0 : p;
   if (!o.array && !o.complex)
-    o.rs = v.dScalars()[i];
+    o.rs = &v.dScalars()[i];
   else if (!o.array)
-    o.cs = v.cScalars()[i];
+    o.cs = &v.cScalars()[i];
   else if (!o.complex)
-    o.ra = v.dArrays()[i];
+    o.ra = &v.dArrays()[i];
   else
-    o.ca = v.cArrays()[i];
+    o.ca = &v.cArrays()[i];
   return o;
 }
 
 template <class Fn>
 unsigned withOperand(const Operand& o, Fn&& fn) {
-  if (!o.array) return o.complex ? fn(o.cs) : fn(o.rs);
-  return o.complex ? fn(o.ca) : fn(o.ra);
+  if (!o.array) return o.complex ? fn(*o.cs) : fn(*o.rs);
+  return o.complex ? fn(*o.ca) : fn(*o.ra);
 }
 
 template <class P>
@@ -106,9 +108,9 @@ unsigned outOfPlace(const FunObj& f, const Operand& x, const Operand& y, size_t 
       using Y = std::decay_t<decltype(yp)>;
       if constexpr (isArray<X> || isArray<Y>) {
         if constexpr (isComplex<X> || isComplex<Y>)
-          return f(xp, yp, n, w.ca);
+          return f(xp, yp, n, *w.ca);
         else
-          return f(xp, yp, n, w.ra);
+          return f(xp, yp, n, *w.ra);
       } else {
         return FunObj::Failure1;  // scalars are computed in place
       }
@@ -163,30 +165,30 @@ Operand freshCopy(ValRep& r, const Operand& x, size_t n) {
   o.complex = r.isStoredAsComplex();
   if (!o.array) {
     if (o.complex) {
-      r.addCScalar(x.complex ? *x.cs : Complex(*x.rs));
-      o.cs = r.cScalars().back();
+      r.addCScalar(x.complex ? **x.cs : Complex(**x.rs));
+      o.cs = &r.cScalars().back();
     } else {
-      r.addDScalar(*x.rs);
-      o.rs = r.dScalars().back();
+      r.addDScalar(**x.rs);
+      o.rs = &r.dScalars().back();
     }
     return o;
   }
   if (!o.complex) {
     double* y = r.addDArray().data;
     if (x.array)
-      std::memcpy(y, x.ra->data, n * sizeof(double));
+      std::memcpy(y, (*x.ra)->data, n * sizeof(double));
     else
-      std::fill(y, y + n, *x.rs);
-    o.ra = r.dArrays().back();
+      std::fill(y, y + n, **x.rs);
+    o.ra = &r.dArrays().back();
   } else {
     Complex* y = r.addCArray().data;
     if (x.array && x.complex)
-      std::memcpy(static_cast<void*>(y), x.ca->data, n * sizeof(Complex));
+      std::memcpy(static_cast<void*>(y), (*x.ca)->data, n * sizeof(Complex));
     else if (x.array)
-      for (size_t k = 0; k < n; ++k) y[k] = x.ra->data[k];
+      for (size_t k = 0; k < n; ++k) y[k] = (*x.ra)->data[k];
     else
-      std::fill(y, y + n, x.complex ? *x.cs : Complex(*x.rs));
-    o.ca = r.cArrays().back();
+      std::fill(y, y + n, x.complex ? **x.cs : Complex(**x.rs));
+    o.ca = &r.cArrays().back();
   }
   return o;
 }
@@ -198,10 +200,10 @@ Operand freshArray(ValRep& r) {
   o.complex = r.isStoredAsComplex();
   if (o.complex) {
     r.addCArray();
-    o.ca = r.cArrays().back();
+    o.ca = &r.cArrays().back();
   } else {
     r.addDArray();
-    o.ra = r.dArrays().back();
+    o.ra = &r.dArrays().back();
   }
   return o;
 }
@@ -370,6 +372,12 @@ ValRep::Ptr ValRep::applyOp(const FunObj& f, const std::vector<Ptr>& args0, bool
   r->reset(scalar, complex, nEl);
   ValRep scratch(alloc);  // converted copies of the other arguments
   scratch.reset(scalar, complex, nEl);
+  // Operands point into the lists: no list may grow under them.
+  const size_t room = parts * args.size();
+  scratch.dScalars().reserve(room);
+  scratch.cScalars().reserve(room);
+  scratch.reserveDArray(room);
+  scratch.reserveCArray(room);
   unsigned code = 0;
   for (size_t p = 0; p < parts; ++p) {
     std::vector<Operand> ops;
@@ -384,19 +392,19 @@ ValRep::Ptr ValRep::applyOp(const FunObj& f, const std::vector<Ptr>& args0, bool
     }
     if (scalar && !complex) {
       std::vector<RS> v;
-      for (const Operand& o : ops) v.push_back(o.rs);
+      for (const Operand& o : ops) v.push_back(*o.rs);
       code |= f(v, ops.size());
     } else if (scalar) {
       std::vector<CS> v;
-      for (const Operand& o : ops) v.push_back(o.cs);
+      for (const Operand& o : ops) v.push_back(*o.cs);
       code |= f(v, ops.size());
     } else if (!complex) {
       std::vector<RA> v;
-      for (const Operand& o : ops) v.push_back(o.ra);
+      for (const Operand& o : ops) v.push_back(*o.ra);
       code |= f(v, n, ops.size());
     } else {
       std::vector<CA> v;
-      for (const Operand& o : ops) v.push_back(o.ca);
+      for (const Operand& o : ops) v.push_back(*o.ca);
       code |= f(v, n, ops.size());
     }
   }
