@@ -23,10 +23,10 @@ ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 
 # ThreadSanitizer: LLVM's OpenMP runtime with Archer stands in for the
 # uninstrumented libgomp (tests/CMakeLists.txt); the preset selects the tests
-# (the parallel sparse kernels, parallel interpolation batches, and start-up
-# from several threads at once).
+# (the parallel sparse kernels, parallel interpolation batches, start-up from
+# several threads at once, and the per-thread scratch-array pools).
 cmake --preset tsan
-cmake --build --preset tsan -j "$jobs" --target test_sparseops test_init test_relax test_util test_interp check_error_keys
+cmake --build --preset tsan -j "$jobs" --target test_sparseops test_init test_relax test_util test_interp test_values check_error_keys
 ctest --preset tsan -j "$jobs"
 
 # Fuzzing: the MatrixMarket reader and the expression reader under libFuzzer

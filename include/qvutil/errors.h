@@ -125,7 +125,10 @@
   X(log)                                            \
   X(nan)                                            \
   X(erf)                                            \
-  X(impl)
+  X(impl)                                           \
+  /* values of the expression engine */             \
+  X(Unexpected_NaN)                                 \
+  X(Complex_number_in_real_expression)
 
 namespace qvbase {
 
