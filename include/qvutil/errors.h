@@ -103,7 +103,14 @@
   X(impl)                                           \
   /* values of the expression engine */             \
   X(Unexpected_NaN)                                 \
-  X(Complex_number_in_real_expression)
+  X(Complex_number_in_real_expression)              \
+  /* expression syntax */                           \
+  X(Empty_expression)                               \
+  X(Syntax_error_in_expression)                     \
+  X(Internal_error_callback)                        \
+  X(Internal_error_symbolic_processing)             \
+  X(Unknown_variable_name)                          \
+  X(Unimplemented_operator)
 
 namespace qvbase {
 
