@@ -82,8 +82,11 @@ TEST(ArrayPool, BudgetDropsFrontsRoundRobin) {
       {100, {{Kind::OddReal, 5}, {Kind::OddComplex, 5}}, {5}, {5}, {}},
       {50, {{Kind::OddReal, 4}, {Kind::OddComplex, 4}}, {}, {4}, {}},
       {40, {{Kind::OddReal, 3}, {Kind::OddReal, 2}, {Kind::OddComplex, 3}}, {2}, {3}, {}},
-      {48, {{Kind::OddReal, 2}, {Kind::OddComplex, 2}, {Kind::OddReal2D, 4}, {Kind::OddReal2D, 2}},
-       {}, {}, {4, 2}},
+      {48,
+       {{Kind::OddReal, 2}, {Kind::OddComplex, 2}, {Kind::OddReal2D, 4}, {Kind::OddReal2D, 2}},
+       {},
+       {},
+       {4, 2}},
       {10, {{Kind::OddReal, 2}, {Kind::OddComplex, 2}}, {}, {}, {}},
   };
   for (const Row& row : rows) {

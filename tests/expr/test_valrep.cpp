@@ -33,9 +33,12 @@ ValRep::Ptr build(const Model& m, const ValRep::AllocPtr& alloc) {
   v->reset(m.scalar, m.complex, m.nEl);
   if (m.zero) v->setZero();
   for (const auto& part : m.parts) {
-    if (m.scalar && m.complex) v->addCScalar(part[0]);
-    else if (m.scalar) v->addDScalar(part[0].real());
-    else if (m.complex) std::copy(part.begin(), part.end(), v->addCArray().data);
+    if (m.scalar && m.complex)
+      v->addCScalar(part[0]);
+    else if (m.scalar)
+      v->addDScalar(part[0].real());
+    else if (m.complex)
+      std::copy(part.begin(), part.end(), v->addCArray().data);
     else {
       double* y = v->addDArray().data;
       for (size_t k = 0; k < part.size(); ++k) y[k] = part[k].real();
@@ -53,7 +56,12 @@ const std::vector<Model>& models() {
       {"real array", false, false, false, 4, {{1, -3, 2, 0}}, "[1, -3, 2, 0]"},
       {"complex array", false, true, false, 2, {{{0, 1}, {3, 4}}}, "[(0+1*i), (3+4*i)]"},
       {"structured arrays", false, false, false, 2, {{1, 2}, {-7, 0.5}}, "[1, 2; -7, 0.5]"},
-      {"structured complex scalars", true, true, false, 2, {{{1, 0}}, {{-1, 0}}},
+      {"structured complex scalars",
+       true,
+       true,
+       false,
+       2,
+       {{{1, 0}}, {{-1, 0}}},
        "(1+0*i); (-1+0*i)"},
   };
   return table;
@@ -162,12 +170,9 @@ TEST(ValRepModel, NaNRaisesWithItsRecord) {
   EXPECT_EQ(v->toString(), "NaN");
   v->getErrors()->add("message", "div");
   const std::function<void()> reads[] = {
-      [&] { v->getDouble(); },
-      [&] { v->getComplex(); },
-      [&] { v->getScalarDouble(0); },
-      [&] { v->getDoubleIterator(0); },
-      [&] { v->getComplexIterator(0); },
-      [&] { v->getComplexReader(); },
+      [&] { v->getDouble(); },           [&] { v->getComplex(); },
+      [&] { v->getScalarDouble(0); },    [&] { v->getDoubleIterator(0); },
+      [&] { v->getComplexIterator(0); }, [&] { v->getComplexReader(); },
   };
   for (const auto& read : reads) {
     const qvbase::Exception e = qvtest::expectThrowKey(read, "Unexpected_NaN");

@@ -26,8 +26,8 @@
 #include <vector>
 
 #include "qvarray/array.h"
-#include "qvarray/expr/arrayallocator.h"
 #include "qvarray/export.h"
+#include "qvarray/expr/arrayallocator.h"
 #include "qvutil/errinfo.h"
 
 namespace qvarray {

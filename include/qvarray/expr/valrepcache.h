@@ -18,8 +18,8 @@
 #include <utility>
 #include <vector>
 
-#include "qvarray/expr/valrep.h"
 #include "qvarray/export.h"
+#include "qvarray/expr/valrep.h"
 
 namespace qvarray {
 

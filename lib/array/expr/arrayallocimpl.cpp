@@ -30,9 +30,12 @@ std::vector<size_t> ArrayAllocImpl::oddSizes(OddKind kind) const {
   auto collect = [&](const auto& list) {
     for (const auto& a : list) sizes.push_back(a->count);
   };
-  if (kind == OddReal) collect(dOdd_);
-  else if (kind == OddComplex) collect(cOdd_);
-  else collect(dvOdd_);
+  if (kind == OddReal)
+    collect(dOdd_);
+  else if (kind == OddComplex)
+    collect(cOdd_);
+  else
+    collect(dvOdd_);
   return sizes;
 }
 
@@ -92,8 +95,10 @@ void ArrayAllocImpl::cCheckout(size_t n, std::shared_ptr<CArray>& out) {
 }
 
 void ArrayAllocImpl::dvCheckout(size_t m, size_t n, std::shared_ptr<DMatrix>& out) {
-  if (takeOdd(dvOdd_, m * n, out)) out->resize(m, n);  // same count: storage kept
-  else out = std::make_shared<DMatrix>(m, n);
+  if (takeOdd(dvOdd_, m * n, out))
+    out->resize(m, n);  // same count: storage kept
+  else
+    out = std::make_shared<DMatrix>(m, n);
 }
 
 void ArrayAllocImpl::cvCheckout(size_t m, size_t n, std::shared_ptr<Array<Complex, 2>>& out) {

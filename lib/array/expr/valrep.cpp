@@ -19,13 +19,17 @@ template <class A>
 std::shared_ptr<A> copyPart(const std::shared_ptr<A>& src, const ValRep::AllocPtr& alloc) {
   if constexpr (std::is_same_v<A, ValRep::DArray>) {
     std::shared_ptr<A> out;
-    if (alloc) alloc->dClone(*src, out);
-    else out = std::make_shared<A>(*src);
+    if (alloc)
+      alloc->dClone(*src, out);
+    else
+      out = std::make_shared<A>(*src);
     return out;
   } else if constexpr (std::is_same_v<A, ValRep::CArray>) {
     std::shared_ptr<A> out;
-    if (alloc) alloc->cClone(*src, out);
-    else out = std::make_shared<A>(*src);
+    if (alloc)
+      alloc->cClone(*src, out);
+    else
+      out = std::make_shared<A>(*src);
     return out;
   } else {
     return std::make_shared<A>(*src);
@@ -292,10 +296,12 @@ void ValRep::reset(const ValRep& other, bool copyData) {
 ValRep::DArray& ValRep::addDArray() {
   std::shared_ptr<DArray> a;
   const size_t n = static_cast<size_t>(nEl_);
-  if (!alloc_) a = std::make_shared<DArray>(n);
+  if (!alloc_)
+    a = std::make_shared<DArray>(n);
   else if (n > static_cast<size_t>(std::max(alloc_->getBlockSize(), 0)))
     alloc_->dCheckout(static_cast<int>(n), a);
-  else alloc_->dCheckout(a);
+  else
+    alloc_->dCheckout(a);
   dArrays_.push_back(std::move(a));
   ++nEp_;
   zero_ = false;
@@ -305,10 +311,12 @@ ValRep::DArray& ValRep::addDArray() {
 ValRep::CArray& ValRep::addCArray() {
   std::shared_ptr<CArray> a;
   const size_t n = static_cast<size_t>(nEl_);
-  if (!alloc_) a = std::make_shared<CArray>(n);
+  if (!alloc_)
+    a = std::make_shared<CArray>(n);
   else if (n > static_cast<size_t>(std::max(alloc_->getBlockSize(), 0)))
     alloc_->cCheckout(static_cast<int>(n), a);
-  else alloc_->cCheckout(a);
+  else
+    alloc_->cCheckout(a);
   cArrays_.push_back(std::move(a));
   ++nEp_;
   zero_ = false;
@@ -356,8 +364,10 @@ std::string ValRep::toString() const {
     const DValRepReader::Part q = readerPart(p);
     for (uint64_t k = 0; k < n; ++k) {
       if (k) s += ", ";
-      if (q.complex) appendNumber(s, CValRepReader::at(q, k));
-      else appendNumber(s, q.data[k * q.stride]);
+      if (q.complex)
+        appendNumber(s, CValRepReader::at(q, k));
+      else
+        appendNumber(s, q.data[k * q.stride]);
     }
   }
   if (!scalar_) s += ']';

@@ -25,8 +25,10 @@ namespace {
 
 template <class T>
 T numberAt(const double* x, bool complex) {
-  if constexpr (std::is_same_v<T, double>) return x[0];
-  else return {x[0], complex ? x[1] : 0.0};
+  if constexpr (std::is_same_v<T, double>)
+    return x[0];
+  else
+    return {x[0], complex ? x[1] : 0.0};
 }
 
 size_t numbersOf(uint64_t nEl, uint64_t nEp, bool zero) {
@@ -61,8 +63,10 @@ ValRep::Ptr ValRep::cloneCast(const AllocPtr& alloc, bool scalar, bool complex,
   if (!data) return r;
   const CValRepReader in = getComplexReader();
   for (size_t p = 0; p < nEp_; ++p) {
-    if (scalar && complex) r->addCScalar(in(p, 0));
-    else if (scalar) r->addDScalar(in(p, 0).real());
+    if (scalar && complex)
+      r->addCScalar(in(p, 0));
+    else if (scalar)
+      r->addDScalar(in(p, 0).real());
     else if (complex) {
       Complex* y = r->addCArray().data;
       for (uint64_t k = 0; k < nEl; ++k) y[k] = in(p, k);

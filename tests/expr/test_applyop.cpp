@@ -1,0 +1,347 @@
+// applyOp against a plain model: every combination of scalar/array,
+// real/complex, unique/shared operands; a shared operand is never modified;
+// the result's storage kind and where it lives; NaN, never-filled and zero
+// operands; failure codes; structured values; several arguments.
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+#include "qvarray/expr/arrayallocimpl.h"
+#include "qvarray/expr/funobj.h"
+#include "qvarray/expr/valrep.h"
+
+using namespace qvarray;
+using Complex = std::complex<double>;
+using Ptr = ValRep::Ptr;
+
+namespace {
+
+template <class P>
+constexpr bool isArrayPtr = std::is_same_v<P, FunObj::RA> || std::is_same_v<P, FunObj::CA>;
+
+template <class P>
+auto element(const P& p, size_t k) {
+  if constexpr (isArrayPtr<P>)
+    return (*p)[k];
+  else
+    return *p;
+}
+
+template <class P, class V>
+void put(const P& p, size_t k, V v) {
+  using T = std::remove_reference_t<decltype(element(p, 0))>;
+  T t;
+  if constexpr (std::is_same_v<T, double>)
+    t = std::real(v);
+  else
+    t = v;
+  if constexpr (isArrayPtr<P>)
+    (*p)[k] = t;
+  else
+    *p = t;
+}
+
+// A two-operand function from a per-element rule Op(x, y) -> (code, value),
+// with the in-place forms and, when asked, the out-of-place ones.
+template <class Op>
+class TestBin : public BinFunObj {
+ public:
+  TestBin(std::string name, bool outOfPlace) : BinFunObj(std::move(name)), oop_(outOfPlace) {}
+  using BinFunObj::operator();
+
+#define QV_TEST_INPLACE(X, Y)                                                               \
+  FunOpCode operator()(const X& x, const Y& y, size_t n, int which) const override {        \
+    return which == 1 ? run(x, y, n, x) : run(x, y, n, y);                                  \
+  }                                                                                         \
+  FunOpCode operator()(const X& x, const Y& y, size_t n, const W<X, Y>& w) const override { \
+    if (!oop_) return Failure1;                                                             \
+    ++outOfPlaceCalls;                                                                      \
+    return run(x, y, n, w);                                                                 \
+  }
+  template <class X, class Y>
+  using W = std::conditional_t<std::is_same_v<X, CA> || std::is_same_v<X, CS> ||
+                                   std::is_same_v<Y, CA> || std::is_same_v<Y, CS>,
+                               CA, RA>;
+  QV_TEST_INPLACE(CA, CA)
+  QV_TEST_INPLACE(RA, CA)
+  QV_TEST_INPLACE(CA, RA)
+  QV_TEST_INPLACE(RA, RA)
+  QV_TEST_INPLACE(CS, CA)
+  QV_TEST_INPLACE(RS, CA)
+  QV_TEST_INPLACE(CS, RA)
+  QV_TEST_INPLACE(RS, RA)
+  QV_TEST_INPLACE(CA, CS)
+  QV_TEST_INPLACE(RA, CS)
+  QV_TEST_INPLACE(CA, RS)
+  QV_TEST_INPLACE(RA, RS)
+#undef QV_TEST_INPLACE
+  FunOpCode operator()(const CS& x, const CS& y, int which) const override {
+    return sc(x, y, which);
+  }
+  FunOpCode operator()(const RS& x, const CS& y, int which) const override {
+    return sc(x, y, which);
+  }
+  FunOpCode operator()(const CS& x, const RS& y, int which) const override {
+    return sc(x, y, which);
+  }
+  FunOpCode operator()(const RS& x, const RS& y, int which) const override {
+    return sc(x, y, which);
+  }
+
+  mutable int outOfPlaceCalls = 0;
+
+ private:
+  template <class X, class Y, class T>
+  FunOpCode run(const X& x, const Y& y, size_t n, const T& target) const {
+    unsigned code = 0;
+    for (size_t k = 0; k < n; ++k) {
+      const auto [c, v] = Op()(element(x, k), element(y, k));
+      code |= c;
+      put(target, k, v);
+    }
+    return static_cast<FunOpCode>(code);
+  }
+  template <class X, class Y>
+  FunOpCode sc(const X& x, const Y& y, int which) const {
+    return which == 1 ? run(x, y, 1, x) : run(x, y, 1, y);
+  }
+  bool oop_;
+};
+
+struct Mul {
+  template <class X, class Y>
+  std::pair<unsigned, decltype(X() * Y())> operator()(X x, Y y) const {
+    return {0u, x * y};
+  }
+};
+struct Div {  // code 2 on a zero divisor, as the language's division
+  template <class X, class Y>
+  std::pair<unsigned, decltype(X() / Y())> operator()(X x, Y y) const {
+    return {y == Y(0) ? 2u : 0u, x / y};
+  }
+};
+
+class TestSqrt : public UnFunObj {
+ public:
+  TestSqrt() : UnFunObj("sqrt") {}
+  FunOpCode operator()(const RS& x) const override { return operator()(*x); }
+  FunOpCode operator()(const CS& x) const override {
+    *x = std::sqrt(*x);
+    return Success;
+  }
+  FunOpCode operator()(const RA& x, size_t n) const override {
+    unsigned code = 0;
+    for (size_t k = 0; k < n; ++k) code |= operator()((*x)[k]);
+    return static_cast<FunOpCode>(code);
+  }
+  FunOpCode operator()(const CA& x, size_t n) const override {
+    for (size_t k = 0; k < n; ++k) (*x)[k] = std::sqrt((*x)[k]);
+    return Success;
+  }
+
+ private:
+  FunOpCode operator()(double& x) const {
+    x = std::sqrt(x);
+    return x == x ? Success : Failure1;
+  }
+};
+
+// The four unstructured kinds, as model values (number k of part 0).
+struct Kind {
+  bool scalar, complex;
+};
+constexpr Kind kKinds[] = {{true, false}, {true, true}, {false, false}, {false, true}};
+constexpr uint64_t kN = 5;
+
+Complex modelAt(const Kind& kind, int seed, size_t k) {
+  const double re = seed + 0.5 * (kind.scalar ? 0 : k) + 1.0;
+  return {re, kind.complex ? 0.25 * seed - 0.5 : 0.0};
+}
+
+Ptr make(const Kind& kind, int seed, const ValRep::AllocPtr& alloc) {
+  auto v = std::make_shared<ValRep>(alloc);
+  v->reset(kind.scalar, kind.complex, kN);
+  if (kind.scalar && kind.complex)
+    v->addCScalar(modelAt(kind, seed, 0));
+  else if (kind.scalar)
+    v->addDScalar(modelAt(kind, seed, 0).real());
+  else if (kind.complex) {
+    Complex* y = v->addCArray().data;
+    for (size_t k = 0; k < kN; ++k) y[k] = modelAt(kind, seed, k);
+  } else {
+    double* y = v->addDArray().data;
+    for (size_t k = 0; k < kN; ++k) y[k] = modelAt(kind, seed, k).real();
+  }
+  return v;
+}
+
+std::vector<Complex> numbers(const ValRep& v) {
+  Array<Complex, 1> out;
+  v.copyToArray(out);
+  return {out.begin(), out.end()};
+}
+
+}  // namespace
+
+// 4 × 4 kinds × (overwrite allowed or not) × (operands also held elsewhere or
+// not) × (out-of-place form or not).
+TEST(ApplyOp, KindsStorageAndSharing) {
+  auto alloc = std::make_shared<SerialArrayAllocator>(8, 100000);
+  for (bool oop : {false, true}) {
+    const TestBin<Mul> mul("*", oop);
+    for (const Kind& ka : kKinds)
+      for (const Kind& kb : kKinds)
+        for (bool overwrite : {false, true})
+          for (bool shared : {false, true}) {
+            SCOPED_TRACE(::testing::Message() << ka.scalar << ka.complex << kb.scalar << kb.complex
+                                              << overwrite << shared << oop);
+            Ptr a = make(ka, 1, alloc), b = make(kb, 2, alloc);
+            const Ptr heldA = shared ? a : nullptr, heldB = shared ? b : nullptr;
+            const std::vector<Complex> a0 = numbers(*a), b0 = numbers(*b);
+            const ValRep* pa = a.get();
+            const ValRep* pb = b.get();
+            const Ptr r = ValRep::applyOp(mul, a, b, overwrite);
+            const bool scalar = ka.scalar && kb.scalar;
+            const bool complex = ka.complex || kb.complex;
+            EXPECT_EQ(r->isScalar(), scalar);
+            EXPECT_EQ(r->isStoredAsComplex(), complex);
+            const std::vector<Complex> got = numbers(*r);
+            for (size_t k = 0; k < kN; ++k)
+              EXPECT_EQ(got[k], modelAt(ka, 1, k) * modelAt(kb, 2, k)) << k;
+            // Reuse only of an operand of the result's kind, held alone, with leave.
+            const bool reusable = overwrite && !shared;
+            const bool aFits = ka.scalar == scalar && ka.complex == complex;
+            const bool bFits = kb.scalar == scalar && kb.complex == complex;
+            const ValRep* expectIn = reusable && aFits ? pa : reusable && bFits ? pb : nullptr;
+            if (expectIn) {
+              EXPECT_EQ(r.get(), expectIn);
+            } else {
+              EXPECT_TRUE(r.get() != pa && r.get() != pb);
+            }
+            if (r.get() != pa) {
+              EXPECT_EQ(numbers(*a), a0);
+            }
+            if (r.get() != pb) {
+              EXPECT_EQ(numbers(*b), b0);
+            }
+            // Out of place when the function has the form and storage is fresh.
+            EXPECT_EQ(mul.outOfPlaceCalls > 0, oop && !scalar && !expectIn);
+            mul.outOfPlaceCalls = 0;
+          }
+  }
+}
+
+TEST(ApplyOp, NaNNeverFilledAndZeroOperands) {
+  auto alloc = std::make_shared<SerialArrayAllocator>(8, 100000);
+  const TestBin<Mul> mul("*", false);
+  Ptr x = make(kKinds[2], 1, alloc);
+  Ptr nan1 = ValRep::makeNaN(), nan2 = ValRep::makeNaN();
+  nan1->getErrors()->add("message", "first");
+  // The first NaN wins, as itself when the caller holds it alone.
+  Ptr r = ValRep::applyOp(mul, x, nan1, true);
+  EXPECT_EQ(r, nan1);
+  const Ptr keep = nan2;
+  r = ValRep::applyOp(mul, nan2, nan1, true);
+  EXPECT_NE(r, nan2);
+  EXPECT_TRUE(r->isNaN());
+  EXPECT_FALSE(r->hasErrors());
+  // Never filled.
+  Ptr empty = std::make_shared<ValRep>(alloc);
+  EXPECT_EQ(ValRep::applyOp(mul, x, empty, false), empty);
+  // A data-less zero becomes an explicit 0.
+  r = ValRep::applyOp(mul, ValRep::makeZero(), x, false);
+  EXPECT_FALSE(r->isScalar());
+  EXPECT_EQ(numbers(*r), std::vector<Complex>(kN, 0.0));
+}
+
+TEST(ApplyOp, FailureCodesBecomeErrorRecords) {
+  auto alloc = std::make_shared<SerialArrayAllocator>(8, 100000);
+  const TestBin<Div> div("/", false);
+  Ptr x = make(kKinds[2], 1, alloc);
+  Ptr zero = std::make_shared<ValRep>(0.0);
+  Ptr r = ValRep::applyOp(div, x, zero, false);
+  EXPECT_TRUE(r->isNaN());
+  ASSERT_TRUE(r->hasErrors());
+  EXPECT_EQ(*r->getErrors()->find("message"), "funeval");
+  EXPECT_EQ(*r->getErrors()->find("fun"), "/");
+  // sqrt: real stays real and fails on a negative number; complex does not.
+  const TestSqrt sqrtFun;
+  EXPECT_TRUE(ValRep::applyOp(sqrtFun, std::make_shared<ValRep>(-4.0), true)->isNaN());
+  r = ValRep::applyOp(sqrtFun, std::make_shared<ValRep>(Complex(-4.0, 0.0)), true);
+  EXPECT_EQ(r->getComplex(), Complex(0.0, 2.0));
+  // In place on a value held alone; a copy of a shared one.
+  Ptr y = make(kKinds[2], 3, alloc);
+  const ValRep* py = y.get();
+  EXPECT_EQ(ValRep::applyOp(sqrtFun, y, true).get(), py);
+  Ptr z = make(kKinds[2], 3, alloc);
+  const Ptr held = z;
+  r = ValRep::applyOp(sqrtFun, z, true);
+  EXPECT_NE(r, z);
+  EXPECT_EQ(r->getDouble(), std::sqrt(z->getDouble()));
+}
+
+TEST(ApplyOp, StructuredValuesGoPartByPart) {
+  auto alloc = std::make_shared<SerialArrayAllocator>(8, 100000);
+  const TestBin<Mul> mul("*", false);
+  Ptr s = std::make_shared<ValRep>(alloc);
+  s->reset(false, false, 2);
+  double* p0 = s->addDArray().data;
+  double* p1 = s->addDArray().data;
+  p0[0] = 1, p0[1] = 2, p1[0] = 3, p1[1] = 4;
+  const Ptr r = ValRep::applyOp(mul, s, std::make_shared<ValRep>(Complex(0, 1)), false);
+  EXPECT_EQ(r->getNEp(), 2u);
+  EXPECT_EQ(r->toString(), "[(0+1*i), (0+2*i); (0+3*i), (0+4*i)]");
+}
+
+// With warm pools, repeated evaluation checks out no new array.
+TEST(ApplyOp, WarmPoolsAllocateNothing) {
+  auto alloc = std::make_shared<SerialArrayAllocator>(16, 100000);
+  const TestBin<Mul> mul("*", false);
+  const Ptr a = make(kKinds[2], 1, alloc), b = make(kKinds[3], 2, alloc);
+  const double* first = nullptr;
+  for (int i = 0; i < 3; ++i) {
+    const Ptr r = ValRep::applyOp(mul, ValRep::applyOp(mul, a, b, false), a, true);
+    if (!first) first = reinterpret_cast<const double*>(r->getComplexIterator(0));
+    EXPECT_EQ(reinterpret_cast<const double*>(r->getComplexIterator(0)), first);
+  }
+  EXPECT_EQ(alloc->pool().freeBlocks(true), 1u);
+}
+
+// The shortcuts with the language's operators, and a sum of several values,
+// against the model's arithmetic.
+TEST(ApplyOp, ShortcutsAndSeveralArguments) {
+  auto alloc = std::make_shared<SerialArrayAllocator>(8, 100000);
+  const Ptr a = make(kKinds[2], 1, alloc), z = make(kKinds[1], 2, alloc);
+  struct Row {
+    const char* name;
+    Ptr result;
+    std::function<Complex(size_t)> model;
+  };
+  const Row rows[] = {
+      {"plus", ValRep::plus(a, z, false),
+       [&](size_t k) { return modelAt(kKinds[2], 1, k) + modelAt(kKinds[1], 2, 0); }},
+      {"minus", ValRep::minus(a, 2.0, false),
+       [&](size_t k) { return modelAt(kKinds[2], 1, k) - 2.0; }},
+      {"times", ValRep::times(z, a, false),
+       [&](size_t k) { return modelAt(kKinds[1], 2, 0) * modelAt(kKinds[2], 1, k); }},
+      {"divide", ValRep::divide(a, 4.0, false),
+       [&](size_t k) { return modelAt(kKinds[2], 1, k) / 4.0; }},
+      {"uminus", ValRep::uminus(z, false), [&](size_t) { return -modelAt(kKinds[1], 2, 0); }},
+      {"sqrt", ValRep::sqrt(a, false),
+       [&](size_t k) { return std::sqrt(modelAt(kKinds[2], 1, k)); }},
+      {"sum", ValRep::applyOp(GenAddFun("sum"), {a, z, a}, false),
+       [&](size_t k) {
+         return modelAt(kKinds[2], 1, k) + modelAt(kKinds[1], 2, 0) + modelAt(kKinds[2], 1, k);
+       }},
+  };
+  for (const Row& row : rows) {
+    const std::vector<Complex> got = numbers(*row.result);
+    for (size_t k = 0; k < got.size(); ++k) EXPECT_EQ(got[k], row.model(k)) << row.name << k;
+  }
+  EXPECT_EQ(numbers(*a), numbers(*make(kKinds[2], 1, alloc)));  // never written
+  // Failures carry the operator's own record.
+  const Ptr q = ValRep::divide(a, 0.0, false);
+  EXPECT_EQ(*q->getErrors()->find("message"), "div");
+  const Ptr s = ValRep::sqrt(std::make_shared<ValRep>(-1.0), true);
+  EXPECT_EQ(*s->getErrors()->find("message"), "sqrt");
+}
