@@ -180,10 +180,10 @@ Code binary(const X& x, const Y& y, std::size_t n, int which) {
   QV_BINARY_DEFINE(Class, Rule)           \
   QV_BINARY_DEFINE_REAL(Class, Rule)
 
-QV_BINARY_DEFINE_ALL(PlusFun, Plus)
-QV_BINARY_DEFINE_ALL(MinusFun, Minus)
-QV_BINARY_DEFINE_ALL(MultFun, Mult)
-QV_BINARY_DEFINE_ALL(DivFun, Div)
+QV_BINARY_DEFINE(PlusFun, Plus)
+QV_BINARY_DEFINE(MinusFun, Minus)
+QV_BINARY_DEFINE(MultFun, Mult)
+QV_BINARY_DEFINE(DivFun, Div)
 QV_BINARY_DEFINE_ALL(PlusSqFun, PlusSq)
 QV_BINARY_DEFINE_ALL(RealDotFun, RealDot)
 QV_BINARY_DEFINE_ALL(LTFun, Lt)
@@ -199,6 +199,48 @@ QV_BINARY_DEFINE_ALL(MaxFun, Max)
 QV_BINARY_DEFINE_ALL(ModFun, Mod)
 QV_BINARY_DEFINE(PowFun, Pow)
 QV_BINARY_DEFINE(Atan2Fun, Atan2)
+
+// Real arithmetic: the vector kernels of the widest instruction set (the
+// generic loop would run at the x86-64 baseline's width); the division's
+// code comes from the divisors before they may be overwritten.
+namespace {
+template <class X, class Y>
+Code arith(vecmath::Binary kernel, bool division, const X& x, const Y& y, std::size_t n,
+           int which) {
+  using namespace evalfun;
+  QV_ASSERT(n <= 1 || (which == 1 ? isArray<X> : isArray<Y>), evalfun_binary);
+  const double* a = Shape<X>::at(x);
+  const double* b = Shape<Y>::at(y);
+  unsigned code = 0;
+  if (division) {
+    bool zero = false;
+    const std::size_t m = isArray<Y> ? n : (n ? 1 : 0);
+    for (std::size_t i = 0; i < m; ++i) zero |= b[i] == 0.0;
+    code = zero ? 2u : 0u;
+  }
+  kernel(a, Shape<X>::step, b, Shape<Y>::step, which == 1 ? Shape<X>::at(x) : Shape<Y>::at(y), n);
+  return toCode(code);
+}
+}  // namespace
+
+#define QV_ARITH_DEFINE(Class, kernel, division)                                    \
+  Code Class::operator()(const RA& x, const RA& y, std::size_t n, int w) const {    \
+    return arith(vecmath::kernels().kernel, division, x, y, n, w);                  \
+  }                                                                                  \
+  Code Class::operator()(const RS& x, const RA& y, std::size_t n, int w) const {    \
+    return arith(vecmath::kernels().kernel, division, x, y, n, w);                  \
+  }                                                                                  \
+  Code Class::operator()(const RA& x, const RS& y, std::size_t n, int w) const {    \
+    return arith(vecmath::kernels().kernel, division, x, y, n, w);                  \
+  }                                                                                  \
+  Code Class::operator()(const RS& x, const RS& y, int w) const {                   \
+    return arith(vecmath::kernels().kernel, division, x, y, 1, w);                  \
+  }
+QV_ARITH_DEFINE(PlusFun, add, false)
+QV_ARITH_DEFINE(MinusFun, sub, false)
+QV_ARITH_DEFINE(MultFun, mul, false)
+QV_ARITH_DEFINE(DivFun, div, true)
+#undef QV_ARITH_DEFINE
 
 // The real power: the vector pow with the rule's special exponents and codes.
 Code PowFun::operator()(const RA& x, const RA& y, std::size_t n, int w) const {

@@ -47,11 +47,22 @@ inline unsigned powArray(const double* a, std::ptrdiff_t sa, const double* b, st
   return code;
 }
 
+/// The complex power. Real operands whose real power exists take the real
+/// rule (so a real value stored as complex has the real bits); an integer
+/// exponent of modest size is exact repeated squaring ((-8)^3 = -512 exactly);
+/// otherwise exp(b log a). Code 4 for 0 to an exponent of negative real part.
 inline std::pair<unsigned, std::complex<double>> powComplex(std::complex<double> a,
                                                              std::complex<double> b) {
   unsigned code = (a == 0.0 && b.real() < 0.0) ? 4 : 0;
-  if (b == 2.0) return {code, a * a};
-  if (b == 1.0) return {code, a};
+  if (a.imag() == 0.0 && b.imag() == 0.0 && powCode(a.real(), b.real()) != 2)
+    return {code, powSpecial(a.real(), b.real(), vecmath::pow(a.real(), b.real()))};
+  if (b.imag() == 0.0 && std::trunc(b.real()) == b.real() && std::fabs(b.real()) <= 1024) {
+    long long k = static_cast<long long>(std::fabs(b.real()));
+    std::complex<double> r = 1.0, f = a;
+    for (; k; k >>= 1, f *= f)
+      if (k & 1) r *= f;
+    return {code, b.real() < 0 ? 1.0 / r : r};
+  }
   if (b == 0.0) return {code, 1.0};
   return {code, std::pow(a, b)};
 }

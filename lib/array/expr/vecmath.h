@@ -1,5 +1,5 @@
 #pragma once
-// Elementary functions over contiguous arrays of doubles, on SLEEF's 1-ulp
+// Elementary functions and arithmetic over contiguous arrays of doubles, on SLEEF's 1-ulp
 // vector functions for the widest instruction set the processor offers
 // (chosen once per process). A single value goes through the same vector
 // code (in lane 0 of a padded vector), so a value never depends on whether it
@@ -23,6 +23,9 @@ struct Kernels {
   Unary unary[static_cast<int>(Fn::count)];
   Binary pow;
   Binary atan2;
+  /// z = x + y, x - y, x * y, x / y (IEEE operations: the same bits in
+  /// every instruction set, only wider).
+  Binary add, sub, mul, div;
   const char* isa;
 };
 

@@ -38,6 +38,32 @@ namespace {
     }                                                                           \
   }
 
+// Plain loops vectorised for this instruction set (omp simd: the library is
+// built -O2, whose cost model would not version the loops for aliasing; an
+// output equal to an input is element by element, which simd allows); a
+// stride of 0 is a broadcast scalar, read once.
+#define QV_ARITH_KERNEL(fn, op)                                                 \
+  void fn##Kernel(const double* x, std::ptrdiff_t sx, const double* y,          \
+                  std::ptrdiff_t sy, double* z, std::size_t n) {                \
+    if (sx != 0 && sy != 0) {                                                   \
+      _Pragma("omp simd") for (std::size_t i = 0; i < n; ++i) z[i] = x[i] op y[i]; \
+    } else if (sy != 0) {                                                       \
+      const double a = *x;                                                      \
+      _Pragma("omp simd") for (std::size_t i = 0; i < n; ++i) z[i] = a op y[i];  \
+    } else if (sx != 0) {                                                       \
+      const double b = *y;                                                      \
+      _Pragma("omp simd") for (std::size_t i = 0; i < n; ++i) z[i] = x[i] op b;  \
+    } else if (n != 0) {                                                        \
+      z[0] = *x op *y;                                                          \
+    }                                                                           \
+  }
+
+QV_ARITH_KERNEL(add, +)
+QV_ARITH_KERNEL(sub, -)
+QV_ARITH_KERNEL(mul, *)
+QV_ARITH_KERNEL(div, /)
+#undef QV_ARITH_KERNEL
+
 QV_UNARY_KERNEL(exp)
 QV_UNARY_KERNEL(log)
 QV_UNARY_KERNEL(log10)
@@ -69,6 +95,10 @@ const Kernels QV_KERNELS = {
      atanhKernel},
     powKernel,
     atan2Kernel,
+    addKernel,
+    subKernel,
+    mulKernel,
+    divKernel,
     QV_ISA};
 
 }  // namespace qvarray::vecmath
