@@ -110,7 +110,11 @@
   X(Internal_error_callback)                        \
   X(Internal_error_symbolic_processing)             \
   X(Unknown_variable_name)                          \
-  X(Unimplemented_operator)
+  X(Unimplemented_operator)                         \
+  /* evaluation nodes and node construction */      \
+  X(Evaluation_internal_error)                      \
+  X(Can_only_diff_wrt_variables)                    \
+  X(Can_only_test_dependency_wrt_variables)
 
 namespace qvbase {
 
