@@ -184,8 +184,8 @@ class QVARRAY_API ConstNode : public EvalNode {
  public:
   ValRepPtr eval(const VarEvalPtr&, ValRepCache&, unsigned) override { return value_; }
   bool isZero() override { return value_->isZero(); }
-  bool isScalar() override { return true; }
-  ValRepPtr getScalar() override { return value_; }
+  bool isScalar() override { return value_->isScalar(); }
+  ValRepPtr getScalar() override { return value_->isScalar() ? value_ : ValRep::makeNaN(); }
   bool isRealScalar(double& v) override;
   EvalNodePtr diff(const std::string& variable, const VarEvalPtr& ev) override;
   EvalNodePtr simplify(const VarEvalPtr&) override { return shared_from_this(); }

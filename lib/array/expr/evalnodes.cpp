@@ -120,7 +120,7 @@ ShadowHandler& ShadowHandler::operator=(const ShadowHandler& other) {
 // ---------------------------------------------------------------- constants
 
 bool ConstNode::isRealScalar(double& v) {
-  if (value_->isNaN() || value_->checkComplex()) return false;
+  if (value_->isNaN() || !value_->isScalar() || value_->checkComplex()) return false;
   v = value_->isZero() ? 0.0 : value_->getDouble();
   return true;
 }
@@ -130,6 +130,8 @@ EvalNodePtr ConstNode::diff(const std::string&, const VarEvalPtr& ev) { return m
 void ConstNode::ostreamOperator(std::ostream& os) {
   if (value_->isNaN()) {
     os << "NaN";
+  } else if (!value_->isScalar()) {
+    os << value_->toString();
   } else if (value_->checkComplex()) {
     std::complex<double> z = value_->getComplex();
     os << '(';
