@@ -175,6 +175,7 @@ TEST(NodeMaker, DerivativesMatchCentralDifferencesAndReadBack) {
       {"x^3", 0.7},      {"x^(-2)", 0.7},    {"x^2.5", 0.7},     {"2^x", 0.7},     {"x^x", 0.7},
       {"x/(1+x)", 0.7},  {"atan2(x,2)", 0.7}, {"atan2(2,x)", 0.7}, {"plussq(x,3)", 0.7},
       {"min(x,0.5)", 0.7}, {"max(x,0.5)", 0.7}, {"floor(x)+sign(x)", 0.7},
+      {"qvsmhs(x,2)", 0.3}, {"qvsmsign(x,3)", -0.4}, {"qvc1hs(0.3,x)", 1.5}, {"qvc2hs(x-0.2,x)", 1.1},
       {"exp(sin(x)*x)/sqrt(1+x^2)", 0.4}};
   for (const Row& r : rows) {
     EvalNodePtr f = t.parse(r.text), d = f->diff("x", t.ev);

@@ -6,15 +6,18 @@
 // ceil, round, fix) have derivative zero: they are piecewise constant, and
 // at their jumps the zero is taken as well. abs differentiates into sign, so
 // its derivative at 0 is 0. min and max differentiate into comparisons
-// (ties go to the first argument). Functions without a rule here (mod, arg,
+// (ties go to the first argument). A smoothed step f(x, w) differentiates
+// into its DiracPolyFun partner D_1: df/dx = D_1(x, w), df/dw = -(x/w) D_1(x, w). Functions without a rule here (mod, arg,
 // real, imag, conj, realdot and the functions the factory does not know)
-// give no partial: the derivative of such a call stays an unexpanded
+// give no partial; neither does a DiracPolyFun, whose higher orders have no
+// name of the language: the derivative of such a call stays an unexpanded
 // derivative node.
 #include <cmath>
 #include <numbers>
 
 #include "qvarray/expr/nodemaker.h"
 #include "qvarray/expr/operators.h"
+#include "qvarray/expr/smoothsteps.h"
 
 namespace qvarray {
 
@@ -46,6 +49,10 @@ EvalNodePtr NodeMaker::partialTable(const FunObj& f, const NodeList& args, int i
     if (name == "^")  // b a^(b-1); a^b log a
       return i == 0 ? op2(Times, b, op2(Pow, a, op2(Minus, b, unit_)))
                     : op2(Times, op2(Pow, a, b), op1(Log, a));
+    if (dynamic_cast<const TransPolyFun*>(&f)) {
+      EvalNodePtr d1 = makeOpNode(builtinFun("qvd" + name.substr(2), 2), a, b);
+      return i == 0 ? d1 : op1(UMinus, op2(Times, op2(Divide, a, b), d1));
+    }
     if (name == "plussq") return op2(Times, C(2.0), args[i]);
     if (name == "atan2") {  // atan2(y, x): x/(x^2+y^2), -y/(x^2+y^2)
       EvalNodePtr den = op2(Plus, op1(Pow2, a), op1(Pow2, b));

@@ -12,6 +12,7 @@
 
 #include "qvarray/expr/elemfuns.h"
 #include "qvarray/expr/operators.h"
+#include "qvarray/expr/smoothsteps.h"
 #include "qvarray/expr/varevaluator.h"
 #include "qvutil/numeric.h"
 #include "qvutil/parallel.h"
@@ -161,6 +162,9 @@ NodeMaker::NodeMaker() {
   add(std::make_shared<MaxFun>());
   add(std::make_shared<ModFun>());
   add(std::make_shared<RealDotFun>());
+  for (const char* step : {"qvsmhs", "qvdsmhs", "qvsmsign", "qvdsmsign", "qvc1hs", "qvdc1hs",
+                           "qvc2hs", "qvdc2hs"})
+    add(makeSmoothStep(step));
   funs_ = std::move(funs);
   named_ = std::move(named);
 
