@@ -214,7 +214,7 @@ TEST(NodeMaker, SharedSubexpressionsAreDifferentiatedOnce) {
   EXPECT_NEAR(t.eval(g12->diff("x", t.ev), x), fd, 1e-6 * std::fabs(fd));
 }
 
-TEST(NodeMaker, HashConsingPerThread) {
+TEST(NodesParallel, HashConsingPerThread) {
   Fixture t;
   EvalNodePtr ab = t.parse("a+b");
   auto* proxy = dynamic_cast<ProxyNode*>(ab.get());
