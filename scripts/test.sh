@@ -24,9 +24,10 @@ ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 # ThreadSanitizer: LLVM's OpenMP runtime with Archer stands in for the
 # uninstrumented libgomp (tests/CMakeLists.txt); the preset selects the tests
 # (the parallel sparse kernels, parallel interpolation batches, start-up from
-# several threads at once, and the per-thread scratch-array pools).
+# several threads at once, the per-thread scratch-array pools and the node
+# factory's per-thread tables).
 cmake --preset tsan
-cmake --build --preset tsan -j "$jobs" --target test_sparseops test_init test_relax test_util test_interp test_values check_error_keys
+cmake --build --preset tsan -j "$jobs" --target test_sparseops test_init test_relax test_util test_interp test_values test_nodes check_error_keys
 ctest --preset tsan -j "$jobs"
 
 # Fuzzing: the MatrixMarket reader and the expression reader under libFuzzer

@@ -128,7 +128,11 @@
   X(impl)                                           \
   /* values of the expression engine */             \
   X(Unexpected_NaN)                                 \
-  X(Complex_number_in_real_expression)
+  X(Complex_number_in_real_expression)              \
+  /* evaluation nodes and node construction */      \
+  X(Evaluation_internal_error)                      \
+  X(Can_only_diff_wrt_variables)                    \
+  X(Can_only_test_dependency_wrt_variables)
 
 namespace qvbase {
 

@@ -1,0 +1,187 @@
+// TimeOrderRange's mask rules, version counters, dependency records and the
+// setters of EvalMethod.
+#include <mutex>
+
+#include "qvarray/expr/evaltypes.h"
+#include "qvarray/expr/funobj.h"
+
+namespace qvarray {
+
+namespace {
+constexpr uint32_t kAll = 0xFFFFu, kTop = 0x8000u;
+
+// The mask shifted up by s (0..15), bit 15 catching everything passing it.
+uint32_t shiftUp(uint32_t m, int s) {
+  uint32_t r = m << s;
+  return (r & kAll) | (r > kAll ? kTop : 0u);
+}
+// The mask shifted down by s (0..15), order 15-or-higher spreading downward.
+uint32_t shiftDown(uint32_t m, int s) {
+  if (m & kTop) m |= 0xFFFF0000u;
+  return (m >> s) & kAll;
+}
+int clip15(int n) { return n < 15 ? n : 15; }
+
+std::mutex& versionLock() {
+  static std::mutex lock;
+  return lock;
+}
+}  // namespace
+
+void TimeOrderRange::set(int k) {
+  if (k >= 0) mask_ |= 1u << clip15(k);
+}
+
+void TimeOrderRange::set(int a, int b) {
+  if (a > b) return;
+  if (a >= 15) {
+    mask_ |= kTop;
+    return;
+  }
+  for (int k = a < 0 ? 0 : a; k <= clip15(b); ++k) mask_ |= 1u << k;
+}
+
+void TimeOrderRange::tShift(int n) {
+  if (empty() || n == 0) return;
+  mask_ = n > 0 ? shiftUp(mask_, clip15(n)) : shiftDown(mask_, clip15(-n));
+}
+
+TimeOrderRange& TimeOrderRange::operator+=(const TimeOrderRange& o) {
+  if (o.empty()) return clear(), *this;
+  if (o.mask_ == 1u || (mask_ & 0x7FFFu) == 0) return *this;
+  uint32_t r = 0;
+  for (int b = 0; b < 16; ++b)
+    if (o.get(b)) r |= shiftUp(mask_, b);
+  mask_ = r;
+  return *this;
+}
+
+TimeOrderRange& TimeOrderRange::operator-=(const TimeOrderRange& o) {
+  if (o.empty()) return clear(), *this;
+  if (o.mask_ == 1u || empty()) return *this;
+  uint32_t r = 0;
+  for (int b = 0; b < 16; ++b)
+    if (o.get(b)) r |= shiftDown(mask_, b);
+  mask_ = r;
+  return *this;
+}
+
+int VersionMaster::newKey() {
+  std::lock_guard<std::mutex> guard(versionLock());
+  return ++counter_;
+}
+
+VersionKey::VersionKey() : counter_(std::make_shared<VersionMaster>()), version_(counter_->newKey()) {}
+
+void VersionKey::update() { version_ = counter_->newKey(); }
+
+bool DepInfo::isSolDepAll() const {
+  if (failed_) return true;
+  for (uint32_t m : sol_)
+    if (m) return true;
+  return false;
+}
+
+bool DepInfo::isParDepAll() const {
+  if (failed_) return true;
+  for (uint32_t m : par_)
+    if (m) return true;
+  return false;
+}
+
+void DepInfo::setBit(std::vector<uint32_t>& m, int i, int k, bool on) {
+  if (i < 0 || i >= 32 || k < 0) return;
+  if (size_t(k) >= m.size()) m.resize(size_t(k) + 1, 0u);
+  if (on)
+    m[k] |= 1u << i;
+  else
+    m[k] &= ~(1u << i);
+}
+
+DepInfo& DepInfo::operator|=(const DepInfo& o) {
+  auto merge = [](std::vector<uint32_t>& a, const std::vector<uint32_t>& b) {
+    if (a.size() < b.size()) a.resize(b.size(), 0u);
+    for (size_t k = 0; k < b.size(); ++k) a[k] |= b[k];
+  };
+  merge(sol_, o.sol_);
+  merge(par_, o.par_);
+  failed_ |= o.failed_;
+  incomplete_ |= o.incomplete_;
+  incompleteJac_ |= o.incompleteJac_;
+  return *this;
+}
+
+void EvalMethod::clear() {
+  type_ = None;
+  fun_.reset();
+  re_ = im_ = 0.0;
+  complex_ = false;
+  args_.clear();
+  node_.reset();
+  name_.clear();
+}
+
+void EvalMethod::setFunction(std::shared_ptr<const FunObj> fun, std::vector<NodePtr> args) {
+  clear();
+  type_ = Function;
+  fun_ = std::move(fun);
+  args_ = std::move(args);
+}
+void EvalMethod::setOperator(std::string name, std::vector<NodePtr> args) {
+  clear();
+  type_ = Operator;
+  name_ = std::move(name);
+  args_ = std::move(args);
+}
+void EvalMethod::setVariable(std::string name) {
+  clear();
+  type_ = Variable;
+  name_ = std::move(name);
+}
+void EvalMethod::setScalar(std::string name) {
+  clear();
+  type_ = Scalar;
+  name_ = std::move(name);
+}
+void EvalMethod::setConstant(double v) {
+  clear();
+  type_ = Constant;
+  re_ = v;
+}
+void EvalMethod::setConstant(std::complex<double> v) {
+  clear();
+  type_ = Constant;
+  re_ = v.real();
+  im_ = v.imag();
+  complex_ = im_ != 0.0;
+}
+void EvalMethod::setEigenvalue(std::string name) {
+  clear();
+  type_ = Eigenvalue;
+  name_ = std::move(name);
+}
+void EvalMethod::setJacExpr(NodePtr node) {
+  clear();
+  type_ = JacExpr;
+  node_ = std::move(node);
+}
+void EvalMethod::setUnexpandable(NodePtr node) {
+  clear();
+  type_ = Unexpandable;
+  node_ = std::move(node);
+}
+void EvalMethod::setZero() {
+  clear();
+  type_ = Zero;
+}
+void EvalMethod::setUnit() {
+  clear();
+  type_ = Unit;
+}
+void EvalMethod::setError(NodePtr node) {
+  clear();
+  type_ = Error;
+  node_ = std::move(node);
+}
+
+}  // namespace qvarray
