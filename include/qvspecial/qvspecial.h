@@ -1,0 +1,65 @@
+#pragma once
+// qvspecial: the special functions of the expression language.
+//
+// Real arguments go to well-kept implementations (Boost.Math for the Bessel
+// functions, gamma and polygamma; the C library for erf). The complex-argument
+// Bessel functions, which no packaged library offers, are computed here.
+//
+// Conventions shared by every function:
+// - Orders nu are real and may be negative; arguments are real or complex.
+// - A result that is undefined, complex where a real one is asked for, or a
+//   pole gives NaN (never an exception, never errno). Overflow gives +-inf.
+// - Complex arguments use the principal branch, -pi < arg z <= pi: on the
+//   negative real axis the value is the one from the upper half-plane,
+//   whatever the sign of the zero imaginary part.
+// - The complex Bessel forms take orders |nu| <= 1000 (NaN beyond) and
+//   finite arguments (NaN otherwise); their cost grows like |nu| + |z| up to
+//   |z| = max(25, nu^2/4), beyond which it is constant.
+// - All functions are thread-safe and allocation-free.
+//
+// Accuracy of the complex Bessel functions (relative, against 30-digit
+// references, |z| <= 50, |nu| <= 20): about 1e-14 typically and below 1e-12
+// everywhere away from zeros of the function, where only the absolute error
+// (relative to the size of the neighbouring values) is small.
+#include <complex>
+
+#include "qvspecial/export.h"
+
+namespace qvspecial {
+
+// Bessel function of the first kind J_nu(x). NaN for x < 0 unless nu is an
+// integer (then J_nu(-x) = (-1)^nu J_nu(x)).
+QVSPECIAL_API double qvbesselj(double nu, double x);
+QVSPECIAL_API std::complex<double> qvbesselj(double nu, std::complex<double> z);
+
+// Bessel function of the second kind Y_nu(x). NaN for x <= 0 (complex or a
+// pole there). The complex form is NaN at z = 0 only.
+QVSPECIAL_API double qvbessely(double nu, double x);
+QVSPECIAL_API std::complex<double> qvbessely(double nu, std::complex<double> z);
+
+// Modified Bessel function of the first kind I_nu(x). NaN for x < 0 unless nu
+// is an integer (then I_nu(-x) = (-1)^nu I_nu(x)), and at x = 0 for negative
+// non-integer nu (a pole).
+QVSPECIAL_API double qvbesseli(double nu, double x);
+QVSPECIAL_API std::complex<double> qvbesseli(double nu, std::complex<double> z);
+
+// Modified Bessel function of the second kind K_nu(x). NaN for x <= 0. The
+// complex form is NaN at z = 0 only.
+QVSPECIAL_API double qvbesselk(double nu, double x);
+QVSPECIAL_API std::complex<double> qvbesselk(double nu, std::complex<double> z);
+
+// Hankel functions H1_nu(z) = J_nu(z) + i Y_nu(z) (kind 1) and
+// H2_nu(z) = J_nu(z) - i Y_nu(z) (kind 2). NaN for another kind and at z = 0.
+QVSPECIAL_API std::complex<double> qvbesselh(int kind, double nu, std::complex<double> z);
+
+// Error function erf(x) = 2/sqrt(pi) int_0^x exp(-t^2) dt.
+QVSPECIAL_API double qverf(double x);
+
+// Gamma function. NaN at its poles 0, -1, -2, ...; +-inf on overflow.
+QVSPECIAL_API double qvgamma(double x);
+
+// Polygamma function psi(n, x) = d^n/dx^n log Gamma(x): psi(0, x) is the
+// digamma function. NaN for n < 0 and at the poles x = 0, -1, -2, ...
+QVSPECIAL_API double qvpsi(int order, double x);
+
+}  // namespace qvspecial
