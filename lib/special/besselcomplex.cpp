@@ -30,6 +30,7 @@ namespace {
 using cplx = std::complex<double>;
 using detail::BesselIK;
 using detail::besselIK;
+using detail::Want;
 using std::numbers::pi;
 
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
@@ -44,11 +45,11 @@ struct Cylinder {
   cplx j, y, h1, h2;
 };
 
-// J, Y, H1, H2 for nu >= 0, z != 0.
-Cylinder cylinder(double nu, cplx z) {
+// J, Y, H1, H2 for nu >= 0, z != 0; with jOnly, J alone (the rest NaN).
+Cylinder cylinder(double nu, cplx z, bool jOnly = false) {
   const bool upper = z.imag() >= 0.0;
   const cplx zu = upper ? z : std::conj(z);
-  const BesselIK ik = besselIK(nu, cplx(zu.imag(), -zu.real()));
+  const BesselIK ik = besselIK(nu, cplx(zu.imag(), -zu.real()), jOnly ? Want::I : Want::Both);
   const cplx rot = expIPi(0.5 * nu);
   Cylinder c;
   c.j = rot * ik.i;
@@ -74,15 +75,15 @@ Cylinder cylinderAnyOrder(double nu, cplx z) {
   return {co * c.j - s * c.y, s * c.j + co * c.y, e * c.h1, std::conj(e) * c.h2};
 }
 
-// I, K for nu >= 0, z != 0.
-BesselIK modified(double nu, cplx z) {
+// I, K for nu >= 0, z != 0 (the one not wanted may be NaN).
+BesselIK modified(double nu, cplx z, Want want = Want::Both) {
   const bool upper = z.imag() >= 0.0;
   const cplx zu = upper ? z : std::conj(z);
   BesselIK ik;
   if (zu.real() >= 0.0) {
-    ik = besselIK(nu, zu);
+    ik = besselIK(nu, zu, want);
   } else {
-    const BesselIK w = besselIK(nu, -zu);
+    const BesselIK w = besselIK(nu, -zu, want == Want::I ? Want::I : Want::Both);
     const cplx e = expIPi(nu);
     ik = {e * w.i, std::conj(e) * w.k - I * pi * w.i};
   }
@@ -113,9 +114,12 @@ bool usable(double nu, cplx z) {
 
 }  // namespace
 
+// J_-n = (-1)^n J_n and I_-n = I_n for an integer order: J and I alone.
 cplx qvbesselj(double nu, cplx z) {
   if (!usable(nu, z)) return cnan;
   if (z == 0.0) return atZero(nu);
+  if (nu >= 0.0) return cylinder(nu, z, true).j;
+  if (isInteger(nu)) return boost::math::cos_pi(nu) * cylinder(-nu, z, true).j;
   return cylinderAnyOrder(nu, z).j;
 }
 
@@ -133,12 +137,13 @@ cplx qvbesselh(int kind, double nu, cplx z) {
 cplx qvbesseli(double nu, cplx z) {
   if (!usable(nu, z)) return cnan;
   if (z == 0.0) return atZero(nu);
+  if (nu >= 0.0 || isInteger(nu)) return modified(std::abs(nu), z, Want::I).i;
   return modifiedAnyOrder(nu, z).i;
 }
 
 cplx qvbesselk(double nu, cplx z) {
   if (!usable(nu, z) || z == 0.0) return cnan;
-  return modifiedAnyOrder(nu, z).k;
+  return modified(std::abs(nu), z, Want::K).k;  // K_-nu = K_nu
 }
 
 }  // namespace qvspecial

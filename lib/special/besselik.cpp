@@ -19,6 +19,8 @@ using cplx = std::complex<double>;
 using std::numbers::pi;
 
 constexpr double eps = std::numeric_limits<double>::epsilon();
+// Convergence tests compare squared moduli (std::norm): no square roots.
+constexpr double eps2 = eps * eps;
 // Bounds every loop; the longest converging one, the ratio of I at |z| just
 // below nu^2/4 for nu = 1000, needs about 250000 terms.
 constexpr int maxIterations = 1000000;
@@ -36,7 +38,7 @@ cplx seriesI(double nu, cplx z) {
   for (int k = 1; k < maxIterations; ++k) {
     term *= q / (k * (nu + k));
     sum += term;
-    if (std::abs(term) <= eps * std::abs(sum)) break;
+    if (std::norm(term) <= eps2 * std::norm(sum)) break;
   }
   // (z/2)^nu / Gamma(nu+1) in polar form: the modulus through pow keeps its
   // relative accuracy for large nu |log(z/2)|; Gamma overflows beyond 170.
@@ -98,7 +100,7 @@ KPair temmeSeriesK(double mu, cplx z) {
     const cplx termK = c * f;
     sumK += termK;
     sumK1 += c * (p - double(k) * f);
-    if (std::abs(termK) < eps * std::abs(sumK)) break;
+    if (std::norm(termK) < eps2 * std::norm(sumK)) break;
   }
   return {sumK, sumK1 * 2.0 / z};
 }
@@ -129,7 +131,7 @@ KPair steedK(double mu, cplx z) {
     h += delh;
     const cplx dels = q * delh;
     s += dels;
-    if (std::abs(dels) < eps * std::abs(s)) break;
+    if (std::norm(dels) < eps2 * std::norm(s)) break;
   }
   const cplx kmu = std::sqrt(pi / (2.0 * z)) * std::exp(-z) / s;
   return {kmu, kmu * (mu + z + 0.5 - a1 * h) / z};
@@ -161,7 +163,7 @@ cplx ratioI(double nu, cplx z) {
     D = 1.0 / D;
     const cplx delta = C * D;
     f *= delta;
-    if (std::abs(delta - 1.0) < eps) break;
+    if (std::norm(delta - 1.0) < eps2) break;
   }
   return f;
 }
@@ -200,20 +202,25 @@ BesselIK hankelIK(double nu, cplx z) {
 
 }  // namespace
 
-BesselIK besselIK(double nu, cplx z) {
+BesselIK besselIK(double nu, cplx z, Want want) {
   const double r = std::abs(z);
   if (r >= asymptoticRadius(nu)) return hankelIK(nu, z);
 
-  const int n = int(std::floor(nu + 0.5));
-  const double mu = nu - n;  // -1/2 <= mu < 1/2
   const bool small = r <= seriesRadius;
-  const KPair kmu = small ? temmeSeriesK(mu, z) : steedK(mu, z);
-  const KPair knu = recurK(mu, n, kmu, z);
-
+  constexpr double nan = std::numeric_limits<double>::quiet_NaN();
+  BesselIK out{{nan, nan}, {nan, nan}};
+  KPair knu{};
+  if (want != Want::I || !small) {
+    const int n = int(std::floor(nu + 0.5));
+    const double mu = nu - n;  // -1/2 <= mu < 1/2
+    knu = recurK(mu, n, small ? temmeSeriesK(mu, z) : steedK(mu, z), z);
+    out.k = knu.kmu;
+  }
   // I from the series near 0; elsewhere from the Wronskian
   // I_nu K_nu+1 + I_nu+1 K_nu = 1/z with the ratio I_nu+1/I_nu.
-  const cplx inu = small ? seriesI(nu, z) : 1.0 / (z * (knu.kmu1 + ratioI(nu, z) * knu.kmu));
-  return {inu, knu.kmu};
+  if (want != Want::K)
+    out.i = small ? seriesI(nu, z) : 1.0 / (z * (knu.kmu1 + ratioI(nu, z) * knu.kmu));
+  return out;
 }
 
 }  // namespace qvspecial::detail

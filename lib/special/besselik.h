@@ -26,7 +26,11 @@ struct BesselIK {
   std::complex<double> k;  // K_nu(z)
 };
 
+// Which of the pair a caller needs; the other may be left NaN. Near 0 each
+// has its own series; elsewhere I needs K (the Wronskian) but not conversely.
+enum class Want { I, K, Both };
+
 // I_nu(z) and K_nu(z) for nu >= 0, Re z >= 0, z != 0 and finite.
-BesselIK besselIK(double nu, std::complex<double> z);
+BesselIK besselIK(double nu, std::complex<double> z, Want want = Want::Both);
 
 }  // namespace qvspecial::detail
