@@ -55,8 +55,12 @@ QVSPECIAL_API std::complex<double> qvbesselh(int kind, double nu, std::complex<d
 // Error function erf(x) = 2/sqrt(pi) int_0^x exp(-t^2) dt.
 QVSPECIAL_API double qverf(double x);
 
-// Gamma function. NaN at its poles 0, -1, -2, ...; +-inf on overflow.
+// Gamma function. NaN at its poles 0, -1, -2, ...; +-inf on overflow. The
+// complex form (Lanczos' approximation, reflected for Re z < 1/2) is the real
+// form on the real axis; its relative error grows like the condition number
+// |z log z| eps: below 1e-13 for |z| <= 30.
 QVSPECIAL_API double qvgamma(double x);
+QVSPECIAL_API std::complex<double> qvgamma(std::complex<double> z);
 
 // Polygamma function psi(n, x) = d^n/dx^n log Gamma(x): psi(0, x) is the
 // digamma function. NaN for n < 0 and at the poles x = 0, -1, -2, ...

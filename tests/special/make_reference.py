@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
 """Reference values of the special functions, computed with mpmath to 30 digits.
 
-Writes tests/data/special/bessel_complex.txt and tests/data/special/special_real.txt,
-which test_special reads. Rerun after changing the sample (deterministic: fixed seed):
+Writes bessel_complex.txt, special_real.txt and gamma_complex.txt in
+tests/data/special, which test_special reads. Rerun after changing the sample (deterministic: fixed seed):
     python3 tests/special/make_reference.py
 """
 import math
@@ -90,8 +90,21 @@ def special_real(rng):
         f.write("\n".join(rows) + "\n")
 
 
+def gamma_complex(rng):
+    """Gamma of a complex argument: |z| <= 30, both half-planes, near the poles."""
+    rows = ["# re(z) im(z) re, im of Gamma(z) (mpmath, 30 digits)"]
+    zs = [complex(rng.uniform(-30, 30), rng.uniform(-30, 30)) for _ in range(24)]
+    zs += [complex(-n - 0.001 * rng.random(), 1e-6) for n in range(4)]
+    for z in zs:
+        v = mp.gamma(mp.mpc(z.real, z.imag))
+        rows.append(f"{fmt(z.real)} {fmt(z.imag)} {fmt(mp.re(v))} {fmt(mp.im(v))}")
+    with open(os.path.join(OUT, "gamma_complex.txt"), "w") as f:
+        f.write("\n".join(rows) + "\n")
+
+
 if __name__ == "__main__":
     os.makedirs(OUT, exist_ok=True)
     rng = random.Random(13)
     bessel_complex(rng)
     special_real(rng)
+    gamma_complex(rng)
