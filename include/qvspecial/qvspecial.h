@@ -3,24 +3,27 @@
 //
 // Real arguments go to well-kept implementations (Boost.Math for the Bessel
 // functions, gamma and polygamma; the C library for erf). The complex-argument
-// Bessel functions, which no packaged library offers, are computed here.
+// Bessel functions and the complex gamma function, which no packaged library
+// offers, are computed here.
 //
 // Conventions shared by every function:
 // - Orders nu are real and may be negative; arguments are real or complex.
 // - A result that is undefined, complex where a real one is asked for, or a
-//   pole gives NaN (never an exception, never errno). Overflow gives +-inf.
+//   pole gives NaN, never an exception. Overflow gives +-inf.
 // - Complex arguments use the principal branch, -pi < arg z <= pi: on the
 //   negative real axis the value is the one from the upper half-plane,
 //   whatever the sign of the zero imaginary part.
 // - The complex Bessel forms take orders |nu| <= 1000 (NaN beyond) and
 //   finite arguments (NaN otherwise); their cost grows like |nu| + |z| up to
-//   |z| = max(25, nu^2/4), beyond which it is constant.
+//   |z| = max(25, nu^2/4), beyond which it is constant. On the positive real
+//   axis they return real values (zero imaginary parts).
 // - All functions are thread-safe and allocation-free.
 //
-// Accuracy of the complex Bessel functions (relative, against 30-digit
-// references, |z| <= 50, |nu| <= 20): about 1e-14 typically and below 1e-12
-// everywhere away from zeros of the function, where only the absolute error
-// (relative to the size of the neighbouring values) is small.
+// Accuracy of the complex Bessel functions, relative to 30-digit references:
+// below 2e-14 for |nu| <= 20 and |z| <= 200 (5e-15 typically), below 1e-13
+// up to |nu| = 60, |z| = 1000. Near a zero, where the conditioning allows
+// nothing better, these bounds hold for the error relative to the envelope
+// of the function: min(|H1|, |H2|) for J and Y, (2/pi)|K| for I.
 #include <complex>
 
 #include "qvspecial/export.h"
