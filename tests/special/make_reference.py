@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Reference values of the special functions, computed with mpmath to 30 digits.
 
-Writes bessel_complex.txt, special_real.txt and gamma_complex.txt in
+Writes bessel_complex.txt, special_real.txt and gamma_erf_complex.txt in
 tests/data/special, which test_special reads. Rerun after changing the sample (deterministic: fixed seed):
     python3 tests/special/make_reference.py
 """
@@ -90,15 +90,24 @@ def special_real(rng):
         f.write("\n".join(rows) + "\n")
 
 
-def gamma_complex(rng):
-    """Gamma of a complex argument: |z| <= 30, both half-planes, near the poles."""
-    rows = ["# re(z) im(z) re, im of Gamma(z) (mpmath, 30 digits)"]
+def gamma_erf_complex(rng):
+    """Gamma and erf of a complex argument: |z| <= 30, both half-planes, near
+    the poles of gamma and the imaginary axis of erf (where |erf| < 1e300)."""
+    rows = ["# function re(z) im(z) re, im of the value (mpmath, 30 digits)"]
     zs = [complex(rng.uniform(-30, 30), rng.uniform(-30, 30)) for _ in range(24)]
     zs += [complex(-n - 0.001 * rng.random(), 1e-6) for n in range(4)]
     for z in zs:
         v = mp.gamma(mp.mpc(z.real, z.imag))
-        rows.append(f"{fmt(z.real)} {fmt(z.imag)} {fmt(mp.re(v))} {fmt(mp.im(v))}")
-    with open(os.path.join(OUT, "gamma_complex.txt"), "w") as f:
+        rows.append(f"gamma {fmt(z.real)} {fmt(z.imag)} {fmt(mp.re(v))} {fmt(mp.im(v))}")
+    zs = [complex(rng.uniform(-4, 4), rng.uniform(-4, 4)) for _ in range(16)]
+    zs += [complex(rng.uniform(-25, 25), rng.uniform(-25, 25)) for _ in range(16)]
+    zs += [complex(rng.uniform(-1.6, 1.6), rng.uniform(-25, 25)) for _ in range(8)]
+    for z in zs:
+        if z.imag ** 2 - z.real ** 2 > 690:
+            continue
+        v = mp.erf(mp.mpc(z.real, z.imag))
+        rows.append(f"erf {fmt(z.real)} {fmt(z.imag)} {fmt(mp.re(v))} {fmt(mp.im(v))}")
+    with open(os.path.join(OUT, "gamma_erf_complex.txt"), "w") as f:
         f.write("\n".join(rows) + "\n")
 
 
@@ -107,4 +116,4 @@ if __name__ == "__main__":
     rng = random.Random(13)
     bessel_complex(rng)
     special_real(rng)
-    gamma_complex(rng)
+    gamma_erf_complex(rng)
