@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Reference values of the special functions, computed with mpmath to 30 digits.
 
-Writes bessel_complex.txt, special_real.txt and gamma_erf_complex.txt in
+Writes bessel_complex.txt, special_real.txt and special_complex.txt in
 tests/data/special, which test_special reads. Rerun after changing the sample (deterministic: fixed seed):
     python3 tests/special/make_reference.py
 """
@@ -90,9 +90,10 @@ def special_real(rng):
         f.write("\n".join(rows) + "\n")
 
 
-def gamma_erf_complex(rng):
-    """Gamma and erf of a complex argument: |z| <= 30, both half-planes, near
-    the poles of gamma and the imaginary axis of erf (where |erf| < 1e300)."""
+def special_complex(rng):
+    """Gamma, erf and polygamma of a complex argument: |z| <= 30, both
+    half-planes, near the poles of gamma and psi and the imaginary axis of erf
+    (where |erf| < 1e300)."""
     rows = ["# function re(z) im(z) re, im of the value (mpmath, 30 digits)"]
     zs = [complex(rng.uniform(-30, 30), rng.uniform(-30, 30)) for _ in range(24)]
     zs += [complex(-n - 0.001 * rng.random(), 1e-6) for n in range(4)]
@@ -107,7 +108,14 @@ def gamma_erf_complex(rng):
             continue
         v = mp.erf(mp.mpc(z.real, z.imag))
         rows.append(f"erf {fmt(z.real)} {fmt(z.imag)} {fmt(mp.re(v))} {fmt(mp.im(v))}")
-    with open(os.path.join(OUT, "gamma_erf_complex.txt"), "w") as f:
+    for n in [0, 1, 2, 5]:
+        zs = [complex(rng.uniform(-30, 30), rng.uniform(-30, 30)) for _ in range(6)]
+        zs += [complex(rng.uniform(-30, 0.5), rng.uniform(-1.5, 1.5)) for _ in range(6)]
+        zs += [complex(-3 - 1e-4 * rng.random(), 1e-4)]
+        for z in zs:
+            v = mp.psi(n, mp.mpc(z.real, z.imag))
+            rows.append(f"psi{n} {fmt(z.real)} {fmt(z.imag)} {fmt(mp.re(v))} {fmt(mp.im(v))}")
+    with open(os.path.join(OUT, "special_complex.txt"), "w") as f:
         f.write("\n".join(rows) + "\n")
 
 
@@ -116,4 +124,4 @@ if __name__ == "__main__":
     rng = random.Random(13)
     bessel_complex(rng)
     special_real(rng)
-    gamma_erf_complex(rng)
+    special_complex(rng)

@@ -128,24 +128,29 @@ TEST(SpecialComplex, IdentitiesWithoutReference) {
 }
 
 // Gamma within 1e-13 up to |z| = 30; erf within (|z|^2 + 25) 2e-16, its
-// conditioning (e^{-z^2}).
-TEST(SpecialComplex, GammaAndErfAgreeWithMpmath) {
-  double worstGamma = 0.0, worstErf = 0.0;
-  for (const auto& r : readRows("gamma_erf_complex.txt")) {
+// conditioning (e^{-z^2}); polygamma within 2e-14.
+TEST(SpecialComplex, GammaErfPsiAgreeWithMpmath) {
+  double worstGamma = 0.0, worstErf = 0.0, worstPsi = 0.0;
+  for (const auto& r : readRows("special_complex.txt")) {
     const cplx z(num(r[1]), num(r[2])), want(num(r[3]), num(r[4]));
     if (r[0] == "gamma") {
       worstGamma = std::max(worstGamma, std::abs(qvgamma(z) - want) / std::abs(want));
+    } else if (r[0].starts_with("psi")) {
+      const int n = r[0][3] - '0';
+      worstPsi = std::max(worstPsi, std::abs(qvpsi(n, z) - want) / std::abs(want));
     } else {
       const double err = std::abs(qverf(z) - want) / std::abs(want);
       worstErf = std::max(worstErf, err / (std::norm(z) + 25.0));
       EXPECT_LE(err, 2e-16 * (std::norm(z) + 25.0)) << z;
     }
   }
-  std::printf("  complex gamma max relative error %.2e; erf %.2e (|z|^2 + 25)\n", worstGamma,
-              worstErf);
+  std::printf("  complex gamma max relative error %.2e; psi %.2e; erf %.2e (|z|^2 + 25)\n",
+              worstGamma, worstPsi, worstErf);
   EXPECT_LE(worstGamma, 1e-13);
+  EXPECT_LE(worstPsi, 2e-14);
   EXPECT_EQ(qvgamma(cplx(4.5, 0.0)), cplx(qvgamma(4.5)));
   EXPECT_EQ(qverf(cplx(0.7, 0.0)), cplx(qverf(0.7)));
+  EXPECT_EQ(qvpsi(2, cplx(3.5, 0.0)), cplx(qvpsi(2, 3.5)));
   EXPECT_TRUE(std::isnan(qvgamma(cplx(-2.0, 0.0)).real()));
 }
 
