@@ -90,7 +90,14 @@
   /* constraint null spaces */                      \
   X(Inconsistent_constraints)                       \
   X(Constraint_elimination_failed_in_SVD)           \
-  X(Non_finite_constraint_coefficients)
+  X(Non_finite_constraint_coefficients)             \
+  /* expression syntax */                           \
+  X(Empty_expression)                               \
+  X(Syntax_error_in_expression)                     \
+  X(Internal_error_callback)                        \
+  X(Internal_error_symbolic_processing)             \
+  X(Unknown_variable_name)                          \
+  X(Unimplemented_operator)
 
 namespace qvbase {
 

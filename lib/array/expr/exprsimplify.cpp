@@ -1,0 +1,142 @@
+// Simplification of syntax trees: constant folding and neutral elements,
+// children first.
+#include "expr/exprsimplify.h"
+
+#include <charconv>
+#include <cmath>
+
+#include "expr/exprsyntax.h"
+#include "qvutil/numeric.h"
+
+namespace qvarray {
+
+namespace {
+
+using E = ExprImpl;
+using NodePtr = E::NodePtr;
+using NodeVec = E::NodeVec;
+
+// The value of a number literal in the grammar's form (no sign, "inf" or
+// "nan"), when it is finite.
+bool literalValue(const NodePtr& n, double& v) {
+  const auto* num = dynamic_cast<const E::UnparsedNumber*>(n.get());
+  if (!num || num->text().empty()) return false;
+  const char c = num->text()[0];
+  if (!isDigit(c) && c != '.') return false;
+  return qvutil::scanDouble(num->text(), v) == qvutil::NumberScan::Ok && std::isfinite(v);
+}
+
+bool isLiteral(const NodePtr& n, double value) {
+  double v;
+  return literalValue(n, v) && v == value;
+}
+
+// The literal of a finite double: the shortest text that reads back to it.
+NodePtr literalOf(double v) {
+  char buf[32];
+  const auto r = std::to_chars(buf, buf + sizeof buf, std::fabs(v));
+  NodePtr num = std::make_shared<E::UnparsedNumber>(std::string(buf, r.ptr));
+  if (std::signbit(v)) return std::make_shared<E::Unary>(E::OpUMinus, std::move(num));
+  return num;
+}
+
+// a op b of two literals into `out`, when it folds exactly as evaluated.
+bool fold(int32_t op, const NodePtr& a, const NodePtr& b, NodePtr& out) {
+  double x, y, r;
+  if (!literalValue(a, x) || !literalValue(b, y)) return false;
+  switch (op) {
+    case E::OpPlus: r = x + y; break;
+    case E::OpMinus: r = x - y; break;
+    case E::OpTimes: r = x * y; break;
+    case E::OpDivide:
+      if (y == 0) return false;
+      r = x / y;
+      break;
+    default: return false;
+  }
+  if (!std::isfinite(r)) return false;
+  out = literalOf(r);
+  return true;
+}
+
+// The operand inside directly nested derivatives.
+const E::Node& innermost(const E::Node& n) {
+  const E::Node* p = &n;
+  while (const auto* d = dynamic_cast<const E::Derivative*>(p)) p = d->expr().get();
+  return *p;
+}
+
+NodePtr binary(const E::Binary& b, const NodePtr& self) {
+  const NodePtr l = simplifyTree(b.left()), r = simplifyTree(b.right());
+  NodePtr folded;
+  if (fold(b.code(), l, r, folded)) return folded;
+  switch (b.code()) {
+    case E::OpPlus:
+      if (isLiteral(r, 0)) return l;
+      if (isLiteral(l, 0)) return r;
+      break;
+    case E::OpMinus:
+      if (isLiteral(r, 0)) return l;
+      break;
+    case E::OpTimes:
+      if (isLiteral(r, 1)) return l;
+      if (isLiteral(l, 1)) return r;
+      break;
+    case E::OpDivide:
+      if (isLiteral(r, 1)) return l;
+      break;
+    default: break;
+  }
+  if (l == b.left() && r == b.right()) return self;
+  return std::make_shared<E::Binary>(b.code(), l, r);
+}
+
+// The simplified elements; `changed` tells whether any differs.
+NodeVec all(const NodeVec& v, bool& changed) {
+  NodeVec out;
+  out.reserve(v.size());
+  changed = false;
+  for (const auto& n : v) {
+    out.push_back(simplifyTree(n));
+    changed |= out.back() != n;
+  }
+  return out;
+}
+
+}  // namespace
+
+NodePtr simplifyTree(const NodePtr& node) {
+  const E::Node* n = node.get();
+  if (const auto* b = dynamic_cast<const E::Binary*>(n)) return binary(*b, node);
+  if (const auto* u = dynamic_cast<const E::Unary*>(n)) {
+    NodePtr c = simplifyTree(u->operand());
+    if (u->code() == E::OpUPlus) return c;
+    return c == u->operand() ? node : std::make_shared<E::Unary>(u->code(), std::move(c));
+  }
+  if (const auto* uc = dynamic_cast<const E::UnitConversion*>(n)) {
+    NodePtr c = simplifyTree(uc->expr());
+    return c == uc->expr() ? node : std::make_shared<E::UnitConversion>(std::move(c), uc->unit());
+  }
+  if (const auto* d = dynamic_cast<const E::Derivative*>(n)) {
+    // A derivative of a bare name prints as one name (u by x is "ux"); one
+    // whose operand becomes a bare name stays as it is, so that its printed
+    // form still reads back as a derivative.
+    NodePtr c = simplifyTree(d->expr());
+    if (c == d->expr() || innermost(*c).code() == E::kIdentifierTag) return node;
+    return std::make_shared<E::Derivative>(std::move(c), d->variable());
+  }
+  bool changed = false;
+  if (const auto* f = dynamic_cast<const E::FuncCall*>(n)) {
+    NodeVec args = all(f->args(), changed);
+    return changed ? std::make_shared<E::FuncCall>(f->name(), std::move(args)) : node;
+  }
+  if (const auto* l = dynamic_cast<const E::List*>(n)) {
+    NodeVec elements = all(l->elements(), changed);
+    if (!changed) return node;
+    if (dynamic_cast<const E::Vector*>(l)) return std::make_shared<E::Vector>(std::move(elements));
+    return std::make_shared<E::List>(std::move(elements));
+  }
+  return node;  // a leaf
+}
+
+}  // namespace qvarray
