@@ -169,6 +169,13 @@ check poisson-sor 0 'converged after [0-9]+ iterations .*relative error' -- \
 check poisson-3d 0 'discrete solution .*: ok' -- "$qvtool" poisson --dim 3 --n 12 --symmetric --threads 2
 check poisson-bad 2 'out of range' -- "$qvtool" poisson --omega 2
 check poisson-option 2 "unknown option '--fast'" -- "$qvtool" poisson --fast 1
+# Expressions: prefix form and text printed back; syntax errors with their position.
+check parse-unary 0 '^prefix: U- \+ a b$' -- "$qvtool" parse "-a+b"
+check parse-print 0 "^infix:  \\(-a\\)\\+f\\(x,'it''s'\\)\\[m\\]$" -- "$qvtool" parse "(-a) + f(x, 'it''s')[m]"
+check parse-simp 0 '^simplified infix:  6\*x$' -- "$qvtool" parse "2*3*x+0" --simp
+check parse-error 1 'unexpected end of expression \(Position = 2; Expression = a\+\)' -- "$qvtool" parse "a+"
+check parse-help 0 '-a\+b means -\(a\+b\)' -- "$qvtool" parse --help
+check parse-none 2 'no expression given' -- "$qvtool" parse
 
 [[ $failures -eq 0 ]] && echo "all qvtool checks passed" || echo "$failures qvtool checks failed"
 exit $((failures > 0))

@@ -26,5 +26,6 @@ extern const Command poissonCommand;
 extern const Command sparseCommand;
 extern const Command nullCommand;
 extern const Command spmvCommand;
+extern const Command parseCommand;
 
 }  // namespace qvtool

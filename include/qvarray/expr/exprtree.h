@@ -70,8 +70,10 @@ class QVARRAY_API ExprImpl {
   /// form of an infix text is at most about three times as long.
   static constexpr size_t kMaxTextLength = 250000;
   static constexpr size_t kMaxPrefixLength = 999999;
-  /// Trees higher than this are refused (a leaf has height 1).
-  static constexpr uint32_t kMaxDepth = 4000;
+  /// Trees higher than this are refused (a leaf has height 1). Reading,
+  /// printing, simplifying and destroying a tree this high takes less than
+  /// half of the 1 MiB stack that a JVM gives its threads.
+  static constexpr uint32_t kMaxDepth = 2000;
 
   /// Kind tags, in the code field of nodes that are no operator.
   static constexpr int32_t kIdentifierTag = 569824042;

@@ -52,47 +52,43 @@ std::string askHost(const std::string& text, Call call) {
   return answer;
 }
 
-void writePrefix(const ExprImpl::Node& node, std::string& out);
-
-void writeAll(const ExprImpl::NodeVec& nodes, std::string& out) {
-  for (const auto& n : nodes) {
-    out += ' ';
-    writePrefix(*n, out);
-  }
-}
-
-void writePrefix(const ExprImpl::Node& node, std::string& out) {
+// The tokens of a node that come before its children: the operator token,
+// with the name and count of a call, list or vector; a leaf's whole text.
+[[gnu::noinline]] void writeHead(const ExprImpl::Node& node, std::string& out) {
   using E = ExprImpl;
-  if (const auto* u = dynamic_cast<const E::Unary*>(&node)) {
-    out += node.code() == E::OpUPlus ? "U+ " : node.code() == E::OpUMinus ? "U- " : "! ";
-    writePrefix(*u->operand(), out);
-  } else if (const auto* b = dynamic_cast<const E::Binary*>(&node)) {
+  if (dynamic_cast<const E::Unary*>(&node)) {
+    out += node.code() == E::OpUPlus ? "U+" : node.code() == E::OpUMinus ? "U-" : "!";
+  } else if (dynamic_cast<const E::Binary*>(&node)) {
     out += E::operatorSymbol(node.code());
-    out += ' ';
-    writePrefix(*b->left(), out);
-    out += ' ';
-    writePrefix(*b->right(), out);
   } else if (const auto* f = dynamic_cast<const E::FuncCall*>(&node)) {
     out += "() " + f->name() + ' ' + std::to_string(f->args().size());
-    writeAll(f->args(), out);
-  } else if (const auto* uc = dynamic_cast<const E::UnitConversion*>(&node)) {
-    out += "(UNIT) ";
-    writePrefix(*uc->expr(), out);
-    out += ' ';
-    writePrefix(*uc->unit(), out);
-  } else if (const auto* d = dynamic_cast<const E::Derivative*>(&node)) {
-    out += "(DIFF) ";
-    writePrefix(*d->expr(), out);
-    out += ' ' + d->variable();
+  } else if (dynamic_cast<const E::UnitConversion*>(&node)) {
+    out += "(UNIT)";
+  } else if (dynamic_cast<const E::Derivative*>(&node)) {
+    out += "(DIFF)";
   } else if (const auto* l = dynamic_cast<const E::List*>(&node)) {
     out += dynamic_cast<const E::Vector*>(l) ? "(MAT) " : ", ";
     out += std::to_string(l->elements().size());
-    writeAll(l->elements(), out);
   } else if (const auto* s = dynamic_cast<const E::StringLiteral*>(&node)) {
     out += "\"\" " + std::to_string(utf8Length(s->text()));
     if (!s->text().empty()) out += ' ' + s->text();
   } else {
     node.printBody(out);  // a name or a number: its text
+  }
+}
+
+// Head, children, and a derivative's variable after its expression. The
+// recursion keeps a small frame: a tree may be ExprImpl::kMaxDepth high.
+void writePrefix(const ExprImpl::Node& node, std::string& out) {
+  writeHead(node, out);
+  const size_t n = node.childCount();
+  for (size_t k = 0; k < n; ++k) {
+    out += ' ';
+    writePrefix(*node.child(k), out);
+  }
+  if (node.code() == ExprImpl::kDerivativeTag) {
+    out += ' ';
+    out += static_cast<const ExprImpl::Derivative&>(node).variable();
   }
 }
 

@@ -66,8 +66,9 @@ const E::Node& innermost(const E::Node& n) {
   return *p;
 }
 
-NodePtr binary(const E::Binary& b, const NodePtr& self) {
-  const NodePtr l = simplifyTree(b.left()), r = simplifyTree(b.right());
+// b with its simplified operands l and r: folded, reduced, or rebuilt.
+[[gnu::noinline]] NodePtr binaryOver(const E::Binary& b, const NodePtr& self, const NodePtr& l,
+                                     const NodePtr& r) {
   NodePtr folded;
   if (fold(b.code(), l, r, folded)) return folded;
   switch (b.code()) {
@@ -91,6 +92,11 @@ NodePtr binary(const E::Binary& b, const NodePtr& self) {
   return std::make_shared<E::Binary>(b.code(), l, r);
 }
 
+[[gnu::noinline]] NodePtr binary(const E::Binary& b, const NodePtr& self) {
+  const NodePtr l = simplifyTree(b.left()), r = simplifyTree(b.right());
+  return binaryOver(b, self, l, r);
+}
+
 // The simplified elements; `changed` tells whether any differs.
 NodeVec all(const NodeVec& v, bool& changed) {
   NodeVec out;
@@ -103,39 +109,52 @@ NodeVec all(const NodeVec& v, bool& changed) {
   return out;
 }
 
+// One function per kind, out of line, so that the recursion through
+// simplifyTree keeps small frames.
+[[gnu::noinline]] NodePtr unary(const E::Unary& u, const NodePtr& self) {
+  NodePtr c = simplifyTree(u.operand());
+  if (u.code() == E::OpUPlus) return c;
+  return c == u.operand() ? self : std::make_shared<E::Unary>(u.code(), std::move(c));
+}
+
+[[gnu::noinline]] NodePtr unitConversion(const E::UnitConversion& uc, const NodePtr& self) {
+  NodePtr c = simplifyTree(uc.expr());
+  return c == uc.expr() ? self : std::make_shared<E::UnitConversion>(std::move(c), uc.unit());
+}
+
+// A derivative of a bare name prints as one name (u by x is "ux"); one whose
+// operand becomes a bare name stays as it is, so that its printed form still
+// reads back as a derivative.
+[[gnu::noinline]] NodePtr derivative(const E::Derivative& d, const NodePtr& self) {
+  NodePtr c = simplifyTree(d.expr());
+  if (c == d.expr() || innermost(*c).code() == E::kIdentifierTag) return self;
+  return std::make_shared<E::Derivative>(std::move(c), d.variable());
+}
+
+[[gnu::noinline]] NodePtr call(const E::FuncCall& f, const NodePtr& self) {
+  bool changed = false;
+  NodeVec args = all(f.args(), changed);
+  return changed ? std::make_shared<E::FuncCall>(f.name(), std::move(args)) : self;
+}
+
+[[gnu::noinline]] NodePtr list(const E::List& l, const NodePtr& self) {
+  bool changed = false;
+  NodeVec elements = all(l.elements(), changed);
+  if (!changed) return self;
+  if (dynamic_cast<const E::Vector*>(&l)) return std::make_shared<E::Vector>(std::move(elements));
+  return std::make_shared<E::List>(std::move(elements));
+}
+
 }  // namespace
 
 NodePtr simplifyTree(const NodePtr& node) {
   const E::Node* n = node.get();
   if (const auto* b = dynamic_cast<const E::Binary*>(n)) return binary(*b, node);
-  if (const auto* u = dynamic_cast<const E::Unary*>(n)) {
-    NodePtr c = simplifyTree(u->operand());
-    if (u->code() == E::OpUPlus) return c;
-    return c == u->operand() ? node : std::make_shared<E::Unary>(u->code(), std::move(c));
-  }
-  if (const auto* uc = dynamic_cast<const E::UnitConversion*>(n)) {
-    NodePtr c = simplifyTree(uc->expr());
-    return c == uc->expr() ? node : std::make_shared<E::UnitConversion>(std::move(c), uc->unit());
-  }
-  if (const auto* d = dynamic_cast<const E::Derivative*>(n)) {
-    // A derivative of a bare name prints as one name (u by x is "ux"); one
-    // whose operand becomes a bare name stays as it is, so that its printed
-    // form still reads back as a derivative.
-    NodePtr c = simplifyTree(d->expr());
-    if (c == d->expr() || innermost(*c).code() == E::kIdentifierTag) return node;
-    return std::make_shared<E::Derivative>(std::move(c), d->variable());
-  }
-  bool changed = false;
-  if (const auto* f = dynamic_cast<const E::FuncCall*>(n)) {
-    NodeVec args = all(f->args(), changed);
-    return changed ? std::make_shared<E::FuncCall>(f->name(), std::move(args)) : node;
-  }
-  if (const auto* l = dynamic_cast<const E::List*>(n)) {
-    NodeVec elements = all(l->elements(), changed);
-    if (!changed) return node;
-    if (dynamic_cast<const E::Vector*>(l)) return std::make_shared<E::Vector>(std::move(elements));
-    return std::make_shared<E::List>(std::move(elements));
-  }
+  if (const auto* u = dynamic_cast<const E::Unary*>(n)) return unary(*u, node);
+  if (const auto* uc = dynamic_cast<const E::UnitConversion*>(n)) return unitConversion(*uc, node);
+  if (const auto* d = dynamic_cast<const E::Derivative*>(n)) return derivative(*d, node);
+  if (const auto* f = dynamic_cast<const E::FuncCall*>(n)) return call(*f, node);
+  if (const auto* l = dynamic_cast<const E::List*>(n)) return list(*l, node);
   return node;  // a leaf
 }
 

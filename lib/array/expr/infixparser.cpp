@@ -16,6 +16,7 @@
 #include <algorithm>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "expr/exprsyntax.h"
 #include "qvutil/errors.h"
@@ -32,10 +33,9 @@ enum class Tok { End, Number, Name, String, Operator, LParen, RParen, LBracket, 
 
 struct Token {
   Tok kind = Tok::End;
-  size_t pos = 0;          // offset of its first character
-  std::string_view text;   // as written
-  int32_t op = 0;          // operator code (binary, or the unary one for "!")
-  std::string contents;    // of a string literal
+  int32_t op = 0;         // operator code (binary, or the unary one for "!")
+  size_t pos = 0;         // offset of its first character
+  std::string_view text;  // as written
 };
 
 class Lexer {
@@ -56,13 +56,16 @@ class Lexer {
       while (pos_ < text_.size() && isNameChar(text_[pos_])) ++pos_;
     } else if (c == '\'') {
       t.kind = Tok::String;
-      t.contents = quoted();
+      contents_ = quoted();
     } else {
       t.kind = punctuation(t.op);
     }
     t.text = std::string_view(text_).substr(t.pos, pos_ - t.pos);
     return t;
   }
+
+  /// The contents of the last string literal read.
+  std::string& contents() { return contents_; }
 
  private:
   // digits [. digits] [e [+-] digits], or . digits [...]; the character after
@@ -125,6 +128,7 @@ class Lexer {
 
   const std::string& text_;
   size_t pos_ = 0;
+  std::string contents_;
 };
 
 class InfixParser {
@@ -140,6 +144,9 @@ class InfixParser {
   }
 
  private:
+  // The functions on the recursive path (expr, primary, list) keep small
+  // frames; what needs more room is out of line.
+
   void advance() { tok_ = lexer_.next(); }
 
   [[noreturn]] void unexpected() const {
@@ -154,7 +161,7 @@ class InfixParser {
 
   // Builds a node over children whose highest is `height` high.
   template <class T, class... Args>
-  NodePtr make(uint32_t height, size_t pos, Args&&... args) {
+  [[gnu::noinline]] NodePtr make(uint32_t height, size_t pos, Args&&... args) {
     if (height >= E::kMaxDepth) syntaxError("expression nested too deeply", pos, text_);
     return std::make_shared<T>(std::forward<Args>(args)...);
   }
@@ -167,9 +174,13 @@ class InfixParser {
 
   // a , b , ...: a List when there is a comma, else the one expression.
   NodePtr list() {
-    const size_t pos = tok_.pos;
     NodePtr first = expr(0);
     if (tok_.kind != Tok::Comma) return first;
+    return listAfter(std::move(first));
+  }
+
+  [[gnu::noinline]] NodePtr listAfter(NodePtr first) {
+    const size_t pos = tok_.pos;
     NodeVec elements{std::move(first)};
     while (tok_.kind == Tok::Comma) {
       advance();
@@ -190,76 +201,98 @@ class InfixParser {
     return v;
   }
 
-  static bool isUnary(const Token& t) {
-    return t.kind == Tok::Operator &&
-           (t.op == E::OpPlus || t.op == E::OpMinus || t.op == E::OpNot);
+  bool atUnary() const {
+    return tok_.kind == Tok::Operator &&
+           (tok_.op == E::OpPlus || tok_.op == E::OpMinus || tok_.op == E::OpNot);
   }
 
   NodePtr expr(int32_t min) {
     if (++depth_ > E::kMaxDepth) syntaxError("expression nested too deeply", tok_.pos, text_);
-    NodePtr lhs;
-    if (isUnary(tok_)) {
-      const Token op = tok_;
-      advance();
-      NodePtr operand = expr(std::max(min, E::kPrecUnary));
-      const int32_t code = op.op == E::OpPlus ? E::OpUPlus : op.op == E::OpMinus ? E::OpUMinus : E::OpNot;
-      lhs = make<E::Unary>(operand->height(), op.pos, code, std::move(operand));
-    } else {
-      lhs = primary();
-    }
+    NodePtr lhs = atUnary() ? unary(min) : primary();
     for (;;) {
       const int32_t p = tok_.kind == Tok::Operator ? E::binaryPrecedence(tok_.op) : 0;
-      if (p != 0 && p >= min) {
-        const Token op = tok_;
-        advance();
-        NodePtr rhs = expr(p + 1);
-        lhs = make<E::Binary>(std::max(lhs->height(), rhs->height()), op.pos, op.op, std::move(lhs),
-                              std::move(rhs));
-      } else if (tok_.kind == Tok::LBracket && E::kPrecUnit >= min) {
-        const size_t pos = tok_.pos;
-        advance();
-        NodePtr unit = list();
-        expect(Tok::RBracket);
-        lhs = make<E::UnitConversion>(std::max(lhs->height(), unit->height()), pos, std::move(lhs),
-                                      std::move(unit));
-      } else {
-        break;
-      }
+      if (p != 0 && p >= min) lhs = binary(std::move(lhs), p);
+      else if (tok_.kind == Tok::LBracket && E::kPrecUnit >= min) lhs = unitConversion(std::move(lhs));
+      else break;
     }
     --depth_;
     return lhs;
   }
 
+  // A run of unary operators and their operand; the run is read in a loop,
+  // not by recursion, and applied from the innermost out.
+  [[gnu::noinline]] NodePtr unary(int32_t min) {
+    std::vector<std::pair<size_t, int32_t>> run;  // position and code
+    while (atUnary()) {
+      const int32_t op = tok_.op;
+      run.emplace_back(tok_.pos, op == E::OpPlus ? E::OpUPlus : op == E::OpMinus ? E::OpUMinus : E::OpNot);
+      advance();
+    }
+    NodePtr n = expr(std::max(min, E::kPrecUnary));
+    for (size_t k = run.size(); k-- > 0;) n = make<E::Unary>(n->height(), run[k].first, run[k].second, std::move(n));
+    return n;
+  }
+
+  [[gnu::noinline]] NodePtr binary(NodePtr lhs, int32_t precedence) {
+    const size_t pos = tok_.pos;
+    const int32_t op = tok_.op;
+    advance();
+    NodePtr rhs = expr(precedence + 1);
+    return make<E::Binary>(std::max(lhs->height(), rhs->height()), pos, op, std::move(lhs),
+                           std::move(rhs));
+  }
+
+  [[gnu::noinline]] NodePtr unitConversion(NodePtr lhs) {
+    const size_t pos = tok_.pos;
+    advance();
+    NodePtr unit = list();
+    expect(Tok::RBracket);
+    return make<E::UnitConversion>(std::max(lhs->height(), unit->height()), pos, std::move(lhs),
+                                   std::move(unit));
+  }
+
   NodePtr primary() {
-    const Token t = tok_;
-    switch (t.kind) {
-      case Tok::Number: advance(); return std::make_shared<E::UnparsedNumber>(std::string(t.text));
-      case Tok::String: advance(); return std::make_shared<E::StringLiteral>(t.contents);
-      case Tok::Name: {
-        advance();
-        if (tok_.kind != Tok::LParen) return std::make_shared<E::Identifier>(std::string(t.text));
-        advance();
-        NodeVec args = sequence(Tok::RParen);
-        // d(expr, x): the derivative of expr by x.
-        if (t.text == "d" && args.size() == 2 && args[1]->code() == E::kIdentifierTag) {
-          std::string var = static_cast<const E::Identifier&>(*args[1]).name();
-          return make<E::Derivative>(args[0]->height(), t.pos, std::move(args[0]), std::move(var));
-        }
-        return make<E::FuncCall>(highest(args), t.pos, std::string(t.text), std::move(args));
-      }
+    switch (tok_.kind) {
+      case Tok::Number: return leaf<E::UnparsedNumber>(std::string(tok_.text));
+      case Tok::String: return leaf<E::StringLiteral>(std::move(lexer_.contents()));
+      case Tok::Name: return nameOrCall();
       case Tok::LParen: {
         advance();
         NodePtr inner = list();
         expect(Tok::RParen);
         return inner;
       }
-      case Tok::LBracket: {
-        advance();
-        NodeVec elements = sequence(Tok::RBracket);
-        return make<E::Vector>(highest(elements), t.pos, std::move(elements));
-      }
+      case Tok::LBracket: return vector();
       default: unexpected();
     }
+  }
+
+  template <class T>
+  [[gnu::noinline]] NodePtr leaf(std::string text) {
+    advance();
+    return std::make_shared<T>(std::move(text));
+  }
+
+  [[gnu::noinline]] NodePtr nameOrCall() {
+    const size_t pos = tok_.pos;
+    std::string name(tok_.text);
+    advance();
+    if (tok_.kind != Tok::LParen) return std::make_shared<E::Identifier>(std::move(name));
+    advance();
+    NodeVec args = sequence(Tok::RParen);
+    // d(expr, x): the derivative of expr by x.
+    if (name == "d" && args.size() == 2 && args[1]->code() == E::kIdentifierTag) {
+      std::string var = static_cast<const E::Identifier&>(*args[1]).name();
+      return make<E::Derivative>(args[0]->height(), pos, std::move(args[0]), std::move(var));
+    }
+    return make<E::FuncCall>(highest(args), pos, std::move(name), std::move(args));
+  }
+
+  [[gnu::noinline]] NodePtr vector() {
+    const size_t pos = tok_.pos;
+    advance();
+    NodeVec elements = sequence(Tok::RBracket);
+    return make<E::Vector>(highest(elements), pos, std::move(elements));
   }
 
   const std::string& text_;
