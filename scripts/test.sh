@@ -28,9 +28,10 @@ cmake --preset tsan
 cmake --build --preset tsan -j "$jobs" --target test_sparseops test_init test_relax test_util check_error_keys
 ctest --preset tsan -j "$jobs"
 
-# Fuzzing: the MatrixMarket reader under libFuzzer with AddressSanitizer and
-# UndefinedBehaviorSanitizer, a bounded run from the seed corpus (clang build
-# in build/fuzz; tests/fuzz/run.sh). Any finding fails the script.
+# Fuzzing: the MatrixMarket reader and the expression reader under libFuzzer
+# with AddressSanitizer and UndefinedBehaviorSanitizer, a bounded run of each
+# from its seed corpus (clang build in build/fuzz; tests/fuzz/run.sh). Any
+# finding fails the script.
 tests/fuzz/run.sh 100000
 
 ctest --preset release -j "$jobs"

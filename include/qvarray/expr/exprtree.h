@@ -22,6 +22,8 @@
 //                           continuation bytes after it. For the modified
 //                           UTF-8 that JNI gives, N is Java's String.length().
 //   NAME                    a letter, then letters, digits, "_", ".": Identifier
+//                           (each byte tested on its low 7 bits, as scan
+//                           tests bare names)
 //   anything else           a number, kept as written: UnparsedNumber
 // Example: "a*(b+c)" is "* a + b c", "f(x, 'it''s')" is "() f 2 x \"\" 4 it's".
 //

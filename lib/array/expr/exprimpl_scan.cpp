@@ -140,7 +140,7 @@ class PrefixScanner {
       return std::make_shared<ExprImpl::List>(NodeVec{});
     }
     if (tok == "\"\"") return leaf(LeafClass::String, stringContents(count()));
-    if (isLetter(tok[0])) {
+    if (isLetter(static_cast<char>(tok[0] & 0x7f))) {
       if (!isNameText(tok)) fail("invalid name", tokStart_);
       return leaf(LeafClass::Identifier, std::string(tok));
     }

@@ -6,9 +6,10 @@
 namespace qvarray {
 
 bool isNameText(std::string_view text) {
-  if (text.empty() || !isLetter(text[0])) return false;
+  auto low = [](char c) { return static_cast<char>(c & 0x7f); };
+  if (text.empty() || !isLetter(low(text[0]))) return false;
   for (char c : text)
-    if (!isNameChar(c)) return false;
+    if (!isNameChar(low(c))) return false;
   return true;
 }
 

@@ -18,7 +18,8 @@ inline bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <
 inline bool isNameChar(char c) { return isLetter(c) || isDigit(c) || c == '_' || c == '.'; }
 inline bool isUtf8Continuation(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
 
-/// A letter followed by name characters.
+/// A letter followed by name characters, each byte tested on its low 7 bits
+/// as ExprImpl::scan tests bare names (so that every name it makes scans).
 bool isNameText(std::string_view text);
 
 /// The characters of `text` (UTF-8 sequences: bytes other than continuation
