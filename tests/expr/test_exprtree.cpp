@@ -408,7 +408,8 @@ TEST(ExprTree, SimplificationKeepsValues) {
   const std::pair<const char*, const char*> table[] = {
       {"0.1+0.2", "0.30000000000000004"}, {"1-3", "-2"},      {"x*1+0", "x"},
       {"(2*3)*x/1", "6*x"},               {"1/0", "1/0"},     {"1e308*10", "1e308*10"},
-      {"+x-0", "x"},                      {"f(2*2,y^1)", "f(4,y^1)"}, {"(1+1)[m*1]", "2[m*1]"}};
+      {"+x-0", "x"},                      {"f(2*2,y^1)", "f(4,y^1)"}, {"(1+1)[m*1]", "2[m*1]"},
+      {"d(x*1,+y)", "d(x,+y)"},           {"d(1+x*1,y+0)", "d(1+x,y+0)"}};
   for (const auto& [text, simplified] : table) {
     ExprImpl t(text);
     t.simp();

@@ -131,9 +131,15 @@ NodeVec all(const NodeVec& v, bool& changed) {
   return std::make_shared<E::Derivative>(std::move(c), d.variable());
 }
 
+// A call d(a, b) whose b becomes a bare name would print as the derivative
+// d(a, x): b stays as it is.
 [[gnu::noinline]] NodePtr call(const E::FuncCall& f, const NodePtr& self) {
   bool changed = false;
   NodeVec args = all(f.args(), changed);
+  if (f.name() == "d" && args.size() == 2 && args[1]->code() == E::kIdentifierTag) {
+    args[1] = f.args()[1];
+    changed = args[0] != f.args()[0];
+  }
   return changed ? std::make_shared<E::FuncCall>(f.name(), std::move(args)) : self;
 }
 
