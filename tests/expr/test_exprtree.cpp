@@ -82,6 +82,19 @@ TEST(ExprTree, PrintsPrefixForms) {
   for (const auto& [prefix, infix] : table) EXPECT_EQ(printPrefix(prefix), infix) << prefix;
 }
 
+// The trees whose printed form reads back as another tree.
+TEST(ExprTree, RoundTripExceptions) {
+  const std::pair<const char*, const char*> table[] = {
+      {"(DIFF) (DIFF) u x y", "uyx"},          // a derivative of a bare name
+      {"() d 2 a x", "(DIFF) a x"},            // a call of d with a name second
+      {"() f 1 , 2 a b", "() f 2 a b"},        // a list in a call
+      {"(MAT) 2 , 2 a b c", "(MAT) 3 a b c"},  // a list in a vector
+      {", 1 a", "a"},                          // a list of one element
+      {"+ -1 a", "U- + 1 a"},                  // number tokens that are no numbers
+  };
+  for (const auto& [prefix, back] : table) EXPECT_EQ(hostPrefix(printPrefix(prefix)), back) << prefix;
+}
+
 TEST(ExprTree, ScannerErrors) {
   const char* table[] = {"",           "   ",          "+ a",         "U-",       "() f",
                          "() f x",     ", ",           ", 2 a",       "(MAT) 1",  "\"\" 5 abc",
