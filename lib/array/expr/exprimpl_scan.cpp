@@ -118,8 +118,7 @@ class PrefixScanner {
   NodePtr operandOf(std::string_view tok) {
     if (const int32_t op = prefixOperator(tok)) {
       const bool unary = tok == "U+" || tok == "U-" || tok == "!";
-      push(unary ? Construct::Unary : Construct::Binary, op, unary ? 1 : 2);
-      return nullptr;
+      return push(unary ? Construct::Unary : Construct::Binary, op, unary ? 1 : 2);
     }
     if (tok == "()") {
       std::string name(token());
@@ -130,12 +129,12 @@ class PrefixScanner {
       pending_.back().name = std::move(name);
       return nullptr;
     }
-    if (tok == "(UNIT)") return push(Construct::Unit, 0, 2), nullptr;
-    if (tok == "(DIFF)") return push(Construct::Diff, 0, 2), nullptr;
+    if (tok == "(UNIT)") return push(Construct::Unit, 0, 2);
+    if (tok == "(DIFF)") return push(Construct::Diff, 0, 2);
     if (tok == "," || tok == "(MAT)") {
       const bool vector = tok != ",";
       const size_t n = count();
-      if (n > 0) return push(vector ? Construct::Vector : Construct::List, 0, n), nullptr;
+      if (n > 0) return push(vector ? Construct::Vector : Construct::List, 0, n);
       if (vector) return std::make_shared<ExprImpl::Vector>(NodeVec{});
       return std::make_shared<ExprImpl::List>(NodeVec{});
     }
@@ -147,8 +146,10 @@ class PrefixScanner {
     return leaf(LeafClass::Number, std::string(tok));
   }
 
-  void push(Construct kind, int32_t code, size_t operands) {
+  // Pushes a construct waiting for `operands` operands; no operand yet (null).
+  NodePtr push(Construct kind, int32_t code, size_t operands) {
     pending_.push_back({kind, code, operands, operands_.size(), {}});
+    return nullptr;
   }
 
   // The shared leaf of class `cls` and text `text`.
