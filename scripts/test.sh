@@ -25,7 +25,7 @@ ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 # uninstrumented libgomp (tests/CMakeLists.txt); the preset selects the tests
 # (the parallel sparse kernels, and start-up from several threads at once).
 cmake --preset tsan
-cmake --build --preset tsan -j "$jobs" --target test_sparseops test_init test_relax test_util check_error_keys
+cmake --build --preset tsan -j "$jobs" --target test_sparseops test_init test_relax test_util test_fftplan check_error_keys
 ctest --preset tsan -j "$jobs"
 
 # Fuzzing: the MatrixMarket reader and the expression reader under libFuzzer
