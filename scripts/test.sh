@@ -25,9 +25,9 @@ ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 # uninstrumented libgomp (tests/CMakeLists.txt); the preset selects the tests
 # (the parallel sparse kernels, parallel interpolation batches, start-up from
 # several threads at once, the per-thread scratch-array pools and the node
-# factory's per-thread tables).
+# factory's per-thread tables, FFT plans made from several threads).
 cmake --preset tsan
-cmake --build --preset tsan -j "$jobs" --target test_sparseops test_init test_relax test_util test_interp test_values test_nodes check_error_keys
+cmake --build --preset tsan -j "$jobs" --target test_sparseops test_init test_relax test_util test_interp test_values test_nodes test_fftplan check_error_keys
 ctest --preset tsan -j "$jobs"
 
 # Fuzzing: the MatrixMarket reader and the expression reader under libFuzzer
