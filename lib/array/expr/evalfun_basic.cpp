@@ -1,7 +1,7 @@
-// The one-argument functions and operators: each is a Spec (which vector
+// The one-argument functions and operators: each is a Rule (which vector
 // kernel or scalar function gives the real value, which arguments are outside
 // the real domain, the complex function) and one pair of loops evaluates
-// every Spec, over a scalar as over an array.
+// every Rule, over a scalar as over an array.
 #include <cmath>
 #include <limits>
 #include <numbers>
@@ -21,14 +21,14 @@ namespace {
 
 using vecmath::Fn;
 
-// What a function is, as static members (SpecBase gives the defaults):
+// What a function is, as static members (RuleBase gives the defaults):
 //   kernel    the vector kernel of the real value (Fn::count: none, use real)
 //   real      the real value when there is no kernel
 //   lo, hi    the real domain: an argument (after 1/x when recipIn) below lo
 //             or above hi is code 2 (NaN is inside)
 //   complex   the complex value; cdomain the code of a complex argument
 //   recipIn   the kernel is applied to 1/x; recipOut the value is 1/kernel(x)
-struct SpecBase {
+struct RuleBase {
   static constexpr Fn kernel = Fn::count;
   static double real(double x) { return x; }
   static constexpr double lo = -std::numeric_limits<double>::infinity();
@@ -45,7 +45,7 @@ unsigned realEval(double* a, std::size_t n) {
 #pragma omp simd
     for (std::size_t i = 0; i < n; ++i) a[i] = 1.0 / a[i];
   }
-  if constexpr (S::lo != SpecBase::lo || S::hi != SpecBase::hi)
+  if constexpr (S::lo != RuleBase::lo || S::hi != RuleBase::hi)
     code = vecmath::kernels().outside(a, n, S::lo, S::hi) ? 2 : 0;
   if constexpr (S::kernel != Fn::count) {
     vecmath::apply(S::kernel, a, a, n);
@@ -74,150 +74,150 @@ unsigned complexZero(cplx z) { return z == 0.0 ? 2 : 0; }
 constexpr double kTiniest = std::numeric_limits<double>::denorm_min();
 constexpr double kInvLn2 = 1.0 / std::numbers::ln2;
 
-struct SignSpec : SpecBase {
+struct SignRule : RuleBase {
   static double real(double x) { return qvmath::sign(x); }
   static cplx complex(cplx z) { return qvmath::sign(z); }
 };
-struct ExpSpec : SpecBase {
+struct ExpRule : RuleBase {
   static constexpr Fn kernel = Fn::exp;
   static cplx complex(cplx z) { return std::exp(z); }
 };
-struct SqrtSpec : SpecBase {
+struct SqrtRule : RuleBase {
   static double real(double x) { return std::sqrt(x); }
   static constexpr double lo = 0.0;
   static cplx complex(cplx z) { return std::sqrt(z); }
 };
-struct ArgSpec : SpecBase {
+struct ArgRule : RuleBase {
   static double real(double x) { return x < 0.0 ? std::numbers::pi : (x == x ? 0.0 : x); }
   static cplx complex(cplx z) { return cplx(std::arg(z)); }
 };
-struct AbsSpec : SpecBase {
+struct AbsRule : RuleBase {
   static double real(double x) { return std::fabs(x); }
   static cplx complex(cplx z) { return cplx(std::abs(z)); }
 };
-struct RealSpec : SpecBase {
+struct RealRule : RuleBase {
   static double real(double x) { return x; }
   static cplx complex(cplx z) { return cplx(z.real()); }
 };
-struct ImagSpec : SpecBase {
+struct ImagRule : RuleBase {
   static double real(double) { return 0.0; }
   static cplx complex(cplx z) { return cplx(z.imag()); }
 };
-struct ConjSpec : SpecBase {
+struct ConjRule : RuleBase {
   static double real(double x) { return x; }
   static cplx complex(cplx z) { return std::conj(z); }
 };
-struct LogSpec : SpecBase {
+struct LogRule : RuleBase {
   static constexpr Fn kernel = Fn::log;
   static constexpr double lo = kTiniest;  // x <= 0 fails
   static cplx complex(cplx z) { return std::log(z); }
   static unsigned cdomain(cplx z) { return complexZero(z); }
 };
-struct Log10Spec : SpecBase {
+struct Log10Rule : RuleBase {
   static constexpr Fn kernel = Fn::log10;
   static constexpr double lo = kTiniest;  // x <= 0 fails
   static cplx complex(cplx z) { return std::log10(z); }
   static unsigned cdomain(cplx z) { return complexZero(z); }
 };
-struct Log2Spec : SpecBase {
+struct Log2Rule : RuleBase {
   static constexpr Fn kernel = Fn::log2;
   static constexpr double lo = kTiniest;  // x <= 0 fails
   static cplx complex(cplx z) { return std::log(z) * kInvLn2; }
   static unsigned cdomain(cplx z) { return complexZero(z); }
 };
-struct RoundSpec : SpecBase {
+struct RoundRule : RuleBase {
   static double real(double x) { return qvmath::round(x); }
   static cplx complex(cplx z) { return qvmath::round(z); }
 };
-struct CeilSpec : SpecBase {
+struct CeilRule : RuleBase {
   static double real(double x) { return std::ceil(x); }
   static cplx complex(cplx z) { return qvmath::ceil(z); }
 };
-struct FloorSpec : SpecBase {
+struct FloorRule : RuleBase {
   static double real(double x) { return std::floor(x); }
   static cplx complex(cplx z) { return qvmath::floor(z); }
 };
-struct FixSpec : SpecBase {
+struct FixRule : RuleBase {
   static double real(double x) { return qvmath::fix(x); }
   static cplx complex(cplx z) { return qvmath::fix(z); }
 };
-struct AcosSpec : SpecBase {
+struct AcosRule : RuleBase {
   static constexpr Fn kernel = Fn::acos;
   static constexpr double lo = -1.0, hi = 1.0;
   static cplx complex(cplx z) { return std::acos(z); }
 };
-struct AcotSpec : SpecBase {
+struct AcotRule : RuleBase {
   static constexpr Fn kernel = Fn::atan;
   static cplx complex(cplx z) { return std::atan(1.0 / z); }
   static constexpr bool recipIn = true;
 };
-struct AcscSpec : SpecBase {
+struct AcscRule : RuleBase {
   static constexpr Fn kernel = Fn::asin;
   static constexpr double lo = -1.0, hi = 1.0;
   static cplx complex(cplx z) { return std::asin(1.0 / z); }
   static constexpr bool recipIn = true;
 };
-struct AsecSpec : SpecBase {
+struct AsecRule : RuleBase {
   static constexpr Fn kernel = Fn::acos;
   static constexpr double lo = -1.0, hi = 1.0;
   static cplx complex(cplx z) { return std::acos(1.0 / z); }
   static constexpr bool recipIn = true;
 };
-struct AsinSpec : SpecBase {
+struct AsinRule : RuleBase {
   static constexpr Fn kernel = Fn::asin;
   static constexpr double lo = -1.0, hi = 1.0;
   static cplx complex(cplx z) { return std::asin(z); }
 };
-struct AtanSpec : SpecBase {
+struct AtanRule : RuleBase {
   static constexpr Fn kernel = Fn::atan;
   static cplx complex(cplx z) { return std::atan(z); }
 };
-struct CosSpec : SpecBase {
+struct CosRule : RuleBase {
   static constexpr Fn kernel = Fn::cos;
   static cplx complex(cplx z) { return std::cos(z); }
 };
-struct CotSpec : SpecBase {
+struct CotRule : RuleBase {
   static constexpr Fn kernel = Fn::tan;
   static cplx complex(cplx z) { return 1.0 / std::tan(z); }
   static constexpr bool recipOut = true;
 };
-struct CscSpec : SpecBase {
+struct CscRule : RuleBase {
   static constexpr Fn kernel = Fn::sin;
   static cplx complex(cplx z) { return 1.0 / std::sin(z); }
   static constexpr bool recipOut = true;
 };
-struct SecSpec : SpecBase {
+struct SecRule : RuleBase {
   static constexpr Fn kernel = Fn::cos;
   static cplx complex(cplx z) { return 1.0 / std::cos(z); }
   static constexpr bool recipOut = true;
 };
-struct SinSpec : SpecBase {
+struct SinRule : RuleBase {
   static constexpr Fn kernel = Fn::sin;
   static cplx complex(cplx z) { return std::sin(z); }
 };
-struct TanSpec : SpecBase {
+struct TanRule : RuleBase {
   static constexpr Fn kernel = Fn::tan;
   static cplx complex(cplx z) { return std::tan(z); }
 };
-struct AcoshSpec : SpecBase {
+struct AcoshRule : RuleBase {
   static constexpr Fn kernel = Fn::acosh;
   static constexpr double lo = 1.0;
   static cplx complex(cplx z) { return std::acosh(z); }
 };
-struct AcothSpec : SpecBase {
+struct AcothRule : RuleBase {
   static constexpr Fn kernel = Fn::atanh;
   static constexpr double lo = -1.0, hi = 1.0;
   static cplx complex(cplx z) { return std::atanh(1.0 / z); }
   static constexpr bool recipIn = true;
 };
-struct AcschSpec : SpecBase {
+struct AcschRule : RuleBase {
   static constexpr Fn kernel = Fn::asinh;
   static cplx complex(cplx z) { return std::asinh(1.0 / z); }
   static constexpr bool recipIn = true;
 };
 // asech(x) = acosh(1/x) = log1p((1 - x + sqrt((1 - x)(1 + x))) / x): without
 // the rounding of 1/x, which acosh amplifies near 1 (18 ulps by the kernel).
-struct AsechSpec : SpecBase {
+struct AsechRule : RuleBase {
   static double real(double x) {
     const double d = 1.0 - x;
     return x < 0.0 ? std::sqrt(x) : std::log1p((d + std::sqrt(d * (1.0 + x))) / x);
@@ -225,114 +225,114 @@ struct AsechSpec : SpecBase {
   static constexpr double lo = 0.0, hi = 1.0;
   static cplx complex(cplx z) { return std::acosh(1.0 / z); }
 };
-struct AsinhSpec : SpecBase {
+struct AsinhRule : RuleBase {
   static constexpr Fn kernel = Fn::asinh;
   static cplx complex(cplx z) { return std::asinh(z); }
 };
-struct AtanhSpec : SpecBase {
+struct AtanhRule : RuleBase {
   static constexpr Fn kernel = Fn::atanh;
   static constexpr double lo = -1.0, hi = 1.0;
   static cplx complex(cplx z) { return std::atanh(z); }
 };
-struct CoshSpec : SpecBase {
+struct CoshRule : RuleBase {
   static constexpr Fn kernel = Fn::cosh;
   static cplx complex(cplx z) { return std::cosh(z); }
 };
-struct CothSpec : SpecBase {
+struct CothRule : RuleBase {
   static constexpr Fn kernel = Fn::tanh;
   static cplx complex(cplx z) { return 1.0 / std::tanh(z); }
   static constexpr bool recipOut = true;
 };
-struct CschSpec : SpecBase {
+struct CschRule : RuleBase {
   static constexpr Fn kernel = Fn::sinh;
   static cplx complex(cplx z) { return 1.0 / std::sinh(z); }
   static constexpr bool recipOut = true;
 };
-struct SechSpec : SpecBase {
+struct SechRule : RuleBase {
   static constexpr Fn kernel = Fn::cosh;
   static cplx complex(cplx z) { return 1.0 / std::cosh(z); }
   static constexpr bool recipOut = true;
 };
-struct SinhSpec : SpecBase {
+struct SinhRule : RuleBase {
   static constexpr Fn kernel = Fn::sinh;
   static cplx complex(cplx z) { return std::sinh(z); }
 };
-struct TanhSpec : SpecBase {
+struct TanhRule : RuleBase {
   static constexpr Fn kernel = Fn::tanh;
   static cplx complex(cplx z) { return std::tanh(z); }
 };
 // The unary operators.
-struct UPlusSpec : SpecBase {
+struct UPlusRule : RuleBase {
   static double real(double x) { return x; }
   static cplx complex(cplx z) { return z; }
 };
-struct UMinusSpec : SpecBase {
+struct UMinusRule : RuleBase {
   static double real(double x) { return -x; }
   static cplx complex(cplx z) { return -z; }
 };
-struct UNotSpec : SpecBase {
+struct UNotRule : RuleBase {
   static double real(double x) { return x == 0.0 ? 1.0 : 0.0; }
   static cplx complex(cplx z) { return cplx(z == 0.0 ? 1.0 : 0.0); }
 };
 
 }  // namespace
 
-#define QV_UNARY_DEFINE(Class, spec)                                         \
+#define QV_UNARY_DEFINE(Class, rule)                                         \
   Code Class::operator()(const RS& x) const {                                \
-    return evalfun::toCode(realEval<spec>(x.get(), 1));                      \
+    return evalfun::toCode(realEval<rule>(x.get(), 1));                      \
   }                                                                          \
   Code Class::operator()(const CS& x) const {                                \
-    return evalfun::toCode(complexEval<spec>(x.get(), 1));                   \
+    return evalfun::toCode(complexEval<rule>(x.get(), 1));                   \
   }                                                                          \
   Code Class::operator()(const RA& x, std::size_t n) const {                 \
-    return evalfun::toCode(realEval<spec>(x->data, n));                      \
+    return evalfun::toCode(realEval<rule>(x->data, n));                      \
   }                                                                          \
   Code Class::operator()(const CA& x, std::size_t n) const {                 \
-    return evalfun::toCode(complexEval<spec>(x->data, n));                   \
+    return evalfun::toCode(complexEval<rule>(x->data, n));                   \
   }
 
-QV_UNARY_DEFINE(SignFun, SignSpec)
-QV_UNARY_DEFINE(ExpFun, ExpSpec)
-QV_UNARY_DEFINE(SqrtFun, SqrtSpec)
-QV_UNARY_DEFINE(ArgFun, ArgSpec)
-QV_UNARY_DEFINE(AbsFun, AbsSpec)
-QV_UNARY_DEFINE(RealFun, RealSpec)
-QV_UNARY_DEFINE(ImagFun, ImagSpec)
-QV_UNARY_DEFINE(ConjFun, ConjSpec)
-QV_UNARY_DEFINE(LogFun, LogSpec)
-QV_UNARY_DEFINE(Log10Fun, Log10Spec)
-QV_UNARY_DEFINE(Log2Fun, Log2Spec)
-QV_UNARY_DEFINE(RoundFun, RoundSpec)
-QV_UNARY_DEFINE(CeilFun, CeilSpec)
-QV_UNARY_DEFINE(FloorFun, FloorSpec)
-QV_UNARY_DEFINE(FixFun, FixSpec)
-QV_UNARY_DEFINE(AcosFun, AcosSpec)
-QV_UNARY_DEFINE(AcotFun, AcotSpec)
-QV_UNARY_DEFINE(AcscFun, AcscSpec)
-QV_UNARY_DEFINE(AsecFun, AsecSpec)
-QV_UNARY_DEFINE(AsinFun, AsinSpec)
-QV_UNARY_DEFINE(AtanFun, AtanSpec)
-QV_UNARY_DEFINE(CosFun, CosSpec)
-QV_UNARY_DEFINE(CotFun, CotSpec)
-QV_UNARY_DEFINE(CscFun, CscSpec)
-QV_UNARY_DEFINE(SecFun, SecSpec)
-QV_UNARY_DEFINE(SinFun, SinSpec)
-QV_UNARY_DEFINE(TanFun, TanSpec)
-QV_UNARY_DEFINE(AcoshFun, AcoshSpec)
-QV_UNARY_DEFINE(AcothFun, AcothSpec)
-QV_UNARY_DEFINE(AcschFun, AcschSpec)
-QV_UNARY_DEFINE(AsechFun, AsechSpec)
-QV_UNARY_DEFINE(AsinhFun, AsinhSpec)
-QV_UNARY_DEFINE(AtanhFun, AtanhSpec)
-QV_UNARY_DEFINE(CoshFun, CoshSpec)
-QV_UNARY_DEFINE(CothFun, CothSpec)
-QV_UNARY_DEFINE(CschFun, CschSpec)
-QV_UNARY_DEFINE(SechFun, SechSpec)
-QV_UNARY_DEFINE(SinhFun, SinhSpec)
-QV_UNARY_DEFINE(TanhFun, TanhSpec)
-QV_UNARY_DEFINE(UPlusFun, UPlusSpec)
-QV_UNARY_DEFINE(UMinusFun, UMinusSpec)
-QV_UNARY_DEFINE(UNotFun, UNotSpec)
+QV_UNARY_DEFINE(SignFun, SignRule)
+QV_UNARY_DEFINE(ExpFun, ExpRule)
+QV_UNARY_DEFINE(SqrtFun, SqrtRule)
+QV_UNARY_DEFINE(ArgFun, ArgRule)
+QV_UNARY_DEFINE(AbsFun, AbsRule)
+QV_UNARY_DEFINE(RealFun, RealRule)
+QV_UNARY_DEFINE(ImagFun, ImagRule)
+QV_UNARY_DEFINE(ConjFun, ConjRule)
+QV_UNARY_DEFINE(LogFun, LogRule)
+QV_UNARY_DEFINE(Log10Fun, Log10Rule)
+QV_UNARY_DEFINE(Log2Fun, Log2Rule)
+QV_UNARY_DEFINE(RoundFun, RoundRule)
+QV_UNARY_DEFINE(CeilFun, CeilRule)
+QV_UNARY_DEFINE(FloorFun, FloorRule)
+QV_UNARY_DEFINE(FixFun, FixRule)
+QV_UNARY_DEFINE(AcosFun, AcosRule)
+QV_UNARY_DEFINE(AcotFun, AcotRule)
+QV_UNARY_DEFINE(AcscFun, AcscRule)
+QV_UNARY_DEFINE(AsecFun, AsecRule)
+QV_UNARY_DEFINE(AsinFun, AsinRule)
+QV_UNARY_DEFINE(AtanFun, AtanRule)
+QV_UNARY_DEFINE(CosFun, CosRule)
+QV_UNARY_DEFINE(CotFun, CotRule)
+QV_UNARY_DEFINE(CscFun, CscRule)
+QV_UNARY_DEFINE(SecFun, SecRule)
+QV_UNARY_DEFINE(SinFun, SinRule)
+QV_UNARY_DEFINE(TanFun, TanRule)
+QV_UNARY_DEFINE(AcoshFun, AcoshRule)
+QV_UNARY_DEFINE(AcothFun, AcothRule)
+QV_UNARY_DEFINE(AcschFun, AcschRule)
+QV_UNARY_DEFINE(AsechFun, AsechRule)
+QV_UNARY_DEFINE(AsinhFun, AsinhRule)
+QV_UNARY_DEFINE(AtanhFun, AtanhRule)
+QV_UNARY_DEFINE(CoshFun, CoshRule)
+QV_UNARY_DEFINE(CothFun, CothRule)
+QV_UNARY_DEFINE(CschFun, CschRule)
+QV_UNARY_DEFINE(SechFun, SechRule)
+QV_UNARY_DEFINE(SinhFun, SinhRule)
+QV_UNARY_DEFINE(TanhFun, TanhRule)
+QV_UNARY_DEFINE(UPlusFun, UPlusRule)
+QV_UNARY_DEFINE(UMinusFun, UMinusRule)
+QV_UNARY_DEFINE(UNotFun, UNotRule)
 #undef QV_UNARY_DEFINE
 
 // The constant power: PowFun's rule with the exponent broadcast.
