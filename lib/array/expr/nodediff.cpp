@@ -1,23 +1,39 @@
-// Partial derivatives of the operators and elementary functions, built as
-// nodes through the factory (so they fold and share with the expression):
-// d f(a0, a1, ...) / d a_i.
+// Partial derivatives of the operators and elementary and special
+// functions, built as nodes through the factory (so they fold and share with
+// the expression): d f(a0, a1, ...) / d a_i.
 //
 // Comparisons, logical operators and the rounding functions (sign, floor,
 // ceil, round, fix) have derivative zero: they are piecewise constant, and
 // at their jumps the zero is taken as well. abs differentiates into sign, so
 // its derivative at 0 is 0. min and max differentiate into comparisons
-// (ties go to the first argument). A smoothed step f(x, w) differentiates
-// into its DiracPolyFun partner D_1: df/dx = D_1(x, w), df/dw = -(x/w) D_1(x, w). Functions without a rule here (mod, arg,
-// real, imag, conj, realdot and the functions the factory does not know)
-// give no partial; neither does a DiracPolyFun, whose higher orders have no
-// name of the language: the derivative of such a call stays an unexpanded
-// derivative node.
+// (ties go to the first argument). mod(a, b) = a - b floor(a/b) takes the
+// rounding functions' convention for its floor: d/da = 1, d/db = -floor(a/b),
+// the jumps included. A smoothed step f(x, w) differentiates into its
+// DiracPolyFun partner D_1: df/dx = D_1(x, w), df/dw = -(x/w) D_1(x, w).
+//
+// real, imag, conj and arg are not complex-differentiable; the chain rule
+// multiplies a partial by the argument's derivative, so their partials are
+// those of their restriction to real arguments (real, conj: 1; imag, arg: 0,
+// arg's jump from pi to 0 at the origin taken as flat). realdot(a, b) =
+// Re(a conj(b)) differentiates as a conj(b) would: conj(b) and conj(a); with
+// real arguments that is exact, with complex ones the real part of the
+// result is the derivative.
+//
+// Special functions: erf' = 2/sqrt(pi) exp(-x^2); gamma' = gamma(x) psi(0, x);
+// psi(n, x) by x is psi(n + 1, x) and by its integer order zero. The Bessel
+// functions by their argument: J'_nu = (J_{nu-1} - J_{nu+1})/2, the same for
+// Y, I'_nu = (I_{nu-1} + I_{nu+1})/2, K'_nu = -(K_{nu-1} + K_{nu+1})/2. By
+// their order they have no closed form: no partial. Functions without a rule
+// here (the functions the factory does not know, and a DiracPolyFun, whose
+// higher orders have no name of the language) give no partial either: the
+// derivative of such a call stays an unexpanded derivative node.
 #include <cmath>
 #include <numbers>
 
 #include "qvarray/expr/nodemaker.h"
 #include "qvarray/expr/operators.h"
 #include "qvarray/expr/smoothsteps.h"
+#include "qvarray/expr/specialfuns.h"
 
 namespace qvarray {
 
@@ -58,6 +74,24 @@ EvalNodePtr NodeMaker::partialTable(const FunObj& f, const NodeList& args, int i
       EvalNodePtr den = op2(Plus, op1(Pow2, a), op1(Pow2, b));
       return i == 0 ? op2(Divide, b, den) : op1(UMinus, op2(Divide, a, den));
     }
+    if (name == "mod") return i == 0 ? unit_ : op1(UMinus, op1(Floor, op2(Divide, a, b)));
+    if (name == "realdot") return fn("conj", args[1 - i]);
+    if (name == "psi") {  // psi(n, x): order n, argument x
+      if (i == 0) return zero_;
+      return makeOpNode(builtinFun("psi", 2), op2(Plus, a, unit_), b);
+    }
+    if (const auto* bf = dynamic_cast<const BesselFun*>(&f)) {  // order a, argument b
+      if (i == 0) return nullptr;
+      FunPtr g = builtinFun(name, 2);
+      QV_ASSERT(g != nullptr, nodemaker);
+      EvalNodePtr lo = makeOpNode(g, op2(Minus, a, unit_), b);
+      EvalNodePtr hi = makeOpNode(g, op2(Plus, a, unit_), b);
+      switch (bf->kind()) {
+        case BesselFun::I: return op2(Times, C(0.5), op2(Plus, lo, hi));
+        case BesselFun::K: return op2(Times, C(-0.5), op2(Plus, lo, hi));
+        default: return op2(Times, C(0.5), op2(Minus, lo, hi));
+      }
+    }
     if (name == "min") return i == 0 ? op2(LE, a, b) : op2(GT, a, b);
     if (name == "max") return i == 0 ? op2(GE, a, b) : op2(LT, a, b);
     if (name == "<" || name == ">" || name == "<=" || name == ">=" || name == "==" ||
@@ -82,6 +116,12 @@ EvalNodePtr NodeMaker::partialTable(const FunObj& f, const NodeList& args, int i
   if (name == "log") return op1(PowM1, a);
   if (name == "log10") return op2(Times, C(1.0 / std::numbers::ln10), op1(PowM1, a));
   if (name == "log2") return op2(Times, C(1.0 / std::numbers::ln2), op1(PowM1, a));
+  if (name == "real" || name == "conj") return unit_;
+  if (name == "imag" || name == "arg") return zero_;
+  if (name == "erf")
+    return op2(Times, C(2.0 * std::numbers::inv_sqrtpi), op1(Exp, op1(UMinus, op1(Pow2, a))));
+  if (name == "gamma")
+    return op2(Times, fn("gamma", a), makeOpNode(builtinFun("psi", 2), zero_, a));
   if (name == "sqrt") return op2(Times, C(0.5), op1(PowM1, op1(Sqrt, a)));
 
   EvalNodePtr a2 = nullptr;

@@ -13,6 +13,7 @@
 #include "qvarray/expr/elemfuns.h"
 #include "qvarray/expr/operators.h"
 #include "qvarray/expr/smoothsteps.h"
+#include "qvarray/expr/specialfuns.h"
 #include "qvarray/expr/varevaluator.h"
 #include "qvutil/numeric.h"
 #include "qvutil/parallel.h"
@@ -162,6 +163,11 @@ NodeMaker::NodeMaker() {
   add(std::make_shared<MaxFun>());
   add(std::make_shared<ModFun>());
   add(std::make_shared<RealDotFun>());
+  add(std::make_shared<ErfFun>());
+  for (const char* kind : {"bessel", "besselj", "bessely", "besseli", "besselk"})
+    add(std::make_shared<BesselFun>(kind));
+  add(std::make_shared<GammaFun>());
+  add(std::make_shared<PsiFun>());
   for (const char* step : {"qvsmhs", "qvdsmhs", "qvsmsign", "qvdsmsign", "qvc1hs", "qvdc1hs",
                            "qvc2hs", "qvdc2hs"})
     add(makeSmoothStep(step));
