@@ -357,7 +357,7 @@ public class JniTest {
   static void noLeaks() {
     final int calls = 100000;
     double[][] A = random(40, 3);
-    double[][][] S = random(20, 2, 3);
+    double[][][] S = random(40, 2, 3);
     double[] x = random(3), re = random(5);
     long[] cp = {0, 2, 2, 3, 5}, ri = {0, 2, 1, 0, 2};
     List<WeakReference<Host>> hosts = new ArrayList<>();
@@ -367,7 +367,7 @@ public class JniTest {
       matVec(A, x);
       exprToString("a+b*c", false);
       flatToRows(matrixColumnMajor(A, A), 40, 3, true, -1);
-      flatToSlabs(slabsColumnMajor(S, S, false), 20, 2, 3, true, -1);
+      flatToSlabs(slabsColumnMajor(S, S, false), 40, 2, 3, true, -1);
       sparseParts(cp, ri, re, 3, 4);
       if (k % 100 == 0) {
         try {
