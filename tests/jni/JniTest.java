@@ -37,6 +37,9 @@ public class JniTest {
   static native double[] matrixColumnMajor(double[][] re, double[][] im);
   static native double[] complexRowsColumnMajor(double[][] rows);
   static native double[][] flatToRows(double[] a, long m, long n, boolean complex, int part);
+  static native double[] slabsColumnMajor(double[][][] re, double[][][] im, boolean interleaved);
+  static native double[][][] flatToSlabs(double[] a, long l, long m, long n, boolean complex,
+                                         int part);
   static native double[] matVec(double[][] a, double[] x);
   static native double[] sparseMulVec(int form, Object colPtr, Object rowIndex, double[] re,
                                       double[] im, long m, long n, double[] x);
@@ -87,6 +90,12 @@ public class JniTest {
   static double[][] random(int m, int n) {
     double[][] a = new double[m][];
     for (int i = 0; i < m; ++i) a[i] = random(n);
+    return a;
+  }
+
+  static double[][][] random(int l, int m, int n) {
+    double[][][] a = new double[l][][];
+    for (int i = 0; i < l; ++i) a[i] = random(m, n);
     return a;
   }
 
@@ -185,6 +194,30 @@ public class JniTest {
     expect("Null_Java_array", () -> matrixColumnMajor(new double[][] {{1}, null}, null));
     expect("Null_Java_array", () -> vectorRoundTrip(null, null));
     expect("Null_Java_array", () -> setArray(null, x));
+  }
+
+  // Slabs to column-major: element (i, j, k) at i + j*l + k*l*m, and back.
+  static void slabs() {
+    final int l = 2, m = 3, n = 4;
+    double[][][] A = random(l, m, n), B = random(l, m, n), AB = new double[l][m][2 * n];
+    double[] a = slabsColumnMajor(A, null, false), ab = slabsColumnMajor(A, B, false);
+    for (int i = 0; i < l; ++i)
+      for (int j = 0; j < m; ++j)
+        for (int k = 0; k < n; ++k) {
+          int p = i + j * l + k * l * m;
+          check(a[p] == A[i][j][k] && ab[2 * p] == A[i][j][k] && ab[2 * p + 1] == B[i][j][k],
+                "slabs at " + i + "," + j + "," + k);
+          AB[i][j][2 * k] = A[i][j][k];
+          AB[i][j][2 * k + 1] = B[i][j][k];
+        }
+    check(Arrays.equals(slabsColumnMajor(AB, null, true), ab), "interleaved complex slabs");
+    check(Arrays.deepEquals(flatToSlabs(a, l, m, n, false, -1), A), "flat real to slabs");
+    check(Arrays.deepEquals(flatToSlabs(ab, l, m, n, true, -1), AB), "flat complex to slabs");
+    check(Arrays.deepEquals(flatToSlabs(ab, l, m, n, true, 1), B), "flat complex, imaginary part");
+    double[][][] ragged = random(l, m, n);
+    ragged[1][2] = random(n + 1);
+    expect("Java_array_sizes_disagree", () -> slabsColumnMajor(ragged, null, false));
+    expect("Null_Java_array", () -> slabsColumnMajor(new double[][][] {A[0], null}, null, false));
   }
 
   // ---- sparse ------------------------------------------------------------------
@@ -324,6 +357,7 @@ public class JniTest {
   static void noLeaks() {
     final int calls = 100000;
     double[][] A = random(40, 3);
+    double[][][] S = random(40, 2, 3);
     double[] x = random(3), re = random(5);
     long[] cp = {0, 2, 2, 3, 5}, ri = {0, 2, 1, 0, 2};
     List<WeakReference<Host>> hosts = new ArrayList<>();
@@ -333,6 +367,7 @@ public class JniTest {
       matVec(A, x);
       exprToString("a+b*c", false);
       flatToRows(matrixColumnMajor(A, A), 40, 3, true, -1);
+      flatToSlabs(slabsColumnMajor(S, S, false), 40, 2, 3, true, -1);
       sparseParts(cp, ri, re, 3, 4);
       if (k % 100 == 0) {
         try {
@@ -409,6 +444,7 @@ public class JniTest {
     strings();
     wrappers();
     conversions();
+    slabs();
     sparse();
     callbacks();
     exprHost();

@@ -52,7 +52,8 @@ jdoubleArray flatInterleaved(JNIEnv* env, const Array<dcomplex, N>& a) {
   return newJavaArray(env, flat);
 }
 
-jdoubleArray flatReal(JNIEnv* env, const Array<double, 2>& a) {
+template <int N>
+jdoubleArray flatReal(JNIEnv* env, const Array<double, N>& a) {
   Array<double, 1> flat(a.count);
   std::copy(a.data, a.data + a.count, flat.data);
   return newJavaArray(env, flat);
@@ -191,6 +192,29 @@ JNIEXPORT jobjectArray JNICALL Java_JniTest_flatToRows(JNIEnv* env, jclass, jdou
   return callFromJava(env, jobjectArray{}, [&] {
     if (!complex) return newJavaArray(env, Matrix(getArray2(env, a, m, n)));
     const Array<dcomplex, 2> z = getComplexArray2(env, a, m, n);
+    return part < 0 ? newJavaArray(env, z) : newJavaPart(env, z, part == 1);
+  });
+}
+
+// A 3-D array from slabs (real, split complex when `im` is given, or
+// interleaved complex) as a flat column-major double[], interleaved when complex.
+JNIEXPORT jdoubleArray JNICALL Java_JniTest_slabsColumnMajor(JNIEnv* env, jclass, jobjectArray re,
+                                                             jobjectArray im,
+                                                             jboolean interleaved) {
+  return callFromJava(env, jdoubleArray{}, [&] {
+    if (interleaved) return flatInterleaved(env, getComplexArray3(env, re));
+    return im ? flatInterleaved(env, getComplexArray3(env, re, im))
+              : flatReal(env, getArray3(env, re));
+  });
+}
+
+// A flat column-major l×m×n array (interleaved when complex) back as slabs.
+JNIEXPORT jobjectArray JNICALL Java_JniTest_flatToSlabs(JNIEnv* env, jclass, jdoubleArray a,
+                                                        jlong l, jlong m, jlong n, jboolean complex,
+                                                        jint part) {
+  return callFromJava(env, jobjectArray{}, [&] {
+    if (!complex) return newJavaArray(env, getArray3(env, a, l, m, n));
+    const Array<dcomplex, 3> z = getComplexArray3(env, a, l, m, n);
     return part < 0 ? newJavaArray(env, z) : newJavaPart(env, z, part == 1);
   });
 }

@@ -6,9 +6,11 @@
 // its sizes is the matrix in the library's column-major order. Complex
 // values come interleaved (re0, im0, re1, im1, ...: a complex double[] has
 // twice the length, a complex row of n columns 2n) or split into a real and
-// an imaginary array of the same shape. Sparse matrices are compressed
-// columns: column pointers (n + 1) and row indices (int[] or long[]) and
-// values.
+// an imaginary array of the same shape. A double[l][m][n] is the l×m×n array
+// with element (i, j, k) = a[i][j][k] (complex: rows of 2n interleaved, or
+// split), and a flat double[l*m*n] with its sizes is that array
+// column-major. Sparse matrices are compressed columns: column pointers
+// (n + 1) and row indices (int[] or long[]) and values.
 //
 // Copies. The library's arrays own their storage, so a conversion copies
 // once, straight between the Java array and that storage: Get/Set<Type>
@@ -19,7 +21,9 @@
 // reference-holding wrapper (qvjarray.h), without a copy where the JVM can
 // pin the array.
 //
-// Results handed to Java are new local references. Errors, before anything is
+// Results handed to Java are new local references; the rows and slabs of an
+// array of arrays are released as each one is done, so the number of local
+// references held stays small whatever the size. Errors, before anything is
 // built: "Null_Java_array" (module "qvjarray") for a null array or row,
 // "Java_array_sizes_disagree" for ragged rows, real and imaginary parts of
 // different shapes, an odd interleaved length, a flat array whose length is
@@ -59,6 +63,16 @@ Array<dcomplex, 2> getComplexArray2(JNIEnv* env, jobjectArray reRows, jobjectArr
 /// Flat column-major interleaved double[2*m*n] → m×n.
 Array<dcomplex, 2> getComplexArray2(JNIEnv* env, jdoubleArray colMajor, jlong m, jlong n);
 
+/// double[l][m][n] → l×m×n.
+Array<double, 3> getArray3(JNIEnv* env, jobjectArray slabs);
+/// Flat column-major double[l*m*n] → l×m×n.
+Array<double, 3> getArray3(JNIEnv* env, jdoubleArray colMajor, jlong l, jlong m, jlong n);
+/// Slabs of rows of 2n interleaved values → l×m×n.
+Array<dcomplex, 3> getComplexArray3(JNIEnv* env, jobjectArray slabsInterleaved);
+Array<dcomplex, 3> getComplexArray3(JNIEnv* env, jobjectArray reSlabs, jobjectArray imSlabs);
+/// Flat column-major interleaved double[2*l*m*n] → l×m×n.
+Array<dcomplex, 3> getComplexArray3(JNIEnv* env, jdoubleArray colMajor, jlong l, jlong m, jlong n);
+
 /// A real vector, or a complex one when `im` is given.
 Vector getVector(JNIEnv* env, jdoubleArray re, jdoubleArray im = nullptr);
 Vector getComplexVector(JNIEnv* env, jdoubleArray interleaved);
@@ -89,6 +103,10 @@ jobjectArray newJavaArray(JNIEnv* env, const Array<dcomplex, 2>& a);
 /// Real or imaginary part of a complex array, of the same shape.
 jdoubleArray newJavaPart(JNIEnv* env, const Array<dcomplex, 1>& a, bool imag);
 jobjectArray newJavaPart(JNIEnv* env, const Array<dcomplex, 2>& a, bool imag);
+/// double[l][m][n]; complex: rows of 2n interleaved values.
+jobjectArray newJavaArray(JNIEnv* env, const Array<double, 3>& a);
+jobjectArray newJavaArray(JNIEnv* env, const Array<dcomplex, 3>& a);
+jobjectArray newJavaPart(JNIEnv* env, const Array<dcomplex, 3>& a, bool imag);
 /// A real vector or matrix as double[] / double[][], a complex one interleaved.
 jdoubleArray newJavaArray(JNIEnv* env, const Vector& x);
 jobjectArray newJavaArray(JNIEnv* env, const Matrix& A);

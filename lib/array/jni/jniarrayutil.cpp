@@ -94,22 +94,103 @@ Array<T, 2> readRows(JNIEnv* env, jobjectArray rows, size_t (*columns)(size_t), 
 
 size_t sameLength(size_t n) { return n; }
 
-// Writes the m×n `A` as m new rows of `width(n)` doubles: get(A, i, row)
-// fills row i.
-template <class T, class Get>
-jobjectArray writeRows(JNIEnv* env, const Array<T, 2>& A, size_t width, Get get) {
-  const size_t m = A.sizes[0];
-  LocalRef<jclass> rowClass(env, env->FindClass("[D"));
-  if (!rowClass.get()) QV_RAISE(jniaccess, JNI_error, "FindClass([D) failed.");
-  LocalRef<jobjectArray> out(env, env->NewObjectArray(javaSize(m), rowClass.get(), nullptr));
+// Element i of an array of slabs (a local reference); "Null_Java_array" for
+// a null slab.
+jobjectArray slabAt(JNIEnv* env, jobjectArray slabs, size_t i) {
+  auto slab = static_cast<jobjectArray>(env->GetObjectArrayElement(slabs, static_cast<jsize>(i)));
+  if (!slab) detail::raiseNullJavaArray("slab");
+  return slab;
+}
+
+// The l×m×n shape of an array of slabs, learnt as it is read: l at once, m
+// from the first slab, n from the first row; every later slab and row must
+// agree.
+struct SlabShape {
+  size_t l, m = 0, n = 0;
+  void slab(size_t i, size_t rows) {
+    if (i == 0)
+      m = rows;
+    else if (rows != m)
+      sizesDisagree("Slabs of different numbers of rows.");
+  }
+  // True for the first row, whose length sets n.
+  bool row(size_t i, size_t j, size_t columns) {
+    if (i == 0 && j == 0) {
+      n = columns;
+      return true;
+    }
+    if (columns != n) sizesDisagree("Rows of different lengths.");
+    return false;
+  }
+};
+
+// Reads an array of l slabs of m rows into the column-major l×m×n `A`:
+// put(A, i, j, row) stores row j of slab i. Slabs and rows are released as
+// each is read.
+template <class T, class Put>
+Array<T, 3> readSlabs(JNIEnv* env, jobjectArray slabs, size_t (*columns)(size_t), Put put) {
+  SlabShape shape{javaLength(env, slabs, "array of slabs")};
+  Array<T, 3> A;
+  for (size_t i = 0; i < shape.l; ++i) {
+    LocalRef<jobjectArray> slab(env, slabAt(env, slabs, i));
+    shape.slab(i, javaLength(env, slab.get(), "array of rows"));
+    for (size_t j = 0; j < shape.m; ++j) {
+      LocalRef<jdoubleArray> row(env, rowAt(env, slab.get(), j));
+      const size_t length = javaLength(env, row.get(), "row");
+      if (shape.row(i, j, columns(length))) A.resize(shape.l, shape.m, shape.n);
+      jdoubleArrayRH r(env, row.get(), length, JMode::ReadOnly, JAccess::Critical);
+      put(A, i, j, r.data());
+    }
+  }
+  if (!A.count) A.resize(shape.l, shape.m, shape.n);
+  return A;
+}
+
+// m new rows of `width` doubles as a new double[][] of class `rowClass`:
+// fill(i, row) fills row i. Each row's local reference goes once it is stored.
+template <class Fill>
+jobjectArray newRows(JNIEnv* env, jclass rowClass, size_t m, size_t width, Fill fill) {
+  LocalRef<jobjectArray> out(env, env->NewObjectArray(javaSize(m), rowClass, nullptr));
   if (!out.get()) QV_RAISE(jniaccess, JNI_error, "No new Java array.");
   for (size_t i = 0; i < m; ++i) {
     LocalRef<jdoubleArray> row(env, newArray<jdouble>(env, width));
     {
       jdoubleArrayRH r(env, row.get(), width, JMode::ReadWrite, JAccess::Critical);
-      get(A, i, r.data());
+      fill(i, r.data());
     }
     env->SetObjectArrayElement(out.get(), static_cast<jsize>(i), row.get());
+  }
+  return out.release();
+}
+
+jclass findArrayClass(JNIEnv* env, const char* name) {
+  jclass c = env->FindClass(name);
+  if (!c) QV_RAISE(jniaccess, JNI_error, "FindClass failed.", name);
+  return c;
+}
+
+// Writes the m×n `A` as m new rows of `width` doubles: get(A, i, row) fills
+// row i.
+template <class T, class Get>
+jobjectArray writeRows(JNIEnv* env, const Array<T, 2>& A, size_t width, Get get) {
+  LocalRef<jclass> rowClass(env, findArrayClass(env, "[D"));
+  return newRows(env, rowClass.get(), A.sizes[0], width,
+                 [&](size_t i, jdouble* r) { get(A, i, r); });
+}
+
+// Writes the l×m×n `A` as l new slabs of m rows of `width` doubles:
+// get(A, i, j, row) fills row j of slab i.
+template <class T, class Get>
+jobjectArray writeSlabs(JNIEnv* env, const Array<T, 3>& A, size_t width, Get get) {
+  const size_t l = A.sizes[0], m = A.sizes[1];
+  LocalRef<jclass> rowClass(env, findArrayClass(env, "[D"));
+  LocalRef<jclass> slabClass(env, findArrayClass(env, "[[D"));
+  LocalRef<jobjectArray> out(env, env->NewObjectArray(javaSize(l), slabClass.get(), nullptr));
+  if (!out.get()) QV_RAISE(jniaccess, JNI_error, "No new Java array.");
+  for (size_t i = 0; i < l; ++i) {
+    LocalRef<jobjectArray> slab(env, newRows(env, rowClass.get(), m, width,
+                                             [&](size_t j, jdouble* r) { get(A, i, j, r); }));
+    env->SetObjectArrayElement(out.get(), static_cast<jsize>(i), slab.get());
   }
   return out.release();
 }
@@ -245,6 +326,68 @@ Array<dcomplex, 2> getComplexArray2(JNIEnv* env, jdoubleArray colMajor, jlong m,
   return out;
 }
 
+Array<double, 3> getArray3(JNIEnv* env, jobjectArray slabs) {
+  return readSlabs<double>(env, slabs, sameLength,
+                           [](Array<double, 3>& A, size_t i, size_t j, jdouble* r) {
+                             for (size_t k = 0; k < A.sizes[2]; ++k) A(i, j, k) = r[k];
+                           });
+}
+
+Array<double, 3> getArray3(JNIEnv* env, jdoubleArray colMajor, jlong l, jlong m, jlong n) {
+  const size_t s0 = sizeFromJava(l), s1 = sizeFromJava(m), s2 = sizeFromJava(n);
+  if (javaLength(env, colMajor, "double[]") != s0 * s1 * s2)
+    sizesDisagree("Length of a flat array is not the product of its sizes.");
+  Array<double, 3> out(s0, s1, s2);
+  readAll(env, colMajor, out.count, out.data);
+  return out;
+}
+
+Array<dcomplex, 3> getComplexArray3(JNIEnv* env, jobjectArray slabsInterleaved) {
+  return readSlabs<dcomplex>(env, slabsInterleaved, complexCount,
+                             [](Array<dcomplex, 3>& A, size_t i, size_t j, jdouble* r) {
+                               const dcomplex* z = asComplex(r);
+                               for (size_t k = 0; k < A.sizes[2]; ++k) A(i, j, k) = z[k];
+                             });
+}
+
+Array<dcomplex, 3> getComplexArray3(JNIEnv* env, jobjectArray reSlabs, jobjectArray imSlabs) {
+  SlabShape shape{javaLength(env, reSlabs, "array of slabs")};
+  if (javaLength(env, imSlabs, "array of slabs") != shape.l)
+    sizesDisagree("Real and imaginary parts of different shapes.");
+  Array<dcomplex, 3> A;
+  for (size_t i = 0; i < shape.l; ++i) {
+    LocalRef<jobjectArray> reSlab(env, slabAt(env, reSlabs, i));
+    LocalRef<jobjectArray> imSlab(env, slabAt(env, imSlabs, i));
+    const size_t m = javaLength(env, reSlab.get(), "array of rows");
+    if (javaLength(env, imSlab.get(), "array of rows") != m)
+      sizesDisagree("Real and imaginary parts of different shapes.");
+    shape.slab(i, m);
+    for (size_t j = 0; j < m; ++j) {
+      LocalRef<jdoubleArray> re(env, rowAt(env, reSlab.get(), j));
+      LocalRef<jdoubleArray> im(env, rowAt(env, imSlab.get(), j));
+      const size_t n = javaLength(env, re.get(), "row");
+      if (javaLength(env, im.get(), "row") != n)
+        sizesDisagree("Real and imaginary parts of different shapes.");
+      if (shape.row(i, j, n)) A.resize(shape.l, shape.m, shape.n);
+      jdoubleArrayRH r(env, re.get(), n, JMode::ReadOnly, JAccess::Critical);
+      jdoubleArrayRH s(env, im.get(), n, JMode::ReadOnly, JAccess::Critical);
+      for (size_t k = 0; k < n; ++k) A(i, j, k) = dcomplex(r[k], s[k]);
+    }
+  }
+  if (!A.count) A.resize(shape.l, shape.m, shape.n);
+  return A;
+}
+
+Array<dcomplex, 3> getComplexArray3(JNIEnv* env, jdoubleArray colMajor, jlong l, jlong m, jlong n) {
+  const size_t s0 = sizeFromJava(l), s1 = sizeFromJava(m), s2 = sizeFromJava(n);
+  const size_t length = javaLength(env, colMajor, "double[]");
+  if (complexCount(length) != s0 * s1 * s2)
+    sizesDisagree("Length of a flat array is not the product of its sizes.");
+  Array<dcomplex, 3> out(s0, s1, s2);
+  readAll(env, colMajor, length, reinterpret_cast<jdouble*>(out.data));
+  return out;
+}
+
 Vector getVector(JNIEnv* env, jdoubleArray re, jdoubleArray im) {
   return im ? Vector(getComplexArray(env, re, im)) : Vector(getArray(env, re));
 }
@@ -346,6 +489,29 @@ jobjectArray newJavaPart(JNIEnv* env, const Array<dcomplex, 2>& a, bool imag) {
   return writeRows(env, a, a.sizes[1], [imag](const Array<dcomplex, 2>& A, size_t i, jdouble* r) {
     for (size_t j = 0; j < A.sizes[1]; ++j) r[j] = imag ? A(i, j).imag() : A(i, j).real();
   });
+}
+
+jobjectArray newJavaArray(JNIEnv* env, const Array<double, 3>& a) {
+  return writeSlabs(env, a, a.sizes[2],
+                    [](const Array<double, 3>& A, size_t i, size_t j, jdouble* r) {
+                      for (size_t k = 0; k < A.sizes[2]; ++k) r[k] = A(i, j, k);
+                    });
+}
+
+jobjectArray newJavaArray(JNIEnv* env, const Array<dcomplex, 3>& a) {
+  return writeSlabs(env, a, 2 * a.sizes[2],
+                    [](const Array<dcomplex, 3>& A, size_t i, size_t j, jdouble* r) {
+                      dcomplex* z = asComplex(r);
+                      for (size_t k = 0; k < A.sizes[2]; ++k) z[k] = A(i, j, k);
+                    });
+}
+
+jobjectArray newJavaPart(JNIEnv* env, const Array<dcomplex, 3>& a, bool imag) {
+  return writeSlabs(env, a, a.sizes[2],
+                    [imag](const Array<dcomplex, 3>& A, size_t i, size_t j, jdouble* r) {
+                      for (size_t k = 0; k < A.sizes[2]; ++k)
+                        r[k] = imag ? A(i, j, k).imag() : A(i, j, k).real();
+                    });
 }
 
 jdoubleArray newJavaArray(JNIEnv* env, const Vector& x) {
