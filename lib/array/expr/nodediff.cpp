@@ -33,7 +33,7 @@
 #include "qvarray/expr/nodemaker.h"
 #include "qvarray/expr/operators.h"
 #include "qvarray/expr/smoothsteps.h"
-#include "qvarray/expr/specialfuns.h"
+#include "qvarray/expr/sffuns.h"
 
 namespace qvarray {
 

@@ -13,7 +13,7 @@
 #include "qvarray/expr/elemfuns.h"
 #include "qvarray/expr/operators.h"
 #include "qvarray/expr/smoothsteps.h"
-#include "qvarray/expr/specialfuns.h"
+#include "qvarray/expr/sffuns.h"
 #include "qvarray/expr/varevaluator.h"
 #include "qvutil/numeric.h"
 #include "qvutil/parallel.h"

@@ -1,10 +1,10 @@
 // Special-function objects: their codes, their error keys, "bessel" as
 // besselj, and the complex forms agreeing with the real ones on the real axis
-// (the functions' accuracy is qvspecial's own test).
+// (the functions' accuracy is qvsf's own test).
 #include <cmath>
 #include <complex>
 
-#include "qvarray/expr/specialfuns.h"
+#include "qvarray/expr/sffuns.h"
 #include "qvtest.h"
 
 using namespace qvarray;
@@ -12,7 +12,7 @@ using cplx = std::complex<double>;
 
 namespace {
 
-TEST(SpecialFuns, CodesAndErrorKeys) {
+TEST(SfFuns, CodesAndErrorKeys) {
   ErfFun erf;
   EXPECT_EQ(erf.evalElem(NAN).first, 2u);
   EXPECT_EQ(erf.evalElem(cplx(0.5, 0.1)).first, 4u);
@@ -32,7 +32,7 @@ TEST(SpecialFuns, CodesAndErrorKeys) {
   EXPECT_NEAR(psi.evalElem(1.0, 1.0).second, M_PI * M_PI / 6, 1e-14);
 }
 
-TEST(SpecialFuns, BesselFamily) {
+TEST(SfFuns, BesselFamily) {
   BesselFun bessel("bessel"), j("besselj"), y("bessely"), i("besseli"), k("besselk");
   EXPECT_EQ(bessel.kind(), BesselFun::J);
   EXPECT_EQ(bessel.evalElem(1.5, 2.0).second, j.evalElem(1.5, 2.0).second);

@@ -22,9 +22,9 @@
 #include <numbers>
 
 #include "besselik.h"
-#include "qvspecial/qvspecial.h"
+#include "qvsf/qvsf.h"
 
-namespace qvspecial {
+namespace qvsf {
 namespace {
 
 using cplx = std::complex<double>;
@@ -107,7 +107,7 @@ cplx atZero(double nu) {
   return nu > 0.0 || isInteger(nu) ? cplx(0.0) : cnan;
 }
 
-// Finite arguments and orders up to the bound of qvspecial.h.
+// Finite arguments and orders up to the bound of qvsf.h.
 bool usable(double nu, cplx z) {
   return std::abs(nu) <= maxComplexOrder && std::isfinite(z.real()) && std::isfinite(z.imag());
 }
@@ -146,4 +146,4 @@ cplx qvbesselk(double nu, cplx z) {
   return modified(std::abs(nu), z, Want::K).k;  // K_-nu = K_nu
 }
 
-}  // namespace qvspecial
+}  // namespace qvsf

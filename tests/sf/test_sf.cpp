@@ -1,5 +1,5 @@
 // The special-function library against 30-digit mpmath references
-// (tests/data/special, written by tests/special/make_reference.py) and
+// (tests/data/sf, written by tests/sf/make_reference.py) and
 // against identities that need no reference.
 #include <gtest/gtest.h>
 
@@ -12,16 +12,16 @@
 #include <string>
 #include <vector>
 
-#include "qvspecial/qvspecial.h"
+#include "qvsf/qvsf.h"
 #include "qvutil/numeric.h"
 
-using namespace qvspecial;
+using namespace qvsf;
 using cplx = std::complex<double>;
 
 namespace {
 
 std::vector<std::vector<std::string>> readRows(const std::string& file) {
-  std::ifstream in(std::string(QV_MATRIX_DIR) + "/special/" + file);
+  std::ifstream in(std::string(QV_MATRIX_DIR) + "/sf/" + file);
   EXPECT_TRUE(in.good()) << file;
   std::vector<std::vector<std::string>> rows;
   for (std::string line; std::getline(in, line);) {
@@ -69,7 +69,7 @@ TEST(SpecialComplex, BesselAgreesWithMpmathPerRegion) {
 }
 
 TEST(SpecialReal, AgreesWithMpmath) {
-  for (const auto& r : readRows("special_real.txt")) {
+  for (const auto& r : readRows("sf_real.txt")) {
     const std::string& f = r[0];
     const double order = num(r[1]), x = num(r[2]), want = num(r[3]);
     const double got = f == "J"       ? qvbesselj(order, x)
@@ -131,7 +131,7 @@ TEST(SpecialComplex, IdentitiesWithoutReference) {
 // conditioning (e^{-z^2}); polygamma within 2e-14.
 TEST(SpecialComplex, GammaErfPsiAgreeWithMpmath) {
   double worstGamma = 0.0, worstErf = 0.0, worstPsi = 0.0;
-  for (const auto& r : readRows("special_complex.txt")) {
+  for (const auto& r : readRows("sf_complex.txt")) {
     const cplx z(num(r[1]), num(r[2])), want(num(r[3]), num(r[4]));
     if (r[0] == "gamma") {
       worstGamma = std::max(worstGamma, std::abs(qvgamma(z) - want) / std::abs(want));

@@ -12,7 +12,7 @@
 
 #include "policy.h"
 
-namespace qvspecial::detail {
+namespace qvsf::detail {
 namespace {
 
 using cplx = std::complex<double>;
@@ -223,4 +223,4 @@ BesselIK besselIK(double nu, cplx z, Want want) {
   return out;
 }
 
-}  // namespace qvspecial::detail
+}  // namespace qvsf::detail

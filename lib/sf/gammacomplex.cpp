@@ -15,9 +15,9 @@
 #include <numbers>
 
 #include "policy.h"
-#include "qvspecial/qvspecial.h"
+#include "qvsf/qvsf.h"
 
-namespace qvspecial {
+namespace qvsf {
 namespace {
 
 using cplx = std::complex<double>;
@@ -55,4 +55,4 @@ cplx qvgamma(cplx z) {
   return pi / (sinPi(z) * lanczosGamma(1.0 - z));
 }
 
-}  // namespace qvspecial
+}  // namespace qvsf

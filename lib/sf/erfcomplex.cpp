@@ -13,9 +13,9 @@
 #include <limits>
 #include <numbers>
 
-#include "qvspecial/qvspecial.h"
+#include "qvsf/qvsf.h"
 
-namespace qvspecial {
+namespace qvsf {
 namespace {
 
 using cplx = std::complex<double>;
@@ -62,4 +62,4 @@ cplx qverf(cplx z) {
   return flip ? -value : value;
 }
 
-}  // namespace qvspecial
+}  // namespace qvsf

@@ -1,9 +1,9 @@
-// Special functions per element on qvspecial: a NaN from the library for
+// Special functions per element on qvsf: a NaN from the library for
 // arguments that are not NaN becomes code 2.
 #include <cmath>
 
-#include "qvarray/expr/specialfuns.h"
-#include "qvspecial/qvspecial.h"
+#include "qvarray/expr/sffuns.h"
+#include "qvsf/qvsf.h"
 #include "qvutil/numeric.h"
 
 namespace qvarray {
@@ -30,7 +30,7 @@ const std::pair<unsigned, cplx> kFailed{2u, cplx(kNaN, kNaN)};
 
 std::pair<unsigned, double> ErfFun::evalElem(double x) const {
   if (std::isnan(x)) return {2u, x};
-  return {0u, qvspecial::qverf(x)};
+  return {0u, qvsf::qverf(x)};
 }
 std::pair<unsigned, cplx> ErfFun::evalElem(cplx z) const {
   if (z.imag() != 0.0) return {4u, cplx(kNaN, kNaN)};
@@ -43,16 +43,16 @@ std::shared_ptr<qvbase::ErrInfo> ErfFun::makeError(unsigned code) const {
 }
 
 std::pair<unsigned, double> GammaFun::evalElem(double x) const {
-  return checked(qvspecial::qvgamma(x), std::isnan(x));
+  return checked(qvsf::qvgamma(x), std::isnan(x));
 }
 std::pair<unsigned, cplx> GammaFun::evalElem(cplx z) const {
   if (z.imag() == 0.0) return evalElem(z.real());
-  return checked(qvspecial::qvgamma(z), isNaN(z));
+  return checked(qvsf::qvgamma(z), isNaN(z));
 }
 
 std::pair<unsigned, double> PsiFun::evalElem(double order, double x) const {
   if (!(order >= 0.0 && order == std::floor(order) && order <= 1000.0)) return {2u, kNaN};
-  return checked(qvspecial::qvpsi(static_cast<int>(order), x), std::isnan(x));
+  return checked(qvsf::qvpsi(static_cast<int>(order), x), std::isnan(x));
 }
 std::pair<unsigned, cplx> PsiFun::evalElem(cplx order, cplx x) const {
   if (order.imag() != 0.0 || x.imag() != 0.0) return kFailed;
@@ -67,20 +67,20 @@ BesselFun::BesselFun(std::string name) : BinFunObjNonVect(std::move(name)) {
 }
 
 std::pair<unsigned, double> BesselFun::evalElem(double nu, double x) const {
-  double v = kind_ == J   ? qvspecial::qvbesselj(nu, x)
-             : kind_ == Y ? qvspecial::qvbessely(nu, x)
-             : kind_ == I ? qvspecial::qvbesseli(nu, x)
-                          : qvspecial::qvbesselk(nu, x);
+  double v = kind_ == J   ? qvsf::qvbesselj(nu, x)
+             : kind_ == Y ? qvsf::qvbessely(nu, x)
+             : kind_ == I ? qvsf::qvbesseli(nu, x)
+                          : qvsf::qvbesselk(nu, x);
   return checked(v, std::isnan(nu) || std::isnan(x));
 }
 
 std::pair<unsigned, cplx> BesselFun::evalElem(cplx nu, cplx z) const {
   if (nu.imag() != 0.0) return kFailed;
   const double n = nu.real();
-  cplx v = kind_ == J   ? qvspecial::qvbesselj(n, z)
-           : kind_ == Y ? qvspecial::qvbessely(n, z)
-           : kind_ == I ? qvspecial::qvbesseli(n, z)
-                        : qvspecial::qvbesselk(n, z);
+  cplx v = kind_ == J   ? qvsf::qvbesselj(n, z)
+           : kind_ == Y ? qvsf::qvbessely(n, z)
+           : kind_ == I ? qvsf::qvbesseli(n, z)
+                        : qvsf::qvbesselk(n, z);
   return checked(v, std::isnan(n) || isNaN(z));
 }
 

@@ -17,7 +17,7 @@
 #include <vector>
 
 #include "benchcheck.h"
-#include "qvspecial/qvspecial.h"
+#include "qvsf/qvsf.h"
 
 namespace {
 
@@ -31,10 +31,10 @@ std::vector<double> grid(double lo, double hi) {
 
 using Eval = double (*)(double nu, double x);
 double viaComplex(double nu, double x) {
-  return qvspecial::qvbesselj(nu, std::complex<double>(x)).real();
+  return qvsf::qvbesselj(nu, std::complex<double>(x)).real();
 }
 double viaStd(double nu, double x) { return std::cyl_bessel_j(nu, x); }
-double viaBoost(double nu, double x) { return qvspecial::qvbesselj(nu, x); }
+double viaBoost(double nu, double x) { return qvsf::qvbesselj(nu, x); }
 
 void evalAll(Eval f, double nu, const std::vector<double>& x, std::vector<double>& out) {
   for (size_t i = 0; i < x.size(); ++i) out[i] = f(nu, x[i]);

@@ -1,5 +1,5 @@
 #pragma once
-// qvspecial: the special functions of the expression language.
+// qvsf: the special functions of the expression language.
 //
 // Real arguments go to well-kept implementations (Boost.Math for the Bessel
 // functions, gamma and polygamma; the C library for erf). The complex-argument
@@ -26,34 +26,34 @@
 // of the function: min(|H1|, |H2|) for J and Y, (2/pi)|K| for I.
 #include <complex>
 
-#include "qvspecial/export.h"
+#include "qvsf/export.h"
 
-namespace qvspecial {
+namespace qvsf {
 
 // Bessel function of the first kind J_nu(x). NaN for x < 0 unless nu is an
 // integer (then J_nu(-x) = (-1)^nu J_nu(x)).
-QVSPECIAL_API double qvbesselj(double nu, double x);
-QVSPECIAL_API std::complex<double> qvbesselj(double nu, std::complex<double> z);
+QVSF_API double qvbesselj(double nu, double x);
+QVSF_API std::complex<double> qvbesselj(double nu, std::complex<double> z);
 
 // Bessel function of the second kind Y_nu(x). NaN for x <= 0 (complex or a
 // pole there). The complex form is NaN at z = 0 only.
-QVSPECIAL_API double qvbessely(double nu, double x);
-QVSPECIAL_API std::complex<double> qvbessely(double nu, std::complex<double> z);
+QVSF_API double qvbessely(double nu, double x);
+QVSF_API std::complex<double> qvbessely(double nu, std::complex<double> z);
 
 // Modified Bessel function of the first kind I_nu(x). NaN for x < 0 unless nu
 // is an integer (then I_nu(-x) = (-1)^nu I_nu(x)), and at x = 0 for negative
 // non-integer nu (a pole).
-QVSPECIAL_API double qvbesseli(double nu, double x);
-QVSPECIAL_API std::complex<double> qvbesseli(double nu, std::complex<double> z);
+QVSF_API double qvbesseli(double nu, double x);
+QVSF_API std::complex<double> qvbesseli(double nu, std::complex<double> z);
 
 // Modified Bessel function of the second kind K_nu(x). NaN for x <= 0. The
 // complex form is NaN at z = 0 only.
-QVSPECIAL_API double qvbesselk(double nu, double x);
-QVSPECIAL_API std::complex<double> qvbesselk(double nu, std::complex<double> z);
+QVSF_API double qvbesselk(double nu, double x);
+QVSF_API std::complex<double> qvbesselk(double nu, std::complex<double> z);
 
 // Hankel functions H1_nu(z) = J_nu(z) + i Y_nu(z) (kind 1) and
 // H2_nu(z) = J_nu(z) - i Y_nu(z) (kind 2). NaN for another kind and at z = 0.
-QVSPECIAL_API std::complex<double> qvbesselh(int kind, double nu, std::complex<double> z);
+QVSF_API std::complex<double> qvbesselh(int kind, double nu, std::complex<double> z);
 
 // Error function erf(x) = 2/sqrt(pi) int_0^x exp(-t^2) dt. The complex form
 // (Taylor series near the imaginary axis, Laplace's continued fraction for
@@ -61,22 +61,22 @@ QVSPECIAL_API std::complex<double> qvbesselh(int kind, double nu, std::complex<d
 // grows with the conditioning, like (|z|^2 + 25) 2e-16: 5e-15 near the
 // origin, 1e-13 at |z| = 25. Where |erf| overflows (|Im z|^2 - |Re z|^2 >
 // 709) the result is inf or NaN.
-QVSPECIAL_API double qverf(double x);
-QVSPECIAL_API std::complex<double> qverf(std::complex<double> z);
+QVSF_API double qverf(double x);
+QVSF_API std::complex<double> qverf(std::complex<double> z);
 
 // Gamma function. NaN at its poles 0, -1, -2, ...; +-inf on overflow. The
 // complex form (Lanczos' approximation, reflected for Re z < 1/2) is the real
 // form on the real axis; its relative error grows like the condition number
 // |z log z| eps: below 1e-13 for |z| <= 30.
-QVSPECIAL_API double qvgamma(double x);
-QVSPECIAL_API std::complex<double> qvgamma(std::complex<double> z);
+QVSF_API double qvgamma(double x);
+QVSF_API std::complex<double> qvgamma(std::complex<double> z);
 
 // Polygamma function psi(n, x) = d^n/dx^n log Gamma(x): psi(0, x) is the
 // digamma function. NaN for n < 0 and at the poles x = 0, -1, -2, ...
 // The complex form (recurrence to Re z >= 20 + n, asymptotic series;
 // reflection for psi(z), Re z < 1/2) is the real form on the real axis;
 // relative accuracy about 1e-14 for |z| <= 30 and n <= 5.
-QVSPECIAL_API double qvpsi(int order, double x);
-QVSPECIAL_API std::complex<double> qvpsi(int order, std::complex<double> z);
+QVSF_API double qvpsi(int order, double x);
+QVSF_API std::complex<double> qvpsi(int order, std::complex<double> z);
 
-}  // namespace qvspecial
+}  // namespace qvsf

@@ -17,9 +17,9 @@
 #include <numbers>
 
 #include "policy.h"
-#include "qvspecial/qvspecial.h"
+#include "qvsf/qvsf.h"
 
-namespace qvspecial {
+namespace qvsf {
 namespace {
 
 using cplx = std::complex<double>;
@@ -115,4 +115,4 @@ cplx qvpsi(int order, cplx z) {
   return shiftedPsi(order, z);
 }
 
-}  // namespace qvspecial
+}  // namespace qvsf

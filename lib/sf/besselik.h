@@ -19,7 +19,7 @@
 //                   below double precision.
 #include <complex>
 
-namespace qvspecial::detail {
+namespace qvsf::detail {
 
 struct BesselIK {
   std::complex<double> i;  // I_nu(z)
@@ -33,4 +33,4 @@ enum class Want { I, K, Both };
 // I_nu(z) and K_nu(z) for nu >= 0, Re z >= 0, z != 0 and finite.
 BesselIK besselIK(double nu, std::complex<double> z, Want want = Want::Both);
 
-}  // namespace qvspecial::detail
+}  // namespace qvsf::detail

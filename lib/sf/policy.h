@@ -3,7 +3,7 @@
 // NaN, an overflow +-inf; nothing throws and errno is left alone.
 #include <boost/math/policies/policy.hpp>
 
-namespace qvspecial::detail {
+namespace qvsf::detail {
 
 namespace bmp = boost::math::policies;
 using Policy =
@@ -11,4 +11,4 @@ using Policy =
                 bmp::overflow_error<bmp::ignore_error>, bmp::underflow_error<bmp::ignore_error>,
                 bmp::evaluation_error<bmp::ignore_error>, bmp::rounding_error<bmp::ignore_error>>;
 
-}  // namespace qvspecial::detail
+}  // namespace qvsf::detail

@@ -6,9 +6,9 @@
 #include <limits>
 
 #include "policy.h"
-#include "qvspecial/qvspecial.h"
+#include "qvsf/qvsf.h"
 
-namespace qvspecial {
+namespace qvsf {
 
 double qverf(double x) { return std::erf(x); }
 
@@ -23,4 +23,4 @@ double qvpsi(int order, double x) {
   return boost::math::polygamma(order, x, detail::Policy());
 }
 
-}  // namespace qvspecial
+}  // namespace qvsf

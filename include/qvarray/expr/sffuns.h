@@ -1,12 +1,12 @@
 #pragma once
 // The special functions of the expression language, per element, on the
-// product's special-function library (qvspecial). A NaN from the library for
+// product's special-function library (qvsf). A NaN from the library for
 // arguments that are not NaN (outside the domain, a pole) is code 2.
 //
 //   erf(x)             code 2 ("nan", evalfun_basic) for a NaN argument; a
 //                      complex argument off the real axis is code 4 ("erf")
 //   gamma(z)           poles (0, -1, -2, ...) are code 2; complex z off the
-//                      real axis by qvspecial's complex gamma
+//                      real axis by qvsf's complex gamma
 //   psi(k, x)          the polygamma function of order k = 0, 1, 2, ... (k = 0:
 //                      digamma); an order that is not a non-negative integer is
 //                      code 2

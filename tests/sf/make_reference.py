@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
 """Reference values of the special functions, computed with mpmath to 30 digits.
 
-Writes bessel_complex.txt, special_real.txt and special_complex.txt in
-tests/data/special, which test_special reads. Rerun after changing the sample (deterministic: fixed seed):
-    python3 tests/special/make_reference.py
+Writes bessel_complex.txt, sf_real.txt and sf_complex.txt in
+tests/data/sf, which test_sf reads. Rerun after changing the sample (deterministic: fixed seed):
+    python3 tests/sf/make_reference.py
 """
 import math
 import os
@@ -13,7 +13,7 @@ import mpmath as mp
 
 mp.mp.dps = 30
 HERE = os.path.dirname(os.path.abspath(__file__))
-OUT = os.path.join(HERE, "..", "data", "special")
+OUT = os.path.join(HERE, "..", "data", "sf")
 
 
 def fmt(x):
@@ -68,7 +68,7 @@ def bessel_complex(rng):
         f.write("\n".join(rows) + "\n")
 
 
-def special_real(rng):
+def sf_real(rng):
     """Real forms: Bessel functions of negative order and argument, gamma, psi, erf."""
     rows = ["# function order x value (mpmath, 30 digits)"]
     fun = {"J": mp.besselj, "Y": mp.bessely, "I": mp.besseli, "K": mp.besselk}
@@ -86,11 +86,11 @@ def special_real(rng):
             rows.append(f"psi {n} {fmt(x)} {fmt(mp.psi(n, x))}")
     for x in [-3.0, -0.5, 1e-5, 0.3, 1.7, 4.0]:
         rows.append(f"erf 0 {fmt(x)} {fmt(mp.erf(x))}")
-    with open(os.path.join(OUT, "special_real.txt"), "w") as f:
+    with open(os.path.join(OUT, "sf_real.txt"), "w") as f:
         f.write("\n".join(rows) + "\n")
 
 
-def special_complex(rng):
+def sf_complex(rng):
     """Gamma, erf and polygamma of a complex argument: |z| <= 30, both
     half-planes, near the poles of gamma and psi and the imaginary axis of erf
     (where |erf| < 1e300)."""
@@ -115,7 +115,7 @@ def special_complex(rng):
         for z in zs:
             v = mp.psi(n, mp.mpc(z.real, z.imag))
             rows.append(f"psi{n} {fmt(z.real)} {fmt(z.imag)} {fmt(mp.re(v))} {fmt(mp.im(v))}")
-    with open(os.path.join(OUT, "special_complex.txt"), "w") as f:
+    with open(os.path.join(OUT, "sf_complex.txt"), "w") as f:
         f.write("\n".join(rows) + "\n")
 
 
@@ -123,5 +123,5 @@ if __name__ == "__main__":
     os.makedirs(OUT, exist_ok=True)
     rng = random.Random(13)
     bessel_complex(rng)
-    special_real(rng)
-    special_complex(rng)
+    sf_real(rng)
+    sf_complex(rng)

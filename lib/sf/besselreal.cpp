@@ -1,13 +1,13 @@
 // Bessel functions of a real order and a real argument: Boost.Math, with the
-// library's domain rules (qvspecial.h) checked first.
+// library's domain rules (qvsf.h) checked first.
 #include <boost/math/special_functions/bessel.hpp>
 #include <cmath>
 #include <limits>
 
 #include "policy.h"
-#include "qvspecial/qvspecial.h"
+#include "qvsf/qvsf.h"
 
-namespace qvspecial {
+namespace qvsf {
 namespace {
 
 constexpr double nan = std::numeric_limits<double>::quiet_NaN();
@@ -46,4 +46,4 @@ double qvbesselk(double nu, double x) {
   return boost::math::cyl_bessel_k(nu, x, detail::Policy());
 }
 
-}  // namespace qvspecial
+}  // namespace qvsf
