@@ -1,0 +1,88 @@
+// InterpFun: the interpolant callable in expressions. Oracles: the
+// Interpolator itself (bit for bit), central differences of the values, and
+// the error key of a refused extrapolation.
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <map>
+
+#include "qvarray/expr/nodemaker.h"
+#include "qvarray/expr/varevaluator.h"
+#include "qvarray/interp/interpfun.h"
+#include "qvtest.h"
+
+using namespace qvarray;
+
+namespace {
+
+class Vars : public VarEvaluator {
+ public:
+  std::map<std::string, double> values;
+  bool eval(const VarEvalPtr&, const std::string& name, const NodeList& args, unsigned, ValRepPtr& r,
+            ValRepCache&) override {
+    auto it = values.find(name);
+    if (!args.empty() || it == values.end()) return false;
+    r = std::make_shared<ValRep>(it->second);
+    return true;
+  }
+  EvalNodePtr expand(const VarEvalPtr&, const std::string&) override { return nullptr; }
+};
+
+// sin(x) + x*y on a non-uniform 2-D grid.
+std::shared_ptr<Interpolator> makeGrid(InterpMethod m, InterpExtrapolation e) {
+  std::vector<double> x{0, 0.3, 0.7, 1.2, 1.6, 2.0}, y{-1, -0.2, 0.5, 1.0};
+  Array<double, 2> v(x.size() * y.size(), 1);
+  for (size_t j = 0; j < y.size(); ++j)
+    for (size_t i = 0; i < x.size(); ++i) v(i + j * x.size(), 0) = std::sin(x[i]) + x[i] * y[j];
+  return std::make_shared<Interpolator>(Interpolator::onGrid({x, y}, v, m, e));
+}
+
+TEST(InterpFun, ValuesNodesAndDerivativesMatchTheInterpolator) {
+  const InterpMethod methods[] = {InterpMethod::Linear, InterpMethod::CubicSpline,
+                                  InterpMethod::PiecewiseCubic};
+  const double pts[][2] = {{0.45, 0.1}, {1.3, -0.7}, {1.9, 0.8}};
+  for (InterpMethod m : methods) {
+    auto ip = makeGrid(m, InterpExtrapolation::Constant);
+    auto f = std::make_shared<InterpFun>("k", ip);
+    // Array arguments: one array per coordinate.
+    auto xa = std::make_shared<Array<double, 1>>(3), ya = std::make_shared<Array<double, 1>>(3);
+    for (int p = 0; p < 3; ++p) xa->data[p] = pts[p][0], ya->data[p] = pts[p][1];
+    const double* c[] = {xa->data, ya->data};
+    double ref[3], dref[3];
+    ip->evaluate(c, 3, ref);
+    ip->evaluate(c, 3, dref, 0, 0);
+    ASSERT_EQ((*f)(std::vector<FunObj::RA>{xa, ya}, 3, 2), FunObj::Success);
+    for (int p = 0; p < 3; ++p) EXPECT_EQ(xa->data[p], ref[p]);
+    // Nodes: the value, and its symbolic derivative through the factory.
+    auto ev = std::make_shared<Vars>();
+    NodeMaker& mk = ev->getNodeMaker();
+    EvalNodePtr node = mk.makeOpNode(FunPtr(f), NodeList{mk.makeVarNode("x"), mk.makeVarNode("y")});
+    EvalNodePtr d = node->diff("x", ev);
+    auto at = [&](const EvalNodePtr& n, double x, double y) {
+      ev->values = {{"x", x}, {"y", y}};
+      ValRepCache cache;
+      return n->eval(ev, cache, 0)->getDouble();
+    };
+    for (int p = 0; p < 3; ++p) {
+      const double x = pts[p][0], y = pts[p][1], h = 1e-6;
+      EXPECT_EQ(at(node, x, y), ref[p]);
+      EXPECT_EQ(at(d, x, y), dref[p]) << d->toString();
+      EXPECT_NEAR(at(d, x, y), (at(node, x + h, y) - at(node, x - h, y)) / (2 * h), 1e-6);
+    }
+    // No second derivative from the interpolant: an unexpanded d(...).
+    EXPECT_EQ(d->diff("x", ev)->toString().rfind("d(", 0), 0u);
+  }
+}
+
+TEST(InterpFun, RefusedExtrapolationAndComplexArgumentsGiveCodes) {
+  auto f = std::make_shared<InterpFun>("k", makeGrid(InterpMethod::Linear, InterpExtrapolation::Error));
+  std::vector<FunObj::RS> a{std::make_shared<double>(2.5), std::make_shared<double>(0.0)};
+  const unsigned code = (*f)(a, 2);
+  EXPECT_TRUE(std::isnan(*a[0]));
+  qvtest::expectThrowKey([&] { f->raiseError(code); }, "Point_outside_interpolation_data");
+  std::vector<FunObj::CS> z{std::make_shared<std::complex<double>>(1.0),
+                            std::make_shared<std::complex<double>>(0.0)};
+  EXPECT_EQ((*f)(z, 2), FunObj::Failure1);
+}
+
+}  // namespace
