@@ -74,6 +74,40 @@ TEST(InterpFun, ValuesNodesAndDerivativesMatchTheInterpolator) {
   }
 }
 
+TEST(InterpFun, OneDimensionalNodeAndBroadcastScalar) {
+  std::vector<double> x{0, 0.4, 0.9, 1.5, 2.0};
+  Array<double, 2> v(x.size(), 1);
+  for (size_t i = 0; i < x.size(); ++i) v(i, 0) = std::exp(x[i]);
+  auto ip = std::make_shared<Interpolator>(Interpolator::onGrid({x}, v, InterpMethod::CubicSpline));
+  auto f = std::make_shared<InterpFun>("e", ip);
+  auto ev = std::make_shared<Vars>();
+  NodeMaker& mk = ev->getNodeMaker();
+  EvalNodePtr node = mk.makeOpNode(FunPtr(f), NodeList{mk.makeVarNode("x")});
+  EvalNodePtr d = node->diff("x", ev);
+  const double p = 1.1;
+  const double* c[] = {&p};
+  double ref = 0, dref = 0;
+  ip->evaluate(c, 1, &ref);
+  ip->evaluate(c, 1, &dref, 0, 0);
+  ev->values = {{"x", p}};
+  ValRepCache cache;
+  EXPECT_EQ(node->eval(ev, cache, 0)->getDouble(), ref);
+  ValRepCache cache2;
+  EXPECT_EQ(d->eval(ev, cache2, 0)->getDouble(), dref);
+  // 2-D: a scalar y broadcast over an array x equals the point-by-point values.
+  auto g = std::make_shared<InterpFun>("k", makeGrid(InterpMethod::Linear, InterpExtrapolation::Constant));
+  auto xa = std::make_shared<Array<double, 1>>(2);
+  xa->data[0] = 0.2, xa->data[1] = 1.7;
+  auto ys = std::make_shared<double>(0.3);
+  const double xs[] = {0.2, 1.7};
+  ASSERT_EQ((*g)(xa, ys, 2, 1), FunObj::Success);
+  for (int k = 0; k < 2; ++k) {
+    std::vector<FunObj::RS> a{std::make_shared<double>(xs[k]), std::make_shared<double>(0.3)};
+    ASSERT_EQ((*g)(a, 2), FunObj::Success);
+    EXPECT_EQ(xa->data[k], *a[0]);
+  }
+}
+
 TEST(InterpFun, RefusedExtrapolationAndComplexArgumentsGiveCodes) {
   auto f = std::make_shared<InterpFun>("k", makeGrid(InterpMethod::Linear, InterpExtrapolation::Error));
   std::vector<FunObj::RS> a{std::make_shared<double>(2.5), std::make_shared<double>(0.0)};
