@@ -111,9 +111,13 @@ NodeVec all(const NodeVec& v, bool& changed) {
 
 // One function per kind, out of line, so that the recursion through
 // simplifyTree keeps small frames.
+// +x becomes x, except over a list: a list inside a list prints without its
+// boundary ("a, +(b, c)" would read back as "a, b, c").
 [[gnu::noinline]] NodePtr unary(const E::Unary& u, const NodePtr& self) {
   NodePtr c = simplifyTree(u.operand());
-  if (u.code() == E::OpUPlus) return c;
+  const bool bareList =
+      dynamic_cast<const E::List*>(c.get()) && !dynamic_cast<const E::Vector*>(c.get());
+  if (u.code() == E::OpUPlus && !bareList) return c;
   return c == u.operand() ? self : std::make_shared<E::Unary>(u.code(), std::move(c));
 }
 
