@@ -66,11 +66,22 @@ const E::Node& innermost(const E::Node& n) {
   return *p;
 }
 
+// A list without brackets: inside another list or a call it prints without
+// its boundary ("a, +(b, c)" would read back as "a, b, c"), so a rule that
+// replaces a node by such an operand would change what the tree reads as.
+bool bareList(const NodePtr& n) {
+  return dynamic_cast<const E::List*>(n.get()) && !dynamic_cast<const E::Vector*>(n.get());
+}
+
 // b with its simplified operands l and r: folded, reduced, or rebuilt.
 [[gnu::noinline]] NodePtr binaryOver(const E::Binary& b, const NodePtr& self, const NodePtr& l,
                                      const NodePtr& r) {
   NodePtr folded;
   if (fold(b.code(), l, r, folded)) return folded;
+  if (bareList(l) || bareList(r)) {
+    if (l == b.left() && r == b.right()) return self;
+    return std::make_shared<E::Binary>(b.code(), l, r);
+  }
   switch (b.code()) {
     case E::OpPlus:
       if (isLiteral(r, 0)) return l;
@@ -111,13 +122,10 @@ NodeVec all(const NodeVec& v, bool& changed) {
 
 // One function per kind, out of line, so that the recursion through
 // simplifyTree keeps small frames.
-// +x becomes x, except over a list: a list inside a list prints without its
-// boundary ("a, +(b, c)" would read back as "a, b, c").
+// +x becomes x, except over a bare list.
 [[gnu::noinline]] NodePtr unary(const E::Unary& u, const NodePtr& self) {
   NodePtr c = simplifyTree(u.operand());
-  const bool bareList =
-      dynamic_cast<const E::List*>(c.get()) && !dynamic_cast<const E::Vector*>(c.get());
-  if (u.code() == E::OpUPlus && !bareList) return c;
+  if (u.code() == E::OpUPlus && !bareList(c)) return c;
   return c == u.operand() ? self : std::make_shared<E::Unary>(u.code(), std::move(c));
 }
 
