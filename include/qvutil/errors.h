@@ -9,6 +9,7 @@
 // host (the Java bridge, a message catalogue) can map every key the library can
 // raise from `allErrorKeys()`.
 #include <span>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -132,23 +133,49 @@
   /* evaluation nodes and node construction */      \
   X(Evaluation_internal_error)                      \
   X(Can_only_diff_wrt_variables)                    \
-  X(Can_only_test_dependency_wrt_variables)
+  X(Can_only_test_dependency_wrt_variables)       \
+  /* expression compiler */                       \
+  X(Log_of_negative)                              \
+  X(Sqrt_of_negative)                             \
+  X(Real_argument_out_of_range)                   \
+  X(Power_of_negative)                            \
+  X(Cannot_create_native_file)
+
+/// Message keys: keys whose text is an English sentence rather than an
+/// identifier. Raised with QV_RAISE_TEXT, which may append a run-time part to
+/// the registered text ("Duplicate input: " + name); the exception's key is the
+/// whole text, and `findErrorKey` maps it back by the registered prefix.
+#define QV_ERROR_MESSAGES(X)                                                   \
+  /* expression compiler */                                                    \
+  X(Duplicate_input, "Duplicate input: ")                                      \
+  X(Duplicate_definition, "Duplicate definition of ")                          \
+  X(Undefined_inputs, "Undefined inputs: ")                                    \
+  X(Output_lacks_definition, "Output #")                                       \
+  X(Cyclic_dependency, "Cyclic dependency for definition #")                   \
+  X(Too_many_constants, "Compilation failed: Too many different constants.")
 
 namespace qvbase {
 
 #define QV_ENUMERATOR(name) name,
 enum class ErrModule { QV_ERROR_MODULES(QV_ENUMERATOR) };
-enum class ErrKey { QV_ERROR_KEYS(QV_ENUMERATOR) };
+#define QV_MESSAGE_ENUMERATOR(name, text) name,
+enum class ErrKey { QV_ERROR_KEYS(QV_ENUMERATOR) QV_ERROR_MESSAGES(QV_MESSAGE_ENUMERATOR) };
+#undef QV_MESSAGE_ENUMERATOR
 #undef QV_ENUMERATOR
 
 /// The module's name as it appears in an exception ("sparse").
 QVUTIL_API const char* errorName(ErrModule module) noexcept;
-/// The key's text ("Singular_matrix" style).
+/// The key's text ("Singular_matrix" style; for a message key its registered
+/// text, the prefix of every composed key).
 QVUTIL_API const char* errorName(ErrKey key) noexcept;
-/// Every registered module and key, in list order.
+/// True for the keys of QV_ERROR_MESSAGES.
+QVUTIL_API bool isMessageKey(ErrKey key) noexcept;
+/// Every registered module and key (identifier keys, then message keys), in
+/// list order.
 QVUTIL_API std::span<const ErrModule> allErrorModules() noexcept;
 QVUTIL_API std::span<const ErrKey> allErrorKeys() noexcept;
-/// The key whose text is `text`; false when the text is not a registered key.
+/// The key whose text is `text`, or the message key whose registered text
+/// begins `text` (a composed key); false when neither is registered.
 QVUTIL_API bool findErrorKey(std::string_view text, ErrKey& key) noexcept;
 
 /// A host may watch every error the library raises (for a log, or to check
@@ -167,6 +194,18 @@ template <class... Details>
   throw e;
 }
 
+/// Throws Exception(module, line, text of `key` + part, details...): a message
+/// key with its run-time part appended.
+template <class... Details>
+[[noreturn]] void raiseText(ErrModule module, int line, ErrKey key, std::string_view part,
+                            Details&&... details) {
+  std::string text = errorName(key);
+  text += part;
+  Exception e(errorName(module), line, std::move(text), std::forward<Details>(details)...);
+  notifyErrorListener(e);
+  throw e;
+}
+
 /// Throws CancelException(module, line) ("Operation_cancelled").
 [[noreturn]] inline void raiseCancel(ErrModule module, int line) {
   CancelException e(errorName(module), line);
@@ -181,6 +220,12 @@ template <class... Details>
 #define QV_RAISE(module, key, ...)                       \
   ::qvbase::raise(::qvbase::ErrModule::module, __LINE__, \
                   ::qvbase::ErrKey::key __VA_OPT__(, ) __VA_ARGS__)
+
+/// Raises message key `key` with `part` appended to its registered text, e.g.
+/// QV_RAISE_TEXT(exprcomp, Duplicate_input, name).
+#define QV_RAISE_TEXT(module, key, part, ...)                                    \
+  ::qvbase::raiseText(::qvbase::ErrModule::module, __LINE__, ::qvbase::ErrKey::key, \
+                      part __VA_OPT__(, ) __VA_ARGS__)
 
 /// QV_RAISE unless `cond` holds; an argument check, made before anything changes.
 #define QV_CHECK(cond, module, key, ...)                           \

@@ -46,19 +46,23 @@ int main(int argc, char** argv) {
       std::cout << "partial run (no record from " << argv[i] << "): not checked\n";
       return 77;
     }
+  // A composed key ("Duplicate input: x") counts for its registered message key.
   int missing = 0;
-  for (qvbase::ErrKey k : qvbase::allErrorKeys())
-    if (!raised.count(qvbase::errorName(k)) && !excused.count(qvbase::errorName(k))) {
-      std::cout << "no test raises \"" << qvbase::errorName(k) << "\"\n";
-      ++missing;
-    }
+  std::set<std::string> registered;
   for (const std::string& k : raised) {
     qvbase::ErrKey key;
-    if (!qvbase::findErrorKey(k, key)) {
+    if (qvbase::findErrorKey(k, key)) {
+      registered.insert(qvbase::errorName(key));
+    } else {
       std::cout << "raised key \"" << k << "\" is not registered\n";
       ++missing;
     }
   }
+  for (qvbase::ErrKey k : qvbase::allErrorKeys())
+    if (!registered.count(qvbase::errorName(k)) && !excused.count(qvbase::errorName(k))) {
+      std::cout << "no test raises \"" << qvbase::errorName(k) << "\"\n";
+      ++missing;
+    }
   std::cout << raised.size() << " keys raised by " << programs.size() << " test programs\n";
   return missing == 0 ? 0 : 1;
 }

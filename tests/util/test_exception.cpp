@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "qvutil/errinfo.h"
+#include "qvutil/errors.h"
 #include "qvutil/exception.h"
 
 using qvbase::Exception;
@@ -40,4 +41,26 @@ TEST(Exception, BuiltFromErrInfoAndDerivedKinds) {
   const Exception parallel = qvbase::ParallelException("sparse", 6, "worker failed");
   EXPECT_EQ(cancel.key(), "Operation_cancelled");
   EXPECT_EQ(parallel.detailText(0), "worker failed");
+}
+
+TEST(Exception, ComposedMessageKeysMapBackToTheirRegisteredKey) {
+  using qvbase::ErrKey;
+  try {
+    QV_RAISE_TEXT(exprcomp, Output_lacks_definition, "2 lacks definition.", "Name", std::int64_t{2});
+  } catch (const Exception& e) {
+    EXPECT_TRUE(e.key() == "Output #2 lacks definition." && e.module() == "exprcomp");
+  }
+  const std::pair<const char*, int> lookups[] = {
+      {"Duplicate input: x", static_cast<int>(ErrKey::Duplicate_input)},
+      {"Compilation failed: Too many different constants.", static_cast<int>(ErrKey::Too_many_constants)},
+      {"Sqrt_of_negative", static_cast<int>(ErrKey::Sqrt_of_negative)},
+      {"Sqrt_of_negative_x", -1},  // identifier keys match whole texts only
+      {"Duplicate input", -1},
+  };
+  for (const auto& [text, want] : lookups) {
+    ErrKey key{};
+    const bool found = qvbase::findErrorKey(text, key);
+    EXPECT_EQ(found ? static_cast<int>(key) : -1, want) << text;
+  }
+  EXPECT_TRUE(qvbase::isMessageKey(ErrKey::Cyclic_dependency) && !qvbase::isMessageKey(ErrKey::Log_of_negative));
 }
