@@ -75,7 +75,8 @@ void ExprComp::MemoryBytecodeStream::write(const unsigned char* data, size_t n) 
 
 ExprComp::FileBytecodeStream::FileBytecodeStream(const std::string& fileName) : name_(fileName) {
   file_ = std::fopen(fileName.c_str(), "wb");
-  QV_CHECK(file_ != nullptr, exprcomp, Cannot_create_native_file, "Name", fileName);
+  QV_CHECK(file_ != nullptr, exprcomp, Cannot_create_native_file,
+           qvbase::DetailPairs{{"Name", fileName}});
 }
 
 ExprComp::FileBytecodeStream::~FileBytecodeStream() {
@@ -84,15 +85,16 @@ ExprComp::FileBytecodeStream::~FileBytecodeStream() {
 
 void ExprComp::FileBytecodeStream::write(const unsigned char* data, size_t n) {
   QV_ASSERT(file_ != nullptr, exprcomp);
-  QV_CHECK(std::fwrite(data, 1, n, file_) == n, exprcomp, Cannot_create_native_file, "Name",
-           name_);
+  QV_CHECK(std::fwrite(data, 1, n, file_) == n, exprcomp, Cannot_create_native_file,
+           qvbase::DetailPairs{{"Name", name_}});
 }
 
 void ExprComp::FileBytecodeStream::close() {
   if (!file_) return;
   std::FILE* f = file_;
   file_ = nullptr;
-  QV_CHECK(std::fclose(f) == 0, exprcomp, Cannot_create_native_file, "Name", name_);
+  QV_CHECK(std::fclose(f) == 0, exprcomp, Cannot_create_native_file,
+           qvbase::DetailPairs{{"Name", name_}});
 }
 
 // ---- Constant pool ----
