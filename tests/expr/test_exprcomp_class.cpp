@@ -157,6 +157,27 @@ Trial randomTrial(std::mt19937& gen, bool big) {
   return t;
 }
 
+// The class around the program, without the JVM (sanitizer builds too).
+TEST(ExprCompClass, ClassLayoutFilesAndRunLog) {
+  std::vector<unsigned char> bytes;
+  ExprComp::compile("S", "work", bytes, {"y = sqrt(x) * 2"}, {"x"}, {"y"}, true);
+  const std::vector<unsigned char> head{0xCA, 0xFE, 0xBA, 0xBE, 0, 0, 0, 46};
+  EXPECT_EQ(std::vector<unsigned char>(bytes.begin(), bytes.begin() + 8), head);
+  const auto dir = std::filesystem::path(testing::TempDir()) / "qv_exprcomp_file";
+  std::filesystem::create_directories(dir);
+  ExprComp::compile("S", "work", (dir / "S.class").string(), {"y = sqrt(x) * 2"}, {"x"}, {"y"}, true);
+  EXPECT_EQ(std::filesystem::file_size(dir / "S.class"), bytes.size());
+  ExprComp c;
+  c.parse({"y = x + 1"}, {"x"}, {"y"});
+  qvtest::expectThrowKey([&] { c.compile("S", "work", "/nonexistent-dir/S.class", false); },
+                         "Cannot_create_native_file");
+  std::mt19937 gen(3);
+  Trial t = randomTrial(gen, true);  // continuations
+  t.comp.compile("B", "work", bytes, false);
+  EXPECT_EQ(t.comp.timings().at(t.comp.timings().size() - 2).first, "createWork");
+  EXPECT_EQ(t.comp.timings().back().first, "compile");
+}
+
 TEST(ExprCompClass, RandomProgramsInTheJvmMatchEvalAndTheDirectEvaluation) {
   if (!qvtest::ClassCheck::available()) GTEST_SKIP() << "no JVM in this build";
   std::mt19937 gen(11);
@@ -172,8 +193,23 @@ TEST(ExprCompClass, RandomProgramsInTheJvmMatchEvalAndTheDirectEvaluation) {
     check.addClass("R" + std::to_string(k), bytes);
     for (const auto& in : t.inputs) check.addCall(in);
   }
+  // A chain whose every value goes straight into the next step: the
+  // continuations carry the stack value.
+  ExprComp chain;
+  chain.addInput(0);
+  chain.addDef(1, 0.5);
+  for (int i = 2; i < 6000; ++i) chain.addDef(i, i % 2 ? C::OpPlus : C::OpMinus, i - 1, i % 3 ? 1 : 0);
+  chain.addOutput(5999);
+  std::vector<unsigned char> bytes;
+  chain.compile("Chain", "work", bytes, false);
+  check.addClass("Chain", bytes);
+  check.addCall({0.25});
   const auto runs = check.run();
-  ASSERT_EQ(runs.size(), trials.size()) << "the JVM did not run";
+  ASSERT_EQ(runs.size(), trials.size() + 1) << "the JVM did not run";
+  std::vector<double> want;
+  chain.eval({0.25}, want);
+  ASSERT_EQ(runs.back().calls.at(0).status, 0) << runs.back().verdict;
+  EXPECT_EQ(runs.back().calls.at(0).out.at(0), want.at(0));
   for (size_t k = 0; k < trials.size(); ++k) {
     Trial& t = trials[k];
     ASSERT_EQ(runs[k].verdict.rfind("ok", 0), 0u) << k << ": " << runs[k].verdict;

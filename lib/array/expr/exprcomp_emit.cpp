@@ -18,10 +18,10 @@
 // floor(x + 0.5) deliberately: at NaN (0), at 0.49999999999999994 (0), at odd
 // values between 2^52 and 2^53 and beyond 2^63 (saturated).
 //
-// Splitting: before a step that does not read the stack, when the code so
-// far plus the largest step and the hand-over could pass MAX_METHOD_SIZE, the
-// live registers are stored into the carry array (carry[r] = register r) and
-// the rest of the program goes into the continuation "<name>_<k>" of
+// Splitting: before a step, when the code so far plus the largest step and
+// the hand-over could pass MAX_METHOD_SIZE, the live registers are stored
+// into the carry array (carry[r] = register r; a value left on the stack for
+// the step goes to carry[registers] and back onto the stack) and the rest of the program goes into the continuation "<name>_<k>" of
 // descriptor "([D[D[D)I", which loads them back. The caller returns a
 // non-zero status of the continuation at once (dup, ifeq, ireturn).
 #include <algorithm>
@@ -69,6 +69,12 @@ class WorkEmitter {
     const size_t items = p_.steps.size() + p_.outputs.size();
     size_t at = 0;
     std::vector<int> carried;  // registers the current method loads from the carry array
+    bool carriedStack = false;  // and the value left on the stack, from carry[registers]
+    // Registers live before the current item, kept up to date item by item.
+    int liveCount = 0;
+    std::vector<int> endsAt(items + 1, 0);
+    for (int r : lastRead_)
+      if (r >= 0) ++endsAt[static_cast<size_t>(r)];
     for (int k = 0;; ++k) {
       const bool first = k == 0;
       Method m(pool_, k == 0 ? name : name + "_" + std::to_string(k),
@@ -79,23 +85,30 @@ class WorkEmitter {
         m.daload();
         m.dstore(slot(r));
       }
+      if (carriedStack) {
+        m.aload(2);
+        m.iconst(pool_, p_.registers);
+        m.daload();
+      }
       bool split = false;
       for (; at < items; ++at) {
-        const bool isStep = at < p_.steps.size();
-        if (!(isStep && !p_.steps[at].args.empty() && p_.steps[at].args[0].source == OperandSource::Stack)) {
+        const int need = kMaxStepBytes + kCallBytes + kCarryBytes * (liveCount + 1);
+        if (m.codeSize() + need > ExprComp::MAX_METHOD_SIZE && at > 0 && m.codeSize() > need) {
           const std::vector<int> live = liveAt(at);
-          const int need = kMaxStepBytes + kCallBytes + kCarryBytes * static_cast<int>(live.size());
-          if (m.codeSize() + need > ExprComp::MAX_METHOD_SIZE && at > 0 && m.codeSize() > need) {
-            callContinuation(m, name + "_" + std::to_string(k + 1), live, first);
-            carried = live;
-            split = true;
-            break;
-          }
+          carriedStack = at < p_.steps.size() && !p_.steps[at].args.empty() &&
+                         p_.steps[at].args[0].source == OperandSource::Stack;
+          callContinuation(m, name + "_" + std::to_string(k + 1), live, first, carriedStack);
+          carried = live;
+          split = true;
+          break;
         }
-        if (isStep)
+        liveCount -= endsAt[at];
+        if (at < p_.steps.size()) {
           step(m, p_.steps[at]);
-        else
+          liveCount += p_.steps[at].dest >= 0;
+        } else {
           output(m, static_cast<int>(at - p_.steps.size()));
+        }
       }
       if (!split) {
         m.iconst(0);
@@ -119,11 +132,19 @@ class WorkEmitter {
     return live;
   }
 
-  void callContinuation(Method& m, const std::string& next, const std::vector<int>& live, bool first) {
+  void callContinuation(Method& m, const std::string& next, const std::vector<int>& live, bool first,
+                        bool stackValue) {
+    if (stackValue) m.dstore(scratch1_);
     if (first) {
-      m.iconst(pool_, std::max(p_.registers, 1));
+      m.iconst(pool_, p_.registers + 1);
       m.newarrayDouble();
       m.astore(2);
+    }
+    if (stackValue) {
+      m.aload(2);
+      m.iconst(pool_, p_.registers);
+      m.dload(scratch1_);
+      m.dastore();
     }
     for (int r : live) {
       m.aload(2);
