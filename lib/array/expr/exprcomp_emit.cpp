@@ -68,44 +68,42 @@ class WorkEmitter {
   void emit(const std::string& name) {
     const size_t items = p_.steps.size() + p_.outputs.size();
     size_t at = 0;
-    std::vector<int> carried;  // registers the current method loads from the carry array
-    bool carriedStack = false;  // and the value left on the stack, from carry[registers]
-    // Registers live before the current item, kept up to date item by item.
-    int liveCount = 0;
-    std::vector<int> endsAt(items + 1, 0);
-    for (int r : lastRead_)
-      if (r >= 0) ++endsAt[static_cast<size_t>(r)];
-    for (int k = 0;; ++k) {
-      const bool first = k == 0;
-      Method m(pool_, k == 0 ? name : name + "_" + std::to_string(k),
+    bool carriedStack = false;  // the value left on the stack, from carry[registers]
+    writtenIn_.assign(static_cast<size_t>(p_.registers), -1);
+    writer_.assign(static_cast<size_t>(p_.registers), -1);
+    for (method_ = 0;; ++method_) {
+      const bool first = method_ == 0;
+      Method m(pool_, first ? name : name + "_" + std::to_string(method_),
                first ? "([D[D)I" : "([D[D[D)I", 0x0001 | 0x0008);
-      for (int r : carried) {
-        m.aload(2);
-        m.iconst(pool_, r);
-        m.daload();
-        m.dstore(slot(r));
-      }
       if (carriedStack) {
         m.aload(2);
         m.iconst(pool_, p_.registers);
         m.daload();
       }
+      std::vector<int> written;  // registers written in this method
       bool split = false;
       for (; at < items; ++at) {
-        const int need = kMaxStepBytes + kCallBytes + kCarryBytes * (liveCount + 1);
-        if (m.codeSize() + need > ExprComp::MAX_METHOD_SIZE && at > 0 && m.codeSize() > need) {
-          const std::vector<int> live = liveAt(at);
+        const int need = kMaxStepBytes + kCallBytes + kCarryBytes * static_cast<int>(written.size() + 1);
+        if (m.codeSize() + need > ExprComp::MAX_METHOD_SIZE && at > 0) {
           carriedStack = at < p_.steps.size() && !p_.steps[at].args.empty() &&
                          p_.steps[at].args[0].source == OperandSource::Stack;
-          callContinuation(m, name + "_" + std::to_string(k + 1), live, first, carriedStack);
-          carried = live;
+          std::vector<int> live;
+          for (int r : written)
+            if (lastRead_[static_cast<size_t>(writer_[static_cast<size_t>(r)])] >= static_cast<int>(at))
+              live.push_back(r);
+          callContinuation(m, name + "_" + std::to_string(method_ + 1), live, first, carriedStack);
           split = true;
           break;
         }
-        liveCount -= endsAt[at];
         if (at < p_.steps.size()) {
-          step(m, p_.steps[at]);
-          liveCount += p_.steps[at].dest >= 0;
+          const ProgramStep& st = p_.steps[at];
+          step(m, st);
+          if (st.dest >= 0) {
+            auto r = static_cast<size_t>(st.dest);
+            if (writtenIn_[r] != method_) written.push_back(st.dest);
+            writtenIn_[r] = method_;
+            writer_[r] = static_cast<int>(at);
+          }
         } else {
           output(m, static_cast<int>(at - p_.steps.size()));
         }
@@ -123,14 +121,6 @@ class WorkEmitter {
 
  private:
   static int slot(int reg) { return 2 * reg + 5; }
-
-  // Registers written before item `at` and read at or after it.
-  std::vector<int> liveAt(size_t at) const {
-    std::vector<int> live;
-    for (size_t j = 0; j < std::min(at, p_.steps.size()); ++j)
-      if (p_.steps[j].dest >= 0 && lastRead_[j] >= static_cast<int>(at)) live.push_back(p_.steps[j].dest);
-    return live;
-  }
 
   void callContinuation(Method& m, const std::string& next, const std::vector<int>& live, bool first,
                         bool stackValue) {
@@ -169,7 +159,15 @@ class WorkEmitter {
   void push(Method& m, const ProgramOperand& a) {
     switch (a.source) {
       case OperandSource::Stack: break;
-      case OperandSource::Register: m.dload(slot(a.index)); break;
+      case OperandSource::Register:
+        if (writtenIn_[static_cast<size_t>(a.index)] == method_) {
+          m.dload(slot(a.index));
+        } else {  // written in an earlier method: read where the split left it
+          m.aload(2);
+          m.iconst(pool_, a.index);
+          m.daload();
+        }
+        break;
       case OperandSource::Input:
         m.aload(0);
         m.iconst(pool_, a.index);
@@ -458,6 +456,9 @@ class WorkEmitter {
   ExprComp::ConstPool& pool_;
   const EvalProgram& p_;
   std::vector<int> lastRead_;  // step -> last item reading its value
+  int method_ = 0;              // the method being emitted: 0 work, k continuation k
+  std::vector<int> writtenIn_;  // register -> method that last wrote it
+  std::vector<int> writer_;     // register -> step that last wrote it
   int scratch1_ = 0, scratch2_ = 0;
 };
 
