@@ -89,6 +89,12 @@ struct ExprComp::Impl {
   void allocateRegs();
   void optimizeStack();
   void createEval();
+  /// Class emission: the work method "<methodName>" and its continuations.
+  void createWork(ClassFile& cf, const std::string& methodName);
+  static Method createMain(ConstPool& pool, int workMethodRef, int nargout, int nargin);
+  /// Runs the passes and assembles the class (fields, "<init>", work
+  /// methods, main when asked) under the "compile" timer.
+  void compileToClass(ClassFile& cf, const std::string& methodName, bool withMain);
   /// Position of the definition `id` after merging, or -1 for an input.
   int positionOf(int id) const;
   /// Whether the definition at `p` is a step of the program (a live
