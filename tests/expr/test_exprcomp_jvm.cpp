@@ -201,7 +201,9 @@ void makeSet(std::mt19937_64& rng, RandomSet& s, int defs) {
   }
   // Outputs: the last definition, a few others, every round and its operand.
   std::set<int> out = {static_cast<int>(s.values.size()) - 1};
-  for (int i = pick(4); i > 0; --i) out.insert(s.inputs + pick(static_cast<int>(s.values.size()) - s.inputs));
+  // A long set outputs many values, so that little of it is dead code.
+  for (int i = pick(4) + defs / 40; i > 0; --i)
+    out.insert(s.inputs + pick(static_cast<int>(s.values.size()) - s.inputs));
   for (int r : s.roundIndex) {
     out.insert(r);
     if (!s.values[s.values[r].roundOperand].input) out.insert(s.values[r].roundOperand);
