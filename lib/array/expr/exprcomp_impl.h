@@ -70,7 +70,6 @@ struct ExprComp::Impl {
   std::unordered_map<int, int> defAt;    // id -> position (crossRef)
   std::unordered_map<int, int> inputAt;  // id -> input position (crossRef)
   std::vector<int> order;                // positions, operands first (topoSort)
-  std::vector<int> outputDefs;           // output k -> position, or -1 for an input
   std::vector<int> reg;                  // position -> register, -1 for none (allocateRegs)
   int registers = 0;
   std::vector<char> onStack;             // position -> value left on the stack (optimizeStack)
