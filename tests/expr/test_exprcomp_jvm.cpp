@@ -347,3 +347,40 @@ TEST(ExprCompJvm, RandomDefinitionSetsAgreeWithEval) {
 }
 
 }  // namespace
+
+// Many values live across the splits: y_i = a*i + b for i = 1..n, every one
+// an output (written at the end, so all are carried through every
+// continuation).
+TEST(ExprCompJvm, ManyLiveValuesCrossTheSplits) {
+  if (!qvtest::ClassCheck::available()) GTEST_SKIP() << "no JVM in this build";
+  qvtest::ClassCheck check(std::filesystem::path(testing::TempDir()) / "qv_exprcomp_live");
+  const int sizes[] = {300, 500, 700, 900};
+  std::vector<std::vector<double>> want;
+  for (int n : sizes) {
+    ExprComp c;
+    c.addInput(1);
+    c.addInput(2);
+    for (int i = 1; i <= n; ++i) {
+      c.addDef(10 * i, double(i));
+      c.addDef(10 * i + 1, ExprComp::OpMult, 1, 10 * i);
+      c.addDef(10 * i + 2, ExprComp::OpPlus, 10 * i + 1, 2);
+      c.addOutput(10 * i + 2);
+    }
+    std::vector<unsigned char> bytes;
+    c.compile("Live" + std::to_string(n), "work", bytes, false);
+    check.addClass("Live" + std::to_string(n), bytes);
+    check.addCall({2.0, 0.5});
+    want.emplace_back();
+    c.eval({2.0, 0.5}, want.back());
+  }
+  auto runs = check.run();
+  ASSERT_EQ(runs.size(), std::size(sizes)) << "the JVM did not run";
+  for (size_t k = 0; k < runs.size(); ++k) {
+    ASSERT_EQ(runs[k].calls.size(), 1u) << runs[k].verdict;
+    const auto& got = runs[k].calls[0];
+    ASSERT_EQ(got.out.size(), want[k].size()) << got.failure;
+    int wrong = 0;
+    for (size_t i = 0; i < want[k].size(); ++i) wrong += got.out[i] != want[k][i];
+    EXPECT_EQ(wrong, 0) << sizes[k] << " outputs";
+  }
+}
