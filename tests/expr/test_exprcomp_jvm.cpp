@@ -384,3 +384,40 @@ TEST(ExprCompJvm, ManyLiveValuesCrossTheSplits) {
     EXPECT_EQ(wrong, 0) << sizes[k] << " outputs";
   }
 }
+
+// Powers where C's pow and Java's Math.pow are defined differently (base ±1
+// with an infinite or NaN exponent), and their neighbours: the class must
+// give eval's status and value.
+TEST(ExprCompJvm, PowerAtTheEdges) {
+  if (!qvtest::ClassCheck::available()) GTEST_SKIP() << "no JVM in this build";
+  const double cases[][2] = {{1, kInf}, {1, -kInf}, {-1, kInf}, {-1, -kInf}, {1, kNaN},
+                             {kNaN, 0},  {-8, 1.0 / 3}, {0, -1},  {-kInf, 0.5}, {2, 0.5}};
+  ExprComp c;
+  c.addInput(1);
+  c.addInput(2);
+  c.addDef(3, ExprComp::OpPow, 1, 2);
+  c.addOutput(3);
+  std::vector<unsigned char> bytes;
+  c.compile("Pow", "work", bytes, false);
+  qvtest::ClassCheck check(std::filesystem::path(testing::TempDir()) / "qv_exprcomp_pow");
+  check.addClass("Pow", bytes);
+  for (const auto& x : cases) check.addCall({x[0], x[1]});
+  auto runs = check.run();
+  ASSERT_EQ(runs.size(), 1u) << "the JVM did not run";
+  ASSERT_EQ(runs[0].calls.size(), std::size(cases));
+  for (size_t k = 0; k < std::size(cases); ++k) {
+    std::vector<double> want;
+    int status = 0;
+    try {
+      c.eval({cases[k][0], cases[k][1]}, want);
+    } catch (const qvbase::Exception& e) {
+      status = statusOfKey(e.key());
+    }
+    const auto& got = runs[0].calls[k];
+    EXPECT_EQ(got.status, status) << "pow(" << cases[k][0] << ", " << cases[k][1] << ")";
+    if (status == 0 && got.status == 0) {
+      EXPECT_TRUE(sameBits(got.out.at(0), want.at(0)))
+          << "pow(" << cases[k][0] << ", " << cases[k][1] << "): " << got.out[0] << " vs " << want[0];
+    }
+  }
+}
