@@ -243,7 +243,7 @@ TEST(ExprCompJvm, RandomDefinitionSetsAgreeWithEval) {
   // QV_EXPRCOMP_JVM_ONLY=k: set k alone (the same set as in a full run).
   if (const char* env = std::getenv("QV_EXPRCOMP_JVM_ONLY")) only = std::atoi(env);
   std::mt19937_64 rng(20261124);
-  qvtest::ClassCheck check(std::filesystem::path(testing::TempDir()) / "qv_exprcomp_jvm");
+  qvtest::ClassCheck check(qvtest::scratchDir("qv_exprcomp_jvm", testing::TempDir()));
   struct Call {
     std::vector<double> in, out;
     int status = 0;
@@ -353,7 +353,7 @@ TEST(ExprCompJvm, RandomDefinitionSetsAgreeWithEval) {
 // continuation).
 TEST(ExprCompJvm, ManyLiveValuesCrossTheSplits) {
   if (!qvtest::ClassCheck::available()) GTEST_SKIP() << "no JVM in this build";
-  qvtest::ClassCheck check(std::filesystem::path(testing::TempDir()) / "qv_exprcomp_live");
+  qvtest::ClassCheck check(qvtest::scratchDir("qv_exprcomp_live", testing::TempDir()));
   const int sizes[] = {300, 500, 700, 900};
   std::vector<std::vector<double>> want;
   for (int n : sizes) {
@@ -399,7 +399,7 @@ TEST(ExprCompJvm, PowerAtTheEdges) {
   c.addOutput(3);
   std::vector<unsigned char> bytes;
   c.compile("Pow", "work", bytes, false);
-  qvtest::ClassCheck check(std::filesystem::path(testing::TempDir()) / "qv_exprcomp_pow");
+  qvtest::ClassCheck check(qvtest::scratchDir("qv_exprcomp_pow", testing::TempDir()));
   check.addClass("Pow", bytes);
   for (const auto& x : cases) check.addCall({x[0], x[1]});
   auto runs = check.run();
