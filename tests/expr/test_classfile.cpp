@@ -198,21 +198,21 @@ TEST(ClassFile, HandMadeClassesRunInTheJvm) {
   std::vector<unsigned char> consts = constantsClass("Consts", entries);
   EXPECT_EQ(entries, 2400);  // 1200 doubles, two slots each, once
   // The same bytes through a file.
-  auto dir = std::filesystem::path(testing::TempDir()) / "qv_classfile";
-  std::filesystem::create_directories(dir);
   {
-    ExprComp::FileBytecodeStream f((dir / "Copy.class").string());
+    qvtest::ClassCheck scratch(qvtest::scratchDir("qv_classfile_copy", testing::TempDir()));
+    auto copy = scratch.dir() / "Copy.class";
+    ExprComp::FileBytecodeStream f(copy.string());
     f.write(demo.data(), demo.size());
     f.close();
+    EXPECT_EQ(std::filesystem::file_size(copy), demo.size());
   }
-  EXPECT_EQ(std::filesystem::file_size(dir / "Copy.class"), demo.size());
   if (!qvtest::ClassCheck::available()) GTEST_SKIP() << "no JVM in this build";
 
   const double inputs[][3] = {
       {7.5, -2, 3},     {-7.5, 2, 0.25},   {0.49999999999999994, 1, 1}, {-2.5, 0, 1},
       {kNaN, 1, 2},     {1, kNaN, kNaN},   {kInf, 3, 1},                {1e300, -1e-300, -0.0},
       {-0.0, kInf, 2},  {4503599627370497.0, 3, 1}, {1e19, -1e19, 5},  {-1e-20, 1, 7}};
-  qvtest::ClassCheck check(dir / "jvm");
+  qvtest::ClassCheck check(qvtest::scratchDir("qv_classfile", testing::TempDir()));
   check.addClass("Demo", demo);
   for (const auto& x : inputs) check.addCall({x[0], x[1], x[2]});
   check.addClass("Consts", consts);

@@ -3,6 +3,8 @@
 // ASM's CheckClassAdapter, javap -v, loading, and calls of the work method.
 // QV_JAVA and QV_CLASSCHECK_CP come from the build; without them (sanitizer
 // builds) available() is false and the tests skip the JVM.
+#include <unistd.h>
+
 #include <bit>
 #include <cstdio>
 #include <cstdlib>
@@ -27,6 +29,12 @@ struct ClassRun {
   std::vector<Call> calls;
 };
 
+/// A scratch directory of this process under the test's temporary
+/// directory: test programs run side by side (ctest -j, several builds).
+inline std::filesystem::path scratchDir(const std::string& name, const std::string& tempDir) {
+  return std::filesystem::path(tempDir) / (name + "_" + std::to_string(::getpid()));
+}
+
 class ClassCheck {
  public:
   static bool available() {
@@ -37,9 +45,18 @@ class ClassCheck {
 #endif
   }
 
+  /// Works in `dir`, created here and removed with everything in it at the
+  /// end (kept when QV_KEEP_CLASSES is set, for a look with javap).
   explicit ClassCheck(std::filesystem::path dir) : dir_(std::move(dir)) {
     std::filesystem::create_directories(dir_);
   }
+  ~ClassCheck() {
+    std::error_code ec;
+    if (!std::getenv("QV_KEEP_CLASSES")) std::filesystem::remove_all(dir_, ec);
+  }
+  ClassCheck(const ClassCheck&) = delete;
+  ClassCheck& operator=(const ClassCheck&) = delete;
+  const std::filesystem::path& dir() const { return dir_; }
 
   /// A class file of `bytes` under the name `className`, then its calls.
   void addClass(const std::string& className, const std::vector<unsigned char>& bytes,
