@@ -57,7 +57,8 @@ struct NodeDefs {
 
 /// Makes in `comp` the definitions of the values of `outputs` (named
 /// `outputNames`, each output a definition of its own), with the variables
-/// listed in `inputs` as the first inputs. Definition numbers start at 0.
+/// listed in `inputs` as the first inputs. Definition numbers start at 0, so
+/// `comp` should hold no definitions yet. On a refusal `comp` is unchanged.
 QVARRAY_API NodeDefs createNodeDefs(ExprComp& comp, const std::vector<std::string>& outputNames,
                                     const NodeList& outputs, const std::vector<std::string>& inputs,
                                     const VarEvalPtr& ev);

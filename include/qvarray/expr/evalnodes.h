@@ -73,7 +73,8 @@ class QVARRAY_API EvalNode : public std::enable_shared_from_this<EvalNode> {
   /// The compiler's definitions of the node's value; returns the number of
   /// the definition that holds it (`defs` and `counter` as in
   /// FunObj::createDefs). Operators, variables and proxies share one
-  /// iterative walk; each other kind defines itself or refuses.
+  /// iterative walk; each other kind defines itself or refuses. A refusal
+  /// leaves the definitions made before it in `comp`.
   virtual int createDefs(ExprComp& comp, std::map<int, std::string>& defs, int& counter,
                          const VarEvalPtr& ev);
   virtual void evalMethod(const VarEvalPtr& ev, const EvalNodePtr& node, EvalMethod& m) = 0;

@@ -170,8 +170,13 @@ int DefsBuilder::valueOf(const EvalNodePtr& root) {
 
 // ---------------------------------------------------------------- node kinds
 
+// Operators, variables and proxies go through the walk; a kind that has no
+// createDefs of its own is refused by its printed form.
 int EvalNode::createDefs(ExprComp& comp, std::map<int, std::string>& defs, int& counter,
                          const VarEvalPtr& ev) {
+  EvalNode* n = resolve(this);
+  if (dynamic_cast<OpNode*>(n) == nullptr && dynamic_cast<VarNode*>(n) == nullptr)
+    QV_RAISE_TEXT(evalnodes, No_definitions_from, toString());
   return DefsBuilder(comp, defs, counter, ev).valueOf(shared_from_this());
 }
 
@@ -222,18 +227,21 @@ NodeDefs createNodeDefs(ExprComp& comp, const std::vector<std::string>& outputNa
                         const VarEvalPtr& ev) {
   QV_CHECK(outputNames.size() == outputs.size(), evalnodes, Evaluation_internal_error,
            "One name per output.");
+  // Built on a copy, so that a refusal leaves the caller's compiler as it was.
+  ExprComp work(comp);
   NodeDefs r;
-  DefsBuilder b(comp, r.defs, r.counter, ev);
+  DefsBuilder b(work, r.defs, r.counter, ev);
   for (const auto& name : inputs) b.input(name);
   for (size_t k = 0; k < outputs.size(); ++k) {
     // A definition of its own, so that an output may be an input or another
     // output's value.
     int d = b.op(ExprComp::OpIdentity, {b.valueOf(outputs[k])});
-    comp.setName(d, outputNames[k]);
-    comp.addOutput(d);
+    work.setName(d, outputNames[k]);
+    work.addOutput(d);
     r.outputs.push_back(d);
   }
   r.inputs = b.inputsAdded();
+  comp = work;
   return r;
 }
 
