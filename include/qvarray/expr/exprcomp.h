@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "qvarray/export.h"
@@ -105,8 +106,18 @@ class QVARRAY_API ExprComp {
                       const std::vector<std::string>& inputs,
                       const std::vector<std::string>& outputs, bool withMain);
 
-  /// The evaluation program, one line per step (for diagnosis).
+  /// The evaluation program (running the passes first if needed), one line
+  /// per step: "r3 = plus(in0, r1)  # name", "stack = ..." for a value left
+  /// on the operand stack for the next step, operands "stack", "rK"
+  /// (register), "inK" (input position) or the constant's value; then one
+  /// line "outK = operand" per output. For diagnosis.
   std::string dumpFlatList() const;
+
+  /// The run log of the last compilation: (timer name, seconds) in the order
+  /// stopped: each pass by its name ("crossRef", "topoSort" twice,
+  /// "eliminateCommon", "allocateRegs", "optimizeStack", "createEval",
+  /// "createWork"), then "compile" for the whole run.
+  const std::vector<std::pair<std::string, double>>& timings() const;
 
  private:
   struct Impl;

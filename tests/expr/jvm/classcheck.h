@@ -1,0 +1,109 @@
+#pragma once
+// Runs class files through the ClassCheck harness in one JVM (-Xverify:all):
+// ASM's CheckClassAdapter, javap -v, loading, and calls of the work method.
+// QV_JAVA and QV_CLASSCHECK_CP come from the build; without them (sanitizer
+// builds) available() is false and the tests skip the JVM.
+#include <bit>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "qvutil/numeric.h"
+
+namespace qvtest {
+
+struct ClassRun {
+  std::string verdict;  // "ok NARGIN NARGOUT" or "FAIL what: details"
+  struct Call {
+    bool failed = false;
+    std::string failure;
+    int status = 0;
+    std::vector<double> out;
+  };
+  std::vector<Call> calls;
+};
+
+class ClassCheck {
+ public:
+  static bool available() {
+#if defined(QV_JAVA) && defined(QV_CLASSCHECK_CP)
+    return true;
+#else
+    return false;
+#endif
+  }
+
+  explicit ClassCheck(std::filesystem::path dir) : dir_(std::move(dir)) {
+    std::filesystem::create_directories(dir_);
+  }
+
+  /// A class file of `bytes` under the name `className`, then its calls.
+  void addClass(const std::string& className, const std::vector<unsigned char>& bytes,
+                const std::string& method = "work") {
+    auto path = dir_ / (className + ".class");
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), std::streamsize(bytes.size()));
+    job_ << "class " << path.string() << ' ' << method << '\n';
+    ++classes_;
+  }
+  void addCall(const std::vector<double>& in) {
+    job_ << "in";
+    for (double v : in) {
+      char b[24];
+      std::snprintf(b, sizeof b, " %llx",
+                    static_cast<unsigned long long>(std::bit_cast<uint64_t>(v)));
+      job_ << b;
+    }
+    job_ << '\n';
+  }
+
+  /// Runs the job; one ClassRun per class in order. An empty result means
+  /// the JVM could not be run.
+  std::vector<ClassRun> run() {
+    std::vector<ClassRun> runs;
+#if defined(QV_JAVA) && defined(QV_CLASSCHECK_CP)
+    auto jobFile = dir_ / "job.txt", outFile = dir_ / "out.txt";
+    std::ofstream(jobFile) << job_.str();
+    std::string cmd = std::string(QV_JAVA) + " -Xverify:all -Xshare:auto -cp " + QV_CLASSCHECK_CP +
+                      " ClassCheck " + jobFile.string() + " > " + outFile.string() + " 2>&1";
+    if (std::system(cmd.c_str()) != 0) return runs;
+    std::ifstream out(outFile);
+    for (std::string line; std::getline(out, line);) {
+      std::istringstream w(line);
+      std::string tag, name;
+      w >> tag;
+      if (tag == "class") {
+        w >> name;
+        runs.emplace_back();
+        std::getline(w >> std::ws, runs.back().verdict);
+      } else if (tag == "out" && !runs.empty()) {
+        ClassRun::Call c;
+        std::string first;
+        w >> first;
+        if (first == "FAIL") {
+          c.failed = true;
+          std::getline(w >> std::ws, c.failure);
+        } else {
+          c.status = std::stoi(first);
+          for (std::string v; w >> v;) c.out.push_back(qvutil::parseDouble(v));
+        }
+        runs.back().calls.push_back(std::move(c));
+      }
+    }
+#endif
+    return runs;
+  }
+
+  int classes() const { return classes_; }
+
+ private:
+  std::filesystem::path dir_;
+  std::ostringstream job_;
+  int classes_ = 0;
+};
+
+}  // namespace qvtest
