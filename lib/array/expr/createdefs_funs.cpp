@@ -1,6 +1,6 @@
 // The compiler's definitions of the operators and elementary functions: each
 // one with an operation number hands it to the shared routine; the constant
-// power, plussq, realdot and the flattened sum write out their own
+// power, sign, plussq, realdot and the flattened sum write out their own
 // evaluation, operation for operation, so that compiled code computes what
 // the function object computes.
 #include "defsbuilder.h"
@@ -35,7 +35,6 @@ QV_DEFS_OP(MinFun, OpMin)
 QV_DEFS_OP(MaxFun, OpMax)
 QV_DEFS_OP(ModFun, OpMod)
 QV_DEFS_OP(Atan2Fun, OpAtan2)
-QV_DEFS_OP(SignFun, OpSign)
 QV_DEFS_OP(ExpFun, OpExp)
 QV_DEFS_OP(SqrtFun, OpSqrt)
 QV_DEFS_OP(AbsFun, OpAbs)
@@ -80,6 +79,17 @@ int ConstPowFun::createDefs(const NodeList& args, ExprComp& comp, std::map<int, 
   if (exponent_ == 1.0) return x;
   if (exponent_ == 0.0) return b.constant(1.0);
   return b.op(ExprComp::OpPow, {x, b.constant(exponent_)});
+}
+
+// The compiler evaluates no operation 48 (sign): sign is written out as
+// qvmath::sign computes it, x != x ? x : (x > 0) - (x < 0), which gives NaN
+// for NaN and +0 for either zero.
+int SignFun::createDefs(const NodeList& args, ExprComp& comp, std::map<int, std::string>& defs,
+                        int& counter, const std::shared_ptr<VarEvaluator>& ev) const {
+  DefsBuilder b(comp, defs, counter, ev);
+  int x = b.valueOf(args.at(0)), zero = b.constant(0.0);
+  int s = b.op(ExprComp::OpMinus, {b.op(ExprComp::OpGT, {x, zero}), b.op(ExprComp::OpLT, {x, zero})});
+  return b.op(ExprComp::OpChoice, {b.op(ExprComp::OpNE, {x, x}), x, s});
 }
 
 // a*a + b*b.
