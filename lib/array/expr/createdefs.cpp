@@ -53,13 +53,17 @@ DefsBuilder::~DefsBuilder() {
   delete state_;
 }
 
-int DefsBuilder::known(EvalNode* n) const {
-  if (dynamic_cast<VarNode*>(n) != nullptr) {
-    auto it = state_->byName.find(n->getVarName());
-    return it == state_->byName.end() ? -1 : it->second;
-  }
-  auto it = state_->byNode.find(n->getID());
-  return it == state_->byNode.end() ? -1 : it->second;
+// By identity first (a proxy answers with its target's identity), so that a
+// node met again costs one lookup; a variable is known by its name, and
+// remembered by the identity of each of its nodes once met.
+int DefsBuilder::known(EvalNode* n) {
+  uint64_t id = n->getDeepID();
+  if (auto it = state_->byNode.find(id); it != state_->byNode.end()) return it->second;
+  if (dynamic_cast<VarNode*>(resolve(n)) == nullptr) return -1;
+  auto it = state_->byName.find(n->getVarName());
+  if (it == state_->byName.end()) return -1;
+  state_->byNode.emplace(id, it->second);
+  return it->second;
 }
 
 // A node whose value is another definition's (x^1 is x) leaves that
@@ -132,10 +136,8 @@ int DefsBuilder::valueOf(const EvalNodePtr& root) {
     if (d < 0) {
       if (auto* opn = dynamic_cast<OpNode*>(n)) {
         size_t before = stack.size();
-        for (auto a = opn->args().rbegin(); a != opn->args().rend(); ++a) {
-          EvalNode* an = resolve(a->get());
-          if (known(an) < 0) stack.push_back({nullptr, an, -1});
-        }
+        for (auto a = opn->args().rbegin(); a != opn->args().rend(); ++a)
+          if (known(a->get()) < 0) stack.push_back({nullptr, resolve(a->get()), -1});
         if (stack.size() != before) continue;
         d = opn->function()->createDefs(opn->args(), comp(), *state_->defs, *state_->counter, ev);
         rememberNode(n, d);
@@ -165,7 +167,7 @@ int DefsBuilder::valueOf(const EvalNodePtr& root) {
     if (stack.back().alias >= 0) comp().addDef(stack.back().alias, ExprComp::OpIdentity, d);
     stack.pop_back();
   }
-  return known(resolve(root.get()));
+  return known(root.get());
 }
 
 // ---------------------------------------------------------------- node kinds

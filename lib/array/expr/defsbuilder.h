@@ -67,7 +67,7 @@ class DefsBuilder {
   };
   int fresh() { return (*state_->counter)++; }
   /// The definition already made for `n` (a proxy resolved), or -1.
-  int known(EvalNode* n) const;
+  int known(EvalNode* n);
   void rememberNode(EvalNode* n, int d);
   void rememberName(const std::string& name, int d);
 
