@@ -4,11 +4,13 @@
 // where the engine uses its vector library and the compiler the C library
 // (products of up to three such functions; at most 4 seen over 2*10^4
 // points); shared nodes and variables defined once; variables defined by
-// expressions, a cycle among them; the refusals; a chain of 10^5 operators.
+// expressions, a cycle among them; the refusals; a chain of 10^5 operators;
+// the exact sets' classes in the JVM against the compiler's evaluation.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <map>
 
 #include "qvarray/expr/createdefs.h"
@@ -16,6 +18,7 @@
 #include "qvarray/expr/nodemaker.h"
 #include "qvarray/expr/smoothsteps.h"
 #include "qvarray/expr/varevaluator.h"
+#include "jvm/classcheck.h"
 #include "qvtest.h"
 
 using namespace qvarray;
@@ -96,6 +99,8 @@ TEST(CreateDefs, CompiledEqualsEngine) {
       {"x^y", 0.1, 4, -3, 3, 8},
   };
   qvtest::Rng rng(7);
+  qvtest::ClassCheck jvm(std::filesystem::path(testing::TempDir()) / "qv_createdefs");
+  std::vector<std::vector<double>> jvmWant;  // the exact rows' compiled values
   for (const Row& r : rows) {
     SCOPED_TRACE(r.text);
     Fixture f;
@@ -103,16 +108,38 @@ TEST(CreateDefs, CompiledEqualsEngine) {
     ExprComp comp;
     NodeDefs d = createNodeDefs(comp, {"f"}, {node}, {"x", "y"}, f.ev);
     ASSERT_EQ(d.inputs, (std::vector<std::string>{"x", "y"}));
+    if (r.tolUlps == 0) {
+      std::vector<unsigned char> bytes;
+      comp.compile("Defs" + std::to_string(jvmWant.size()), "work", bytes, false);
+      jvm.addClass("Defs" + std::to_string(jvmWant.size()), bytes);
+      jvmWant.emplace_back();
+    }
     for (int i = 0; i < 64; ++i) {
       double u = 0.5 * (rng.real() + 1), v = 0.5 * (rng.real() + 1);
       double x = r.xlo + u * (r.xhi - r.xlo), y = r.ylo + v * (r.yhi - r.ylo);
       if (i % 2 && r.tolUlps == 0) x = std::round(x), y = std::round(y);
       std::vector<double> out;
       comp.eval({x, y}, out);
+      if (r.tolUlps == 0) {
+        jvm.addCall({x, y});
+        jvmWant.back().push_back(out.at(0));
+      }
       double want = f.engine(node, x, y);
       EXPECT_LE(ulps(out.at(0), want), r.tolUlps) << "x=" << x << " y=" << y << " got " << out[0]
                                                   << " engine " << want;
     }
+  }
+  // The exact rows' classes in the JVM: the same bits as the compiler's
+  // evaluation (round is floor(x + 0.5) there and Math.round here; they
+  // differ at none of these points).
+  if (!qvtest::ClassCheck::available()) return;
+  auto runs = jvm.run();
+  ASSERT_EQ(runs.size(), jvmWant.size()) << "the JVM did not run";
+  for (size_t k = 0; k < runs.size(); ++k) {
+    EXPECT_EQ(runs[k].verdict.rfind("ok", 0), 0u) << runs[k].verdict;
+    ASSERT_EQ(runs[k].calls.size(), jvmWant[k].size());
+    for (size_t i = 0; i < jvmWant[k].size(); ++i)
+      EXPECT_EQ(ulps(runs[k].calls[i].out.at(0), jvmWant[k][i]), 0) << "class " << k << " call " << i;
   }
 }
 
