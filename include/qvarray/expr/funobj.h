@@ -197,9 +197,9 @@ class QVARRAY_API FunObj : public GenFunObj {
   /// every call for one compiled set: a node or variable met again reuses its
   /// definition. Operators and functions with an operation number
   /// (ExprComp::OpCode) define it on their operands; the constant power,
-  /// plussq, realdot and the smoothed steps write out their own evaluation;
-  /// every other function refuses ("Cannot create definitions from function "
-  /// + name).
+  /// sign, plussq, realdot and the smoothed steps write out their own
+  /// evaluation; every other function refuses ("Cannot create definitions
+  /// from function " + name).
   virtual int createDefs(const NodeList& args, ExprComp& comp, std::map<int, std::string>& defs,
                          int& counter, const std::shared_ptr<VarEvaluator>& ev) const;
 
