@@ -4,11 +4,11 @@
 #include "qvarray/expr/createdefs.h"
 
 #include <bit>
-#include <cmath>
-#include <limits>
+#include <charconv>
 
 #include "defsbuilder.h"
 #include "qvarray/expr/varevaluator.h"
+#include "qvutil/numeric.h"
 
 namespace qvarray {
 
@@ -39,8 +39,10 @@ DefsBuilder::DefsBuilder(ExprComp& comp, std::map<int, std::string>& defs, int& 
   state_ = new State{&comp, &defs, &counter, ev, {}, {}, {}, {}, running};
   owner_ = true;
   for (const auto& [number, what] : defs) {
-    if (!what.empty() && what[0] == '#')
-      state_->byNode[std::stoull(what.substr(1))] = number;
+    uint64_t id = 0;
+    const char* end = what.data() + what.size();
+    if (!what.empty() && what[0] == '#' && std::from_chars(what.data() + 1, end, id).ptr == end)
+      state_->byNode[id] = number;
     else
       state_->byName[what] = number;
   }
@@ -186,7 +188,7 @@ int ConstNode::createDefs(ExprComp& comp, std::map<int, std::string>& defs, int&
                           const VarEvalPtr& ev) {
   if (value_->checkComplex()) QV_RAISE(evalnodes, Complex_definition_set);
   if (!value_->isScalar()) QV_RAISE_TEXT(evalnodes, No_definitions_from, "an array constant");
-  double v = std::numeric_limits<double>::quiet_NaN();
+  double v = ::qvGetNaN();
   if (!value_->isNaN()) v = value_->isZero() ? 0.0 : value_->getDouble();
   return DefsBuilder(comp, defs, counter, ev).constant(v);
 }
