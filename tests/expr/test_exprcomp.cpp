@@ -253,6 +253,8 @@ TEST(ExprComp, LongChainCompilesWithoutDeepRecursion) {
   std::vector<double> out;
   c.eval({1.0}, out);
   EXPECT_EQ(out[0], 1.0 + 0.5 * n);
+  std::vector<unsigned char> bytes;
+  c.compile("Chain", "work", bytes, false);  // about 70 continuation methods
   // Every value but the output goes straight into the next step.
   EXPECT_EQ(countLines(c.dumpFlatList(), "stack = plus(stack, 0.5)"), static_cast<size_t>(n) - 2);
 }

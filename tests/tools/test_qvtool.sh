@@ -188,5 +188,24 @@ check interp-outside 1 'Point outside interpolation data' -- \
   "$qvtool" interp "$tmp/cubic.txt" --at 5 --extrapolation error
 check interp-bad-point 2 "--at: 'a' is not a finite number" -- "$qvtool" interp "$tmp/cubic.txt" --at x=a
 
+# Compiled definitions: the class runs in the JVM (when there is one) with
+# eval's values, its domain status, and Math.round's value at 0.49999999999999994.
+printf '# demo\ns = a + b\ny = sqrt(s) * 2\nz = round(a)\n' >"$tmp/defs.txt"
+check compile 0 'wrote .*Demo.class \(3 definitions' -- \
+  "$qvtool" compile "$tmp/defs.txt" --class Demo --inputs a,b --outputs y,z -o "$tmp/Demo.class"
+check compile-no-file 1 'Cannot create native file: Name = /nonexistent/D.class' -- \
+  "$qvtool" compile "$tmp/defs.txt" --class D --inputs a,b --outputs y -o /nonexistent/D.class
+check compile-undefined 1 'Undefined inputs: b' -- \
+  "$qvtool" compile "$tmp/defs.txt" --class D --inputs a --outputs y -o "$tmp/D.class"
+check compile-no-class 2 'no --class given' -- "$qvtool" compile "$tmp/defs.txt" --outputs y
+if command -v java >/dev/null || [[ -n ${JAVA_HOME:-} ]]; then
+  check run-class 0 '^out0 = 4\.0$' -- "$qvtool" run-class "$tmp/Demo.class" 1 3
+  check run-class-sqrt 0 'status -2' -- "$qvtool" run-class "$tmp/Demo.class" -5 1
+  check run-class-round 0 'out1 = 0.0' -- "$qvtool" run-class "$tmp/Demo.class" 0.49999999999999994 1
+  check run-class-arity 1 'Demo takes 2 inputs, 1 given' -- "$qvtool" run-class "$tmp/Demo.class" 1
+fi
+check run-class-number 2 "'x' is not a number" -- "$qvtool" run-class "$tmp/Demo.class" x
+check run-class-missing 1 'no such class file' -- "$qvtool" run-class "$tmp/None.class" 1
+
 [[ $failures -eq 0 ]] && echo "all qvtool checks passed" || echo "$failures qvtool checks failed"
 exit $((failures > 0))

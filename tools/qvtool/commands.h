@@ -28,5 +28,7 @@ extern const Command nullCommand;
 extern const Command spmvCommand;
 extern const Command interpCommand;
 extern const Command parseCommand;
+extern const Command compileCommand;
+extern const Command runClassCommand;
 
 }  // namespace qvtool

@@ -22,6 +22,7 @@ const Command* const kCommands[] = {
     &qvtool::sparseCommand, &qvtool::nullCommand, &qvtool::spmvCommand,  &qvtool::blasCommand,
     &qvtool::interpCommand,
     &qvtool::parseCommand,
+    &qvtool::compileCommand, &qvtool::runClassCommand,
 };
 
 void usage(std::FILE* out) {

@@ -82,12 +82,27 @@ class QVARRAY_API ExprComp {
   void addDef(int id, int op, const std::vector<int>& args);
 
   /// Definitions "name = expression" over the named inputs; the outputs are
-  /// named. Raises "Syntax_error_in_expression" with "Expression".
+  /// named. Operators and the function names abs, acos, asin, atan, atan2,
+  /// ceil, conj, cos, cosh, cot, coth, csc, csch, exp, fix, floor, identity,
+  /// imag, log, log10, log2, max, min, mod, real, round, sec, sech, sign, sin,
+  /// sinh, sqrt, tan, tanh become their operations; x^2, x^3, x^4 with a
+  /// literal exponent the integer powers. Raises "Syntax_error_in_expression"
+  /// with "Expression" (the whole text) for a text that does not parse or a
+  /// call with the wrong number of arguments, "Unimplemented_operator" with
+  /// "Name" for an unknown function or a construct without an operation
+  /// (strings, lists, units); nothing is added then.
   void parse(const std::vector<std::string>& definitions, const std::vector<std::string>& inputs,
              const std::vector<std::string>& outputs);
 
   /// Evaluates the program in process (running the passes first if needed);
-  /// a non-zero status raises its key.
+  /// a non-zero status raises its key ("Log_of_negative" and so on) and
+  /// leaves `out` unchanged. The passes raise their messages as the key:
+  /// "Duplicate input: NAME", "Duplicate definition of NAME" (also for a
+  /// number that is an input), "Undefined inputs: A, B, ..." (ten names, then
+  /// " (N more)"), "Output #K lacks definition." (K counted from 1), "Cyclic
+  /// dependency for definition #ID". Operation 48 (sign) has no evaluation
+  /// rule and raises "Internal_error_symbolic_processing", as any unknown
+  /// number does.
   void eval(const std::vector<double>& in, std::vector<double>& out) const;
 
   /// Builds the class and returns its bytes.

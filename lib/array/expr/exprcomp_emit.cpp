@@ -18,10 +18,10 @@
 // floor(x + 0.5) deliberately: at NaN (0), at 0.49999999999999994 (0), at odd
 // values between 2^52 and 2^53 and beyond 2^63 (saturated).
 //
-// Splitting: before a step that does not read the stack, when the code so
-// far plus the largest step and the hand-over could pass MAX_METHOD_SIZE, the
-// live registers are stored into the carry array (carry[r] = register r) and
-// the rest of the program goes into the continuation "<name>_<k>" of
+// Splitting: before a step, when the code so far plus the largest step and
+// the hand-over could pass MAX_METHOD_SIZE, the live registers are stored
+// into the carry array (carry[r] = register r; a value left on the stack for
+// the step goes to carry[registers] and back onto the stack) and the rest of the program goes into the continuation "<name>_<k>" of
 // descriptor "([D[D[D)I", which loads them back. The caller returns a
 // non-zero status of the continuation at once (dup, ifeq, ireturn).
 #include <algorithm>
@@ -68,34 +68,45 @@ class WorkEmitter {
   void emit(const std::string& name) {
     const size_t items = p_.steps.size() + p_.outputs.size();
     size_t at = 0;
-    std::vector<int> carried;  // registers the current method loads from the carry array
-    for (int k = 0;; ++k) {
-      const bool first = k == 0;
-      Method m(pool_, k == 0 ? name : name + "_" + std::to_string(k),
+    bool carriedStack = false;  // the value left on the stack, from carry[registers]
+    writtenIn_.assign(static_cast<size_t>(p_.registers), -1);
+    writer_.assign(static_cast<size_t>(p_.registers), -1);
+    for (method_ = 0;; ++method_) {
+      const bool first = method_ == 0;
+      Method m(pool_, first ? name : name + "_" + std::to_string(method_),
                first ? "([D[D)I" : "([D[D[D)I", 0x0001 | 0x0008);
-      for (int r : carried) {
+      if (carriedStack) {
         m.aload(2);
-        m.iconst(pool_, r);
+        m.iconst(pool_, p_.registers);
         m.daload();
-        m.dstore(slot(r));
       }
+      std::vector<int> written;  // registers written in this method
       bool split = false;
       for (; at < items; ++at) {
-        const bool isStep = at < p_.steps.size();
-        if (!(isStep && !p_.steps[at].args.empty() && p_.steps[at].args[0].source == OperandSource::Stack)) {
-          const std::vector<int> live = liveAt(at);
-          const int need = kMaxStepBytes + kCallBytes + kCarryBytes * static_cast<int>(live.size());
-          if (m.codeSize() + need > ExprComp::MAX_METHOD_SIZE && at > 0 && m.codeSize() > need) {
-            callContinuation(m, name + "_" + std::to_string(k + 1), live, first);
-            carried = live;
-            split = true;
-            break;
-          }
+        const int need = kMaxStepBytes + kCallBytes + kCarryBytes * static_cast<int>(written.size() + 1);
+        if (m.codeSize() + need > ExprComp::MAX_METHOD_SIZE && at > 0) {
+          carriedStack = at < p_.steps.size() && !p_.steps[at].args.empty() &&
+                         p_.steps[at].args[0].source == OperandSource::Stack;
+          std::vector<int> live;
+          for (int r : written)
+            if (lastRead_[static_cast<size_t>(writer_[static_cast<size_t>(r)])] >= static_cast<int>(at))
+              live.push_back(r);
+          callContinuation(m, name + "_" + std::to_string(method_ + 1), live, first, carriedStack);
+          split = true;
+          break;
         }
-        if (isStep)
-          step(m, p_.steps[at]);
-        else
+        if (at < p_.steps.size()) {
+          const ProgramStep& st = p_.steps[at];
+          step(m, st);
+          if (st.dest >= 0) {
+            auto r = static_cast<size_t>(st.dest);
+            if (writtenIn_[r] != method_) written.push_back(st.dest);
+            writtenIn_[r] = method_;
+            writer_[r] = static_cast<int>(at);
+          }
+        } else {
           output(m, static_cast<int>(at - p_.steps.size()));
+        }
       }
       if (!split) {
         m.iconst(0);
@@ -111,19 +122,19 @@ class WorkEmitter {
  private:
   static int slot(int reg) { return 2 * reg + 5; }
 
-  // Registers written before item `at` and read at or after it.
-  std::vector<int> liveAt(size_t at) const {
-    std::vector<int> live;
-    for (size_t j = 0; j < std::min(at, p_.steps.size()); ++j)
-      if (p_.steps[j].dest >= 0 && lastRead_[j] >= static_cast<int>(at)) live.push_back(p_.steps[j].dest);
-    return live;
-  }
-
-  void callContinuation(Method& m, const std::string& next, const std::vector<int>& live, bool first) {
+  void callContinuation(Method& m, const std::string& next, const std::vector<int>& live, bool first,
+                        bool stackValue) {
+    if (stackValue) m.dstore(scratch1_);
     if (first) {
-      m.iconst(pool_, std::max(p_.registers, 1));
+      m.iconst(pool_, p_.registers + 1);
       m.newarrayDouble();
       m.astore(2);
+    }
+    if (stackValue) {
+      m.aload(2);
+      m.iconst(pool_, p_.registers);
+      m.dload(scratch1_);
+      m.dastore();
     }
     for (int r : live) {
       m.aload(2);
@@ -148,7 +159,15 @@ class WorkEmitter {
   void push(Method& m, const ProgramOperand& a) {
     switch (a.source) {
       case OperandSource::Stack: break;
-      case OperandSource::Register: m.dload(slot(a.index)); break;
+      case OperandSource::Register:
+        if (writtenIn_[static_cast<size_t>(a.index)] == method_) {
+          m.dload(slot(a.index));
+        } else {  // written in an earlier method: read where the split left it
+          m.aload(2);
+          m.iconst(pool_, a.index);
+          m.daload();
+        }
+        break;
       case OperandSource::Input:
         m.aload(0);
         m.iconst(pool_, a.index);
@@ -437,6 +456,9 @@ class WorkEmitter {
   ExprComp::ConstPool& pool_;
   const EvalProgram& p_;
   std::vector<int> lastRead_;  // step -> last item reading its value
+  int method_ = 0;              // the method being emitted: 0 work, k continuation k
+  std::vector<int> writtenIn_;  // register -> method that last wrote it
+  std::vector<int> writer_;     // register -> step that last wrote it
   int scratch1_ = 0, scratch2_ = 0;
 };
 

@@ -7,8 +7,6 @@
 // program). No pass recurses: a chain of 10^5 definitions needs no deep stack.
 #include <algorithm>
 #include <bit>
-#include <cstring>
-#include <map>
 
 #include "exprcomp_impl.h"
 #include "qvutil/errors.h"
@@ -122,22 +120,30 @@ void ExprComp::Impl::topoSort() {
 // every value stays bit for bit what the definitions say. Definitions that
 // no output needs are dropped as well.
 void ExprComp::Impl::eliminateCommon() {
-  std::unordered_map<std::string, int> seen;
-  std::string key;
+  // Open addressing over positions, keyed by (op, operands) or (constant, bits).
+  auto bitsOf = [](double v) { return std::bit_cast<uint64_t>(v); };
+  auto hashOf = [&](const Def& d) {
+    uint64_t h = 0x9E3779B97F4A7C15ull * static_cast<uint64_t>(d.op + 1);
+    if (d.op == kConstant) h ^= bitsOf(d.value);
+    for (int a : d.args) h = (h ^ static_cast<uint32_t>(a)) * 0x100000001B3ull;
+    return h ^ (h >> 29);
+  };
+  auto same = [&](const Def& x, const Def& y) {
+    return x.op == y.op && x.args == y.args && (x.op != kConstant || bitsOf(x.value) == bitsOf(y.value));
+  };
+  size_t cap = 16;
+  while (cap < 2 * order.size()) cap *= 2;
+  std::vector<int> table(cap, -1);
   for (int p : order) {
     Def& d = work[static_cast<size_t>(p)];
     for (int& a : d.args)
       if (int q = positionOf(a); q >= 0) a = work[static_cast<size_t>(q)].id;
-    key.assign(reinterpret_cast<const char*>(&d.op), sizeof d.op);
-    if (d.op == kConstant) {
-      const uint64_t bits = std::bit_cast<uint64_t>(d.value);
-      key.append(reinterpret_cast<const char*>(&bits), sizeof bits);
+    size_t i = hashOf(d) & (cap - 1);
+    while (table[i] >= 0 && !same(work[static_cast<size_t>(table[i])], d)) i = (i + 1) & (cap - 1);
+    if (table[i] < 0) {
+      table[i] = p;
     } else {
-      key.append(reinterpret_cast<const char*>(d.args.data()), d.args.size() * sizeof(int));
-    }
-    auto [it, fresh] = seen.emplace(key, p);
-    if (!fresh) {
-      alias[static_cast<size_t>(p)] = it->second;
+      alias[static_cast<size_t>(p)] = table[i];
       live[static_cast<size_t>(p)] = 0;
     }
   }

@@ -70,8 +70,13 @@ class ClassCheck {
     std::ofstream(jobFile) << job_.str();
     std::string cmd = std::string(QV_JAVA) + " -Xverify:all -Xshare:auto -cp " + QV_CLASSCHECK_CP +
                       " ClassCheck " + jobFile.string() + " > " + outFile.string() + " 2>&1";
-    if (std::system(cmd.c_str()) != 0) return runs;
-    std::ifstream out(outFile);
+    std::ifstream out;
+    if (std::system(cmd.c_str()) != 0) {  // show what the JVM said
+      out.open(outFile);
+      for (std::string line; std::getline(out, line);) std::fprintf(stderr, "%s\n", line.c_str());
+      return runs;
+    }
+    out.open(outFile);
     for (std::string line; std::getline(out, line);) {
       std::istringstream w(line);
       std::string tag, name;
