@@ -187,6 +187,14 @@ TEST(CreateDefs, SharedNodesAndVariables) {
   comp2.eval({0.25, 2.0}, out);
   EXPECT_EQ(out.at(0), 1.25 * 1.25 + 1.25 + 2.0);
 
+  // An unexpanded derivative and a derivative variable: their expressions.
+  EvalNodePtr dn = f.mk.makeDiffNode(f.parse("x*x*y"), f.parse("x"), 0);
+  EvalNodePtr vd = f.mk.makeVarDiffNode(f.parse("x*y - y"), "u", "x");
+  ExprComp comp4;
+  createNodeDefs(comp4, {"dn", "vd"}, {dn, vd}, {"x", "y"}, f.ev);
+  comp4.eval({0.3, 0.7}, out);
+  EXPECT_EQ(out, (std::vector<double>{f.engine(dn, 0.3, 0.7), f.engine(vd, 0.3, 0.7)}));
+
   f.ev->defs["a"] = f.parse("b + 1");
   f.ev->defs["b"] = f.parse("a * 2");
   ExprComp comp3;
