@@ -94,8 +94,9 @@ class QVARRAY_API ExprComp {
   void parse(const std::vector<std::string>& definitions, const std::vector<std::string>& inputs,
              const std::vector<std::string>& outputs);
 
-  /// Evaluates the program in process (running the passes first if needed);
-  /// a non-zero status raises its key ("Log_of_negative" and so on) and
+  /// Evaluates the program in process (running the passes first if needed),
+  /// one value in `in` per input ("QUBRIX_assertion_failure" else); a
+  /// non-zero status raises its key ("Log_of_negative" and so on) and
   /// leaves `out` unchanged. The passes raise their messages as the key:
   /// "Duplicate input: NAME", "Duplicate definition of NAME" (also for a
   /// number that is an input), "Undefined inputs: A, B, ..." (ten names, then
@@ -105,7 +106,9 @@ class QVARRAY_API ExprComp {
   /// number does.
   void eval(const std::vector<double>& in, std::vector<double>& out) const;
 
-  /// Builds the class and returns its bytes.
+  /// Builds the class and returns its bytes. Values live at once beyond
+  /// about 32 000 exceed the JVM's local slots ("QUBRIX_assertion_failure");
+  /// more than about 32 000 distinct constants fill the constant pool.
   void compile(const std::string& className, const std::string& methodName,
                std::vector<unsigned char>& bytes, bool withMain);
   /// Builds the class and writes it to `fileName` ("Cannot_create_native_file").

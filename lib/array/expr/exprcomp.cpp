@@ -291,7 +291,8 @@ void ExprComp::parse(const std::vector<std::string>& definitions,
 void ExprComp::eval(const std::vector<double>& in, std::vector<double>& out) const {
   Impl& m = *impl_;
   m.compileForEval();
-  QV_ASSERT(in.size() == m.inputs.size(), exprcomp);
+  QV_CHECK(in.size() == m.inputs.size(), exprcomp, QUBRIX_assertion_failure, "Inputs",
+           static_cast<std::int64_t>(in.size()));
   std::vector<double> result(m.program.outputs.size());
   switch (evalProgram(m.program, in.data(), result.data())) {
     case NO_ERROR: break;

@@ -25,6 +25,7 @@
 // descriptor "([D[D[D)I", which loads them back. The caller returns a
 // non-zero status of the continuation at once (dup, ifeq, ireturn).
 #include <algorithm>
+#include <cmath>
 
 #include "classfile.h"
 #include "exprcomp_impl.h"
@@ -40,7 +41,7 @@ using Fun = ExprComp::FunctionTable::Fun;
 
 // Upper bounds in bytes: one step (three operand loads and the longest
 // operation sequence, pow with its NaN tests), and the call of a continuation.
-constexpr int kMaxStepBytes = 96;
+constexpr int kMaxStepBytes = 160;
 constexpr int kCallBytes = 32;
 // Bytes to store or load one carried register.
 constexpr int kCarryBytes = 11;
@@ -61,7 +62,8 @@ class WorkEmitter {
       for (const ProgramOperand& a : p.steps[i].args) read(a, static_cast<int>(i));
       if (p.steps[i].dest >= 0) writer[static_cast<size_t>(p.steps[i].dest)] = static_cast<int>(i);
     }
-    for (const ProgramOperand& a : p.outputs) read(a, static_cast<int>(p.steps.size()));
+    for (size_t k = 0; k < p.outputs.size(); ++k)  // output k is item steps + k
+      read(p.outputs[k], static_cast<int>(p.steps.size() + k));
   }
 
   // Emits the work method and its continuations into the class.
@@ -403,26 +405,50 @@ class WorkEmitter {
         break;
       case C::OpMax: arity(2); select(m, 1, 2); break;  // x >= y ? x : y
       case C::OpMin: arity(2); select(m, 2, 1); break;  // y >= x ? x : y
-      case C::OpPow: {  // NaN from operands that are no NaN: a negative base
+      case C::OpPow: {
+        // Fails for x < 0 and y no integer (NaN is none, infinities are);
+        // 1^y and (-1)^(+-inf) are 1 as in C, where Math.pow gives NaN.
         arity(2);
         m.dstore(scratch2_);
         m.dstore(scratch1_);
+        Method::Label ok = m.newLabel(), one = m.newLabel(), general = m.newLabel(),
+                      end = m.newLabel();
         m.dload(scratch1_);
+        m.dconst(pool_, 0.0);
+        m.dcmpg();  // NaN: 1, passes
+        m.ifge(ok);
         m.dload(scratch2_);
-        call(m, Fun::Pow);
-        Method::Label ok = m.newLabel();
         m.dup2();
-        call(m, Fun::IsNaN);
+        call(m, Fun::Floor);
+        m.dcmpl();  // NaN: -1, no integer
         m.ifeq(ok);
-        m.dload(scratch1_);
-        call(m, Fun::IsNaN);
-        m.ifne(ok);
-        m.dload(scratch2_);
-        call(m, Fun::IsNaN);
-        m.ifne(ok);
         m.iconst(C::POWER_OF_NEGATIVE);
         m.ireturn();
         m.bind(ok);
+        m.dload(scratch1_);
+        m.dconst(pool_, 1.0);
+        m.dcmpl();
+        m.ifeq(one);
+        m.dload(scratch1_);
+        m.dconst(pool_, -1.0);
+        m.dcmpl();
+        m.ifne(general);
+        m.dload(scratch2_);
+        m.dconst(pool_, HUGE_VAL);
+        m.dcmpl();
+        m.ifeq(one);
+        m.dload(scratch2_);
+        m.dconst(pool_, -HUGE_VAL);
+        m.dcmpl();
+        m.ifeq(one);
+        m.bind(general);
+        m.dload(scratch1_);
+        m.dload(scratch2_);
+        call(m, Fun::Pow);
+        m.goto_(end);
+        m.bind(one);
+        m.dconst(pool_, 1.0);
+        m.bind(end);
         break;
       }
       case C::OpSq:

@@ -8,8 +8,9 @@
 // NaN operand either yields its second operand; x^2, x^3, x^4 multiply from
 // the left ((x*x)*x)*x; mod is qvmath::mod. Domain failures give a status
 // code, not a NaN: log of x < 0, sqrt of x < 0, acos/asin of |x| > 1, and a
-// power whose result is NaN from operands that are not (a negative base with
-// a non-integer exponent). A NaN argument passes every domain test.
+// power of a negative base with an exponent that is no integer (NaN is none).
+// Otherwise a NaN argument passes every domain test. pow follows C:
+// 1^y = 1 for every y, (-1)^(+-inf) = 1.
 #include <cmath>
 
 #include "exprcomp_impl.h"
@@ -100,11 +101,14 @@ double evalOperation(int op, const double* v, int nargs, int& status) {
     case C::OpMod: return qvmath::mod(x, y);
     case C::OpNot: return truth(x == 0.0);
     case C::OpOr: return truth(x != 0.0 || y != 0.0);
-    case C::OpPow: {
-      const double r = std::pow(x, y);
-      if (std::isnan(r) && !std::isnan(x) && !std::isnan(y)) status = C::POWER_OF_NEGATIVE;
-      return r;
-    }
+    case C::OpPow:
+      // The function library's rule: a negative base needs an integer
+      // exponent (infinities are integers, NaN is none).
+      if (x < 0.0 && !(std::floor(y) == y)) {
+        status = C::POWER_OF_NEGATIVE;
+        return 0.0;
+      }
+      return std::pow(x, y);
     case C::OpSq: return x * x;
     case C::OpCube: return x * x * x;
     case C::OpPow4: return x * x * x * x;
