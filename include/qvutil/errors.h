@@ -152,7 +152,10 @@
   X(Undefined_inputs, "Undefined inputs: ")                                    \
   X(Output_lacks_definition, "Output #")                                       \
   X(Cyclic_dependency, "Cyclic dependency for definition #")                   \
-  X(Too_many_constants, "Compilation failed: Too many different constants.")
+  X(Too_many_constants, "Compilation failed: Too many different constants.")    \
+  /* compiled definitions from evaluation nodes and function objects */         \
+  X(Complex_definition_set, "Definition set may not contain complex variables.") \
+  X(No_definitions_from, "Cannot create definitions from ")
 
 namespace qvbase {
 

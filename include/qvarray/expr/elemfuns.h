@@ -40,51 +40,54 @@ namespace qvarray {
 
 #define QV_ALWAYS_REAL bool isAlwaysReal() const override { return true; }
 #define QV_OWN_ERROR std::shared_ptr<qvbase::ErrInfo> makeError(unsigned code) const override;
+// A function with an operation number of the compiler (ExprComp::OpCode).
+#define QV_COMPILED QV_FUNOBJ_CREATEDEFS
 
-QV_ELEMENTARY_FUNCTION(SignFun, "sign")
-QV_ELEMENTARY_FUNCTION(ExpFun, "exp")
+QV_ELEMENTARY_FUNCTION(SignFun, "sign", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(ExpFun, "exp", QV_COMPILED)
 /// Code 2 ("sqrt", evalfun_basic): negative real argument.
-QV_ELEMENTARY_FUNCTION(SqrtFun, "sqrt", QV_OWN_ERROR)
+QV_ELEMENTARY_FUNCTION(SqrtFun, "sqrt", QV_OWN_ERROR QV_COMPILED)
 QV_ELEMENTARY_FUNCTION(ArgFun, "arg", QV_ALWAYS_REAL)
-QV_ELEMENTARY_FUNCTION(AbsFun, "abs", QV_ALWAYS_REAL)
-QV_ELEMENTARY_FUNCTION(RealFun, "real", QV_ALWAYS_REAL bool isLinear(int) const override { return true; })
-QV_ELEMENTARY_FUNCTION(ImagFun, "imag", QV_ALWAYS_REAL bool isLinear(int) const override { return true; })
-QV_ELEMENTARY_FUNCTION(ConjFun, "conj", bool isLinear(int) const override { return true; })
+QV_ELEMENTARY_FUNCTION(AbsFun, "abs", QV_ALWAYS_REAL QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(RealFun, "real", QV_ALWAYS_REAL bool isLinear(int) const override { return true; } QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(ImagFun, "imag", QV_ALWAYS_REAL bool isLinear(int) const override { return true; } QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(ConjFun, "conj", bool isLinear(int) const override { return true; } QV_COMPILED)
 /// Code 2 ("log", evalfun_basic): argument <= 0 (real) or 0 (complex).
-QV_ELEMENTARY_FUNCTION(LogFun, "log", QV_OWN_ERROR)
-QV_ELEMENTARY_FUNCTION(Log10Fun, "log10", QV_OWN_ERROR)
-QV_ELEMENTARY_FUNCTION(Log2Fun, "log2", QV_OWN_ERROR)
-QV_ELEMENTARY_FUNCTION(RoundFun, "round")
-QV_ELEMENTARY_FUNCTION(CeilFun, "ceil")
-QV_ELEMENTARY_FUNCTION(FloorFun, "floor")
-QV_ELEMENTARY_FUNCTION(FixFun, "fix")
-QV_ELEMENTARY_FUNCTION(AcosFun, "acos")
+QV_ELEMENTARY_FUNCTION(LogFun, "log", QV_OWN_ERROR QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(Log10Fun, "log10", QV_OWN_ERROR QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(Log2Fun, "log2", QV_OWN_ERROR QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(RoundFun, "round", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(CeilFun, "ceil", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(FloorFun, "floor", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(FixFun, "fix", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(AcosFun, "acos", QV_COMPILED)
 QV_ELEMENTARY_FUNCTION(AcotFun, "acot")
 QV_ELEMENTARY_FUNCTION(AcscFun, "acsc")
 QV_ELEMENTARY_FUNCTION(AsecFun, "asec")
-QV_ELEMENTARY_FUNCTION(AsinFun, "asin")
-QV_ELEMENTARY_FUNCTION(AtanFun, "atan")
-QV_ELEMENTARY_FUNCTION(CosFun, "cos")
-QV_ELEMENTARY_FUNCTION(CotFun, "cot")
-QV_ELEMENTARY_FUNCTION(CscFun, "csc")
-QV_ELEMENTARY_FUNCTION(SecFun, "sec")
-QV_ELEMENTARY_FUNCTION(SinFun, "sin")
-QV_ELEMENTARY_FUNCTION(TanFun, "tan")
+QV_ELEMENTARY_FUNCTION(AsinFun, "asin", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(AtanFun, "atan", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(CosFun, "cos", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(CotFun, "cot", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(CscFun, "csc", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(SecFun, "sec", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(SinFun, "sin", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(TanFun, "tan", QV_COMPILED)
 QV_ELEMENTARY_FUNCTION(AcoshFun, "acosh")
 QV_ELEMENTARY_FUNCTION(AcothFun, "acoth")
 QV_ELEMENTARY_FUNCTION(AcschFun, "acsch")
 QV_ELEMENTARY_FUNCTION(AsechFun, "asech")
 QV_ELEMENTARY_FUNCTION(AsinhFun, "asinh")
 QV_ELEMENTARY_FUNCTION(AtanhFun, "atanh")
-QV_ELEMENTARY_FUNCTION(CoshFun, "cosh")
-QV_ELEMENTARY_FUNCTION(CothFun, "coth")
-QV_ELEMENTARY_FUNCTION(CschFun, "csch")
-QV_ELEMENTARY_FUNCTION(SechFun, "sech")
-QV_ELEMENTARY_FUNCTION(SinhFun, "sinh")
-QV_ELEMENTARY_FUNCTION(TanhFun, "tanh")
+QV_ELEMENTARY_FUNCTION(CoshFun, "cosh", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(CothFun, "coth", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(CschFun, "csch", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(SechFun, "sech", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(SinhFun, "sinh", QV_COMPILED)
+QV_ELEMENTARY_FUNCTION(TanhFun, "tanh", QV_COMPILED)
 
 #undef QV_ALWAYS_REAL
 #undef QV_OWN_ERROR
+#undef QV_COMPILED
 #undef QV_ELEMENTARY_FUNCTION
 
 /// atan2(y, x), the angle of the point (x, y). For complex operands
@@ -94,6 +97,7 @@ class QVARRAY_API Atan2Fun : public BinFunObj {
  public:
   Atan2Fun() : BinFunObj("atan2") {}
   QV_FUNOBJ_BINARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
 };
 
 }  // namespace qvarray

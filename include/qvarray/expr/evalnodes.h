@@ -70,7 +70,11 @@ class QVARRAY_API EvalNode : public std::enable_shared_from_this<EvalNode> {
   virtual uint64_t getDeepID() { return id_; }
   /// Prints the node in the expression language; reals at round-trip precision.
   virtual void ostreamOperator(std::ostream& os) = 0;
-  /// The compiler's definitions (the compiler's part: -1 until it exists).
+  /// The compiler's definitions of the node's value; returns the number of
+  /// the definition that holds it (`defs` and `counter` as in
+  /// FunObj::createDefs). Operators, variables and proxies share one
+  /// iterative walk; each other kind defines itself or refuses. A refusal
+  /// leaves the definitions made before it in `comp`.
   virtual int createDefs(ExprComp& comp, std::map<int, std::string>& defs, int& counter,
                          const VarEvalPtr& ev);
   virtual void evalMethod(const VarEvalPtr& ev, const EvalNodePtr& node, EvalMethod& m) = 0;
@@ -191,6 +195,9 @@ class QVARRAY_API ConstNode : public EvalNode {
   EvalNodePtr simplify(const VarEvalPtr&) override { return shared_from_this(); }
   void gatherBVars(const VarEvalPtr&, IdSet&, NameSet&) override {}
   void ostreamOperator(std::ostream& os) override;
+  /// A real constant; a complex or array value is refused.
+  int createDefs(ExprComp& comp, std::map<int, std::string>& defs, int& counter,
+                 const VarEvalPtr& ev) override;
   void evalMethod(const VarEvalPtr& ev, const EvalNodePtr& node, EvalMethod& m) override;
   const ValRepPtr& value() const { return value_; }
 
@@ -321,6 +328,9 @@ class QVARRAY_API GenOpNode : public EvalNode {
   void evalMethod(const VarEvalPtr&, const EvalNodePtr&, EvalMethod& m) override {
     m.setOperator(name_, args_);
   }
+  /// Refused: the evaluator resolves the operator only when evaluating.
+  int createDefs(ExprComp& comp, std::map<int, std::string>& defs, int& counter,
+                 const VarEvalPtr& ev) override;
   /// The call's cache name: the operator name and the arguments' identities.
   std::string cacheName();
 
@@ -386,6 +396,9 @@ class QVARRAY_API DiffNode : public EvalNode {
   EvalNodePtr simplify(const VarEvalPtr& ev) override;
   void gatherBVars(const VarEvalPtr& ev, IdSet& ids, NameSet& names) override;
   void ostreamOperator(std::ostream& os) override;
+  /// The definitions of the expanded derivative; refused when it does not expand.
+  int createDefs(ExprComp& comp, std::map<int, std::string>& defs, int& counter,
+                 const VarEvalPtr& ev) override;
   void evalMethod(const VarEvalPtr&, const EvalNodePtr& node, EvalMethod& m) override {
     m.setUnexpandable(node);
   }
@@ -409,6 +422,9 @@ class QVARRAY_API DepNodeBase : public EvalNode {
   EvalNodePtr simplify(const VarEvalPtr&) override { return shared_from_this(); }
   void gatherBVars(const VarEvalPtr& ev, IdSet& ids, NameSet& names) override;
   void ostreamOperator(std::ostream& os) override;
+  /// Refused.
+  int createDefs(ExprComp& comp, std::map<int, std::string>& defs, int& counter,
+                 const VarEvalPtr& ev) override;
   void evalMethod(const VarEvalPtr&, const EvalNodePtr& node, EvalMethod& m) override {
     m.setUnexpandable(node);
   }

@@ -190,7 +190,16 @@ class QVARRAY_API FunObj : public GenFunObj {
   virtual bool minimizeCalls() const { return false; }
 
   /// The compiler's definitions of a call on `args`; returns the number of
-  /// the definition that holds its value.
+  /// the definition that holds its value. `defs` maps each definition number
+  /// that stands for something to what: a variable's name (an input, or a
+  /// variable its evaluator defines) or "#" + a node's identity number;
+  /// `counter` is the next free definition number. Pass the same pair to
+  /// every call for one compiled set: a node or variable met again reuses its
+  /// definition. Operators and functions with an operation number
+  /// (ExprComp::OpCode) define it on their operands; the constant power,
+  /// sign, plussq, realdot and the smoothed steps write out their own
+  /// evaluation; every other function refuses ("Cannot create definitions
+  /// from function " + name).
   virtual int createDefs(const NodeList& args, ExprComp& comp, std::map<int, std::string>& defs,
                          int& counter, const std::shared_ptr<VarEvaluator>& ev) const;
 
@@ -221,7 +230,8 @@ class QVARRAY_API FunObj : public GenFunObj {
   /// The record makeError returns: module, "message" = key, "fun" = name.
   std::shared_ptr<qvbase::ErrInfo> errorRecord(qvbase::ErrModule module, qvbase::ErrKey key) const;
   /// The compiler's definitions of operation number `op` on `args`: those
-  /// of the operands first, then the operation's.
+  /// of the operands first (walked iteratively, shared nodes once), then the
+  /// operation's.
   int createDefsRec(int op, const NodeList& args, ExprComp& comp, std::map<int, std::string>& defs,
                     int& counter, const std::shared_ptr<VarEvaluator>& ev) const;
 
@@ -334,6 +344,9 @@ class QVARRAY_API GenAddFun : public MultiFunObj {
   FunOpCode operator()(const std::vector<RA>& args, std::size_t n, std::size_t m) const override;
   FunOpCode operator()(const std::vector<CA>& args, std::size_t n, std::size_t m) const override;
   EvalNodePtr diffRule(const NodeList& args, int argument, NodeMaker& maker) const override;
+  /// The sum in its evaluation order: ((a0 + a1) + a2) + ...
+  int createDefs(const NodeList& args, ExprComp& comp, std::map<int, std::string>& defs,
+                 int& counter, const std::shared_ptr<VarEvaluator>& ev) const override;
 };
 
 }  // namespace qvarray

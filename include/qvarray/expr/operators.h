@@ -51,6 +51,11 @@ namespace qvarray {
   FunOpCode operator()(const CS& x, const RS& y, int which) const override;         \
   FunOpCode operator()(const RS& x, const RS& y, int which) const override;
 
+/// Declares the compiler's definitions of a call (FunObj::createDefs).
+#define QV_FUNOBJ_CREATEDEFS                                                            \
+  int createDefs(const NodeList& args, ExprComp& comp, std::map<int, std::string>& defs, \
+                 int& counter, const std::shared_ptr<VarEvaluator>& ev) const override;
+
 /// Declares the four one-argument overloads.
 #define QV_FUNOBJ_UNARY_OVERLOADS                                  \
   using FunObj::operator();                                         \
@@ -63,6 +68,7 @@ class QVARRAY_API PlusFun : public BinFunObj {
  public:
   PlusFun() : BinFunObj("+") {}
   QV_FUNOBJ_BINARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
   // Out of place: W = X + Y.
   FunOpCode operator()(const CA& x, const CA& y, std::size_t n, const CA& w) const override;
   FunOpCode operator()(const RA& x, const CA& y, std::size_t n, const CA& w) const override;
@@ -89,6 +95,7 @@ class QVARRAY_API MinusFun : public BinFunObj {
  public:
   MinusFun() : BinFunObj("-") {}
   QV_FUNOBJ_BINARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
   bool isInfix() const override { return true; }
   bool hasSpecialOutputForm() const override { return true; }
 };
@@ -97,6 +104,7 @@ class QVARRAY_API MultFun : public BinFunObj {
  public:
   MultFun() : BinFunObj("*") {}
   QV_FUNOBJ_BINARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
   bool isInfix() const override { return true; }
   bool isCommutative() const override { return true; }
   bool hasSpecialOutputForm() const override { return true; }
@@ -107,6 +115,7 @@ class QVARRAY_API DivFun : public BinFunObj {
  public:
   DivFun() : BinFunObj("/") {}
   QV_FUNOBJ_BINARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
   bool isInfix() const override { return true; }
   std::shared_ptr<qvbase::ErrInfo> makeError(unsigned code) const override;
 };
@@ -117,6 +126,7 @@ class QVARRAY_API PowFun : public BinFunObj {
  public:
   PowFun() : BinFunObj("^") {}
   QV_FUNOBJ_BINARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
   bool isInfix() const override { return true; }
   /// A real base to a non-integer exponent may need a complex result.
   bool isRealIfReal() const override { return false; }
@@ -127,6 +137,7 @@ class QVARRAY_API PlusSqFun : public BinFunObj {
  public:
   PlusSqFun() : BinFunObj("plussq") {}
   QV_FUNOBJ_BINARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
   bool isCommutative() const override { return true; }
 };
 
@@ -134,6 +145,7 @@ class QVARRAY_API RealDotFun : public BinFunObj {
  public:
   RealDotFun() : BinFunObj("realdot") {}
   QV_FUNOBJ_BINARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
   bool isCommutative() const override { return true; }
   bool isRealIfReal() const override { return true; }
   bool isAlwaysReal() const override { return true; }
@@ -145,6 +157,7 @@ class QVARRAY_API RealDotFun : public BinFunObj {
    public:                                                               \
     Class() : BinFunObj(symbol) {}                                       \
     QV_FUNOBJ_BINARY_OVERLOADS                                           \
+    QV_FUNOBJ_CREATEDEFS                                                 \
     bool isInfix() const override { return true; }                       \
     bool isAlwaysReal() const override { return true; }                  \
     bool isCommutative() const override { return commutative; }          \
@@ -163,6 +176,7 @@ class QVARRAY_API MinFun : public BinFunObj {
  public:
   MinFun() : BinFunObj("min") {}
   QV_FUNOBJ_BINARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
   bool isCommutative() const override { return true; }
 };
 
@@ -170,6 +184,7 @@ class QVARRAY_API MaxFun : public BinFunObj {
  public:
   MaxFun() : BinFunObj("max") {}
   QV_FUNOBJ_BINARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
   bool isCommutative() const override { return true; }
 };
 
@@ -179,6 +194,7 @@ class QVARRAY_API ModFun : public BinFunObj {
  public:
   ModFun() : BinFunObj("mod") {}
   QV_FUNOBJ_BINARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
   std::shared_ptr<qvbase::ErrInfo> makeError(unsigned code) const override;
 };
 
@@ -186,6 +202,7 @@ class QVARRAY_API UNotFun : public UnFunObj {
  public:
   UNotFun() : UnFunObj("!") {}
   QV_FUNOBJ_UNARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
   bool isAlwaysReal() const override { return true; }
 };
 
@@ -193,12 +210,14 @@ class QVARRAY_API UPlusFun : public UnFunObj {
  public:
   UPlusFun() : UnFunObj("U+") {}
   QV_FUNOBJ_UNARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
 };
 
 class QVARRAY_API UMinusFun : public UnFunObj {
  public:
   UMinusFun() : UnFunObj("U-") {}
   QV_FUNOBJ_UNARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
 };
 
 /// x ^ p for a fixed exponent p, with the codes and special exponents of
@@ -207,6 +226,7 @@ class QVARRAY_API ConstPowFun : public UnFunObj {
  public:
   explicit ConstPowFun(double exponent) : UnFunObj("^"), exponent_(exponent) {}
   QV_FUNOBJ_UNARY_OVERLOADS
+  QV_FUNOBJ_CREATEDEFS
   double getExponent() const { return exponent_; }
   bool isRealIfReal() const override { return false; }
   std::shared_ptr<qvbase::ErrInfo> makeError(unsigned code) const override;

@@ -36,6 +36,10 @@ class QVARRAY_API TransPolyFun : public BinFunObjNonVect {
   std::pair<unsigned, double> evalElem(double x, double w) const override;
   std::pair<unsigned, std::complex<double>> evalElem(std::complex<double> x,
                                                      std::complex<double> w) const override;
+  /// The compiled step: the same operations in the same order, the cases
+  /// chosen by comparisons (a width that is not positive gives NaN).
+  int createDefs(const NodeList& args, ExprComp& comp, std::map<int, std::string>& defs,
+                 int& counter, const std::shared_ptr<VarEvaluator>& ev) const override;
   double lower() const { return lo_; }
   double upper() const { return hi_; }
   StepKind kind() const { return kind_; }
@@ -53,6 +57,9 @@ class QVARRAY_API DiracPolyFun : public BinFunObjNonVect {
   std::pair<unsigned, double> evalElem(double x, double w) const override;
   std::pair<unsigned, std::complex<double>> evalElem(std::complex<double> x,
                                                      std::complex<double> w) const override;
+  /// The compiled derivative, as TransPolyFun's.
+  int createDefs(const NodeList& args, ExprComp& comp, std::map<int, std::string>& defs,
+                 int& counter, const std::shared_ptr<VarEvaluator>& ev) const override;
   int order() const { return order_; }
 
  private:

@@ -1,8 +1,8 @@
-// The hooks through which function objects build, simplify, differentiate,
-// print and compile calls. They work on evaluation nodes and the compiler;
-// until a call site supplies those, each gives its neutral result: no node
-// (the factory builds its generic call node), no simplification, no rule of
-// its own, and no compiled definition (-1).
+// The hooks through which function objects build, simplify, differentiate
+// and print calls. They work on evaluation nodes; until a call site supplies
+// those, each gives its neutral result: no node (the factory builds its
+// generic call node), no simplification, no rule of its own. (Compiled
+// definitions: createdefs.cpp.)
 #include <ostream>
 
 #include "qvarray/expr/funobj.h"
@@ -23,14 +23,6 @@ EvalNodePtr FunObj::diffRule(const NodeList&, int, NodeMaker&) const { return {}
 EvalNodePtr GenAddFun::diffRule(const NodeList&, int, NodeMaker&) const { return {}; }
 EvalNodePtr FunObj::simpRule(const FunPtr&, const NodeList&, NodeMaker&) const { return {}; }
 
-int FunObj::createDefs(const NodeList&, ExprComp&, std::map<int, std::string>&, int&,
-                       const std::shared_ptr<VarEvaluator>&) const {
-  return -1;
-}
-int FunObj::createDefsRec(int, const NodeList&, ExprComp&, std::map<int, std::string>&, int&,
-                          const std::shared_ptr<VarEvaluator>&) const {
-  return -1;
-}
 
 // Calls print as name(a,b,...); a binary infix operator as (a)op(b). The
 // arguments print through their nodes, which are not reachable from here

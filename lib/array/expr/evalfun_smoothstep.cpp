@@ -2,6 +2,7 @@
 // and every derivative of it.
 #include <cmath>
 
+#include "defsbuilder.h"
 #include "qvarray/expr/smoothsteps.h"
 #include "qvutil/numeric.h"
 
@@ -68,6 +69,77 @@ std::pair<unsigned, std::complex<double>> DiracPolyFun::evalElem(std::complex<do
   double xr, wr;
   if (!realPair(x, w, xr, wr)) return kFailed;
   return evalElem(xr, wr);
+}
+
+// ---------------------------------------------------------------- compiled form
+
+namespace {
+
+// stepPolynomial's Horner loop as definitions, operation for operation.
+// While the running value is 0 the steps 0*t + 0 are skipped, and the first
+// non-zero coefficient c gives 0*t + c = c (t is finite wherever the value is
+// used); later zero coefficients skip "+ 0", which changes nothing since v*t
+// is never -0 here (v*t is zero only when v is +0, for t > 0).
+int stepPolynomialDefs(DefsBuilder& b, StepKind kind, int k, int t) {
+  const double* c = kCoef[static_cast<int>(kind)];
+  int v = -1;
+  for (int j = 7; j >= k; --j) {
+    double f = c[j];
+    for (int i = 0; i < k; ++i) f *= j - i;
+    if (v < 0) {
+      if (f != 0.0 || j == k) v = b.constant(f);
+      continue;
+    }
+    v = b.op(ExprComp::OpMult, {v, t});
+    if (f != 0.0) v = b.op(ExprComp::OpPlus, {v, b.constant(f)});
+  }
+  return v;
+}
+
+// w > 0 ? inside : NaN, with t = x/w + 0.5.
+struct StepFrame {
+  DefsBuilder& b;
+  int x, w, t;
+  StepFrame(DefsBuilder& builder, const NodeList& args) : b(builder) {
+    std::vector<int> v = b.valuesOf(args);
+    x = v.at(0);
+    w = v.at(1);
+    t = b.op(ExprComp::OpPlus, {b.op(ExprComp::OpDiv, {x, w}), b.constant(0.5)});
+  }
+  int widthChecked(int inside) {
+    int ok = b.op(ExprComp::OpGT, {w, b.constant(0.0)});
+    return b.op(ExprComp::OpChoice, {ok, inside, b.constant(::qvGetNaN())});
+  }
+};
+
+}  // namespace
+
+int TransPolyFun::createDefs(const NodeList& args, ExprComp& comp,
+                             std::map<int, std::string>& defs, int& counter,
+                             const std::shared_ptr<VarEvaluator>& ev) const {
+  DefsBuilder b(comp, defs, counter, ev);
+  StepFrame f(b, args);
+  int s = stepPolynomialDefs(b, kind_, 0, f.t);
+  int inside = b.op(ExprComp::OpPlus, {b.constant(lo_), b.op(ExprComp::OpMult, {b.constant(hi_ - lo_), s})});
+  int upper = b.op(ExprComp::OpChoice,
+                   {b.op(ExprComp::OpGE, {f.t, b.constant(1.0)}), b.constant(hi_), inside});
+  int value = b.op(ExprComp::OpChoice,
+                   {b.op(ExprComp::OpLE, {f.t, b.constant(0.0)}), b.constant(lo_), upper});
+  return f.widthChecked(value);
+}
+
+// (hi - lo) s^(k)(t) / w^k; w^1 is w exactly, higher orders the power.
+int DiracPolyFun::createDefs(const NodeList& args, ExprComp& comp,
+                             std::map<int, std::string>& defs, int& counter,
+                             const std::shared_ptr<VarEvaluator>& ev) const {
+  DefsBuilder b(comp, defs, counter, ev);
+  StepFrame f(b, args);
+  int s = stepPolynomialDefs(b, kind_, order_, f.t);
+  int scale = order_ == 1 ? f.w : b.op(ExprComp::OpPow, {f.w, b.constant(order_)});
+  int inside = b.op(ExprComp::OpDiv, {b.op(ExprComp::OpMult, {b.constant(hi_ - lo_), s}), scale});
+  int outside = b.op(ExprComp::OpOr, {b.op(ExprComp::OpLE, {f.t, b.constant(0.0)}),
+                                      b.op(ExprComp::OpGE, {f.t, b.constant(1.0)})});
+  return f.widthChecked(b.op(ExprComp::OpChoice, {outside, b.constant(0.0), inside}));
 }
 
 FunPtr makeSmoothStep(const std::string& name) {

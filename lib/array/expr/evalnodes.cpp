@@ -63,9 +63,6 @@ DepInfo EvalNode::jacDepends(const std::vector<std::string>& names, const VarEva
                              ValRepCache& cache) {
   return depends(names, ev, cache);
 }
-int EvalNode::createDefs(ExprComp&, std::map<int, std::string>&, int&, const VarEvalPtr&) {
-  return -1;
-}
 std::string EvalNode::toString() {
   std::ostringstream os;
   ostreamOperator(os);
