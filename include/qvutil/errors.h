@@ -132,7 +132,9 @@
   /* evaluation nodes and node construction */      \
   X(Evaluation_internal_error)                      \
   X(Can_only_diff_wrt_variables)                    \
-  X(Can_only_test_dependency_wrt_variables)
+  X(Can_only_test_dependency_wrt_variables)         \
+  /* evaluation trees */                            \
+  X(Recursion_limit_exceeded)
 
 namespace qvbase {
 

@@ -113,7 +113,10 @@ ShadowHandler& ShadowHandler::operator=(const ShadowHandler& other) {
   if (this == &other) return *this;
   std::unordered_map<uint64_t, std::shared_ptr<NodeShadow>> copy;
   for (const auto& [id, s] : other.nodes_) copy.emplace(id, s->clone());
+  std::unordered_map<uint32_t, std::shared_ptr<NodeShadow>> trees;
+  for (const auto& [id, s] : other.trees_) trees.emplace(id, s->clone());
   nodes_.swap(copy);
+  trees_.swap(trees);
   return *this;
 }
 
@@ -159,12 +162,21 @@ EvalNodePtr VarNode::definition(const VarEvalPtr& ev) {
   return s.getDefinition();
 }
 
+// The definition's value under the evaluator's recursion guard.
+ValRepPtr VarNode::evalDefinition(const EvalNodePtr& def, const VarEvalPtr& ev, ValRepCache& cache,
+                                  unsigned flags) {
+  RecLimCheck check;
+  ev->initRecLimCheck(check, name_);
+  if (check.isError()) check.throwError(check.chain());
+  return def->eval(ev, cache, flags);
+}
+
 ValRepPtr VarNode::eval(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags) {
   auto [found, value] = cache.getVar(name_, flags);
   if (found && value) return value;
   ValRepPtr r;
   if (EvalNodePtr def = definition(ev))
-    r = def->eval(ev, cache, flags);
+    r = evalDefinition(def, ev, cache, flags);
   else if (!ev->eval(ev, name_, {}, flags, r, cache) || !r)
     QV_RAISE(evalnodes, Unknown_variable_name, qvbase::DetailPairs{{"Name", name_}});
   cache.setVar(name_, flags, r);
