@@ -113,8 +113,9 @@ class QVARRAY_API RecLimCheck {
   /// The name and data equal the enclosing quantity's (and are not exempt).
   bool isSame() const { return same_; }
   int getDepth() const { return depth_; }
-  bool isError() const { return !errors_.empty(); }
-  const qvbase::ErrInfo& getErrors() const { return errors_; }
+  bool isError() const { return errors_ != nullptr; }
+  /// The error record (empty without an error).
+  const qvbase::ErrInfo& getErrors() const;
   /// The names being evaluated from the innermost earlier occurrence of this
   /// guard's name to this one ("a", "b", "a"); without a repetition the last
   /// few names.
@@ -131,7 +132,7 @@ class QVARRAY_API RecLimCheck {
   int prevCheckDepth_ = 0;
   int depth_ = 0;
   bool same_ = false;
-  qvbase::ErrInfo errors_;
+  std::unique_ptr<qvbase::ErrInfo> errors_;  // a pointer: the guard sits in every level's frame
 };
 
 }  // namespace qvarray

@@ -1,0 +1,381 @@
+// Evaluation trees and recursion guards: time-order sets against an interval
+// model; identity numbers; the evaluation rules (zero root, request mask, NaN
+// annotation on a copy); syntax errors; derivatives against central
+// differences; combinators, simplify and linearize against direct
+// evaluation; shadows renewed by the version key; the recursion limit at
+// 9999/10000 nested definitions, on the calling thread and on a worker.
+#include <gtest/gtest.h>
+#include <omp.h>
+
+#include <cmath>
+#include <map>
+#include <random>
+#include <set>
+
+#include "qvarray/expr/evaltree.h"
+#include "qvarray/expr/nodemaker.h"
+#include "qvarray/expr/varevaluator.h"
+#include "qvtest.h"
+
+using namespace qvarray;
+
+namespace {
+
+// Variables bound to numbers, or defined by nodes.
+class TestEvaluator : public VarEvaluator {
+ public:
+  std::map<std::string, double> values;
+  std::map<std::string, EvalNodePtr> defs;
+  bool eval(const VarEvalPtr&, const std::string& name, const NodeList& args, unsigned, ValRepPtr& r,
+            ValRepCache&) override {
+    auto it = values.find(name);
+    if (!args.empty() || it == values.end()) return false;
+    r = std::make_shared<ValRep>(it->second);
+    return true;
+  }
+  EvalNodePtr expand(const VarEvalPtr&, const std::string& name) override {
+    auto it = defs.find(name);
+    return it == defs.end() ? nullptr : it->second;
+  }
+};
+
+using EvPtr = std::shared_ptr<TestEvaluator>;
+
+// NaN for a NaN value.
+double value(const EvalTreePtr& t, const EvPtr& ev, unsigned flags = kEvalNames) {
+  ValRepCache cache;
+  ValRepPtr v = t->eval(ev, cache, flags);
+  return v->isNaN() ? NAN : v->isZero() ? 0.0 : v->getDouble();
+}
+
+EvalTreePtr tree(const std::string& text) { return std::make_shared<EvalTree>(text); }
+
+// ---- time orders: each order k < 15 is the interval [k, k], bit 15 is
+// [15, inf); sums and differences of intervals, clipped at 0, read back as
+// a mask. An independent statement of what the mask rules compute.
+using Ivl = std::pair<int, int>;  // hi = 1000 stands for infinity
+constexpr int kInf = 1000;
+std::vector<Ivl> toIvls(uint16_t m) {
+  std::vector<Ivl> v;
+  for (int k = 0; k < 15; ++k)
+    if (m >> k & 1) v.push_back({k, k});
+  if (m >> 15 & 1) v.push_back({15, kInf});
+  return v;
+}
+uint16_t toMask(const std::vector<Ivl>& v) {
+  uint32_t m = 0;
+  for (auto [lo, hi] : v) {
+    lo = std::max(lo, 0);
+    if (hi < lo) continue;
+    for (int k = std::min(lo, 15); k <= std::min(hi, 15); ++k) m |= 1u << k;
+  }
+  return static_cast<uint16_t>(m);
+}
+uint16_t modelShift(uint16_t m, int n) {
+  std::vector<Ivl> v;
+  for (auto [lo, hi] : toIvls(m)) v.push_back({lo + n, hi == kInf ? kInf : hi + n});
+  return toMask(v);
+}
+uint16_t modelSum(uint16_t a, uint16_t b, int sign) {
+  std::vector<Ivl> v;
+  for (auto [alo, ahi] : toIvls(a))
+    for (auto [blo, bhi] : toIvls(b)) {
+      if (sign > 0) v.push_back({alo + blo, ahi == kInf || bhi == kInf ? kInf : ahi + bhi});
+      else v.push_back({bhi == kInf ? -kInf : alo - bhi, ahi == kInf ? kInf : ahi - blo});
+    }
+  return toMask(v);
+}
+TimeOrderRange fromMask(uint16_t m) {
+  TimeOrderRange r;
+  for (int k = 0; k < 16; ++k)
+    if (m >> k & 1) r.set(k);
+  return r;
+}
+
+// Definitions v_i = v_{i+1} + 1 for i < n, v_n = 1: v_1 is n and needs n
+// nested variable evaluations.
+EvPtr chainEvaluator(int n) {
+  auto ev = std::make_shared<TestEvaluator>();
+  NodeMaker& mk = ev->getNodeMaker();
+  for (int i = 1; i < n; ++i)
+    ev->defs["v" + std::to_string(i)] =
+        mk.makeOpNode(NodeMaker::Plus, mk.makeVarNode("v" + std::to_string(i + 1)), mk.unit());
+  ev->defs["v" + std::to_string(n)] = mk.unit();
+  return ev;
+}
+
+}  // namespace
+
+TEST(TimeOrderRange, AgainstIntervalModel) {
+  std::mt19937 g(11);
+  std::uniform_int_distribution<int> mask(0, 0xFFFF), bit(0, 3), k(-3, 20), n(-20, 20);
+  auto randomMask = [&] {  // sparse sets too, and the special {0}
+    int r = bit(g);
+    return static_cast<uint16_t>(r == 0 ? 0 : r == 1 ? 1 : r == 2 ? (1u << bit(g) * 5) : mask(g));
+  };
+  for (int trial = 0; trial < 3000; ++trial) {
+    uint16_t a = randomMask(), b = randomMask();
+    int s = n(g), lo = k(g), hi = k(g);
+    TimeOrderRange ra = fromMask(a), rb = fromMask(b);
+    ASSERT_EQ(ra.mask(), a);
+    TimeOrderRange t = ra;
+    t.tShift(s);
+    EXPECT_EQ(t.mask(), modelShift(a, s)) << a << " shift " << s;
+    t = ra;
+    t += rb;
+    EXPECT_EQ(t.mask(), modelSum(a, b, 1)) << a << " + " << b;
+    t = ra;
+    t -= rb;
+    EXPECT_EQ(t.mask(), modelSum(a, b, -1)) << a << " - " << b;
+    EXPECT_EQ(ra.intersects(rb), (a & b) != 0);
+    EXPECT_EQ(TimeOrderRange(lo, hi).mask(),
+              lo > hi ? 0 : toMask({{lo >= 15 ? 15 : lo, lo >= 15 ? 15 : hi}}));
+    EXPECT_EQ(ra.get(lo), lo >= 0 && ((a >> std::min(lo, 15)) & 1));
+  }
+}
+
+TEST(EvalTree, IdentityNumbers) {
+  auto ev = std::make_shared<TestEvaluator>();
+  EvalTree a("x+1"), b("x+1");
+  EXPECT_NE(a.getID(), b.getID());
+  EvalTree c(a);
+  EXPECT_EQ(c.getID(), a.getID());
+  b = a;
+  EXPECT_EQ(b.getID(), a.getID());
+  // A copy of a parsed tree shares the root.
+  EvalNodePtr root = a.getRoot(ev);
+  EXPECT_EQ(EvalTree(a).getRoot(ev), root);
+  NodeMaker& mk = ev->getNodeMaker();
+  EXPECT_EQ(mk.makeTree(root), mk.makeTree(root));
+  EXPECT_NE(mk.makeTree(root)->getID(), a.getID());
+  EXPECT_EQ(mk.makeNamedTree(root, "u")->getExpr(), "u");
+  EvalTree v("u", true);
+  EXPECT_EQ(v.getStatus(), EvalTree::kStatusVariable);
+  EXPECT_EQ(v.getNames(), std::vector<std::string>{"u"});
+}
+
+TEST(EvalTree, EvaluationRules) {
+  auto ev = std::make_shared<TestEvaluator>();
+  ev->values = {{"x", 2.0}};
+  struct Row {
+    const char* text;
+    unsigned flags;
+    double expect;  // NaN: a NaN value
+    bool zero;      // a value marked zero
+  };
+  const Row rows[] = {
+      {"0*x", 0, 0, true},          {"0*y", kEvalVariantA, 0, true},  // y unknown: never evaluated
+      {"x+1", 0, NAN, false},       {"x+1", kEvalVariantB | kEvalComplex, NAN, false},
+      {"x+1", kEvalNames, 3, false}, {"x+1", kEvalAnnotate, 3, false},
+      {"x*x-1", kEvalNames | kEvalVariantC, 3, false}, {"1/(x-2)", kEvalNames, NAN, false}};
+  for (const Row& r : rows) {
+    ValRepCache cache;
+    ValRepPtr v = tree(r.text)->eval(ev, cache, r.flags);
+    EXPECT_EQ(v->isZero(), r.zero) << r.text;
+    if (std::isnan(r.expect))
+      EXPECT_TRUE(v->isNaN()) << r.text;
+    else
+      EXPECT_EQ(v->isZero() ? 0.0 : v->getDouble(), r.expect) << r.text;
+  }
+  EvalTreePtr two = tree("2");
+  EXPECT_FALSE(two->isConstant());  // unparsed
+  two->getRoot(ev);
+  EXPECT_TRUE(two->isConstant());
+  EXPECT_FALSE(tree("x")->isConstant());
+}
+
+TEST(EvalTree, NaNAnnotationCopiesASharedValue) {
+  auto ev = std::make_shared<TestEvaluator>();
+  // A NaN value with a record, shared by the cache.
+  ValRepPtr shared = ValRep::makeNaN();
+  shared->setErrors(std::make_shared<qvbase::ErrInfo>("evalfun", qvbase::DetailPairs{{"div", "1"}}));
+  ValRepCache cache;
+  cache.setVar("w", kEvalAnnotate, shared);
+  ValRepPtr r = tree("w")->eval(ev, cache, kEvalAnnotate);
+  ASSERT_TRUE(r->isNaN());
+  EXPECT_NE(r, shared);
+  const qvbase::ErrInfo& rec = *r->getErrors();
+  EXPECT_EQ(rec.module(), "evalfun");
+  ASSERT_TRUE(rec.find("message") && rec.find("exprs") && rec.find("div"));
+  EXPECT_EQ(*rec.find("message"), "expreval");
+  EXPECT_EQ(*rec.find("exprs"), "w");
+  EXPECT_EQ(shared->getErrors()->pairs().size(), 1u);  // the shared value is unchanged
+  // Without the flag nothing is added; a NaN from evaluation is annotated too.
+  EXPECT_FALSE(tree("w")->eval(ev, cache, kEvalNames)->getErrors()->find("exprs"));
+  ev->values = {{"x", 0.0}};
+  ValRepPtr d = tree("1/x")->eval(ev, cache, kEvalAnnotate);
+  ASSERT_TRUE(d->isNaN());
+  EXPECT_EQ(*d->getErrors()->find("exprs"), "1/x");
+}
+
+TEST(EvalTree, Errors) {
+  auto ev = std::make_shared<TestEvaluator>();
+  qvbase::Exception e =
+      qvtest::expectThrowKey([&] { tree("x+*2")->getRoot(ev); }, "Syntax_error_in_expression", "x+*2");
+  EXPECT_EQ(e.module(), "evaltree");
+  EXPECT_EQ(e.detail("Expression").value_or(""), "x+*2");
+  qvtest::expectThrowKey([&] { tree("x")->linearize(ev, {"x"}, {}); }, "Evaluation_internal_error");
+  qvtest::expectThrowKey([&] { EvalTree::diffStatic(nullptr, "x", ev); }, "Evaluation_internal_error");
+}
+
+TEST(EvalTree, DerivativesAgainstCentralDifferences) {
+  auto ev = std::make_shared<TestEvaluator>();
+  NodeMaker& mk = ev->getNodeMaker();
+  ev->defs["u"] = mk.fromSyntax(*ExprImpl("sin(x)*y").root(), ev);
+  const char* texts[] = {"x^3-2*x*y", "exp(-x/y)*u", "sqrt(x^2+y^2)", "log(1+x^2)/y", "atan(u)"};
+  const double h = 1e-5;
+  for (const char* text : texts) {
+    EvalTreePtr t = tree(text);
+    for (const char* var : {"x", "y"}) {
+      EvalTreePtr d = EvalTree::diffStatic(t, var, ev);
+      EXPECT_EQ(d, t->diff(var, ev)) << "memoised";
+      for (double x : {-0.7, 0.4, 1.3}) {
+        double y = 0.9;
+        auto at = [&](double dx, double dy) {
+          ev->values = {{"x", x + dx}, {"y", y + dy}};
+          return value(t, ev);
+        };
+        double fd = std::string(var) == "x" ? (at(h, 0) - at(-h, 0)) / (2 * h)
+                                            : (at(0, h) - at(0, -h)) / (2 * h);
+        ev->values = {{"x", x}, {"y", y}};
+        EXPECT_NEAR(value(d, ev), fd, 1e-7 * (1 + std::fabs(fd))) << text << " by " << var;
+      }
+    }
+  }
+}
+
+TEST(EvalTree, CombinatorsSimplifyLinearize) {
+  auto ev = std::make_shared<TestEvaluator>();
+  ev->values = {{"x", 1.5}, {"y", -0.25}, {"dx", 0.3}, {"dy", 2.0}};
+  EvalTreePtr a = tree("x*y+1"), b = tree("exp(x)");
+  const double va = value(a, ev), vb = value(b, ev);
+  struct Row {
+    EvalTreePtr t;
+    double expect;
+    const char* text;
+  };
+  const Row rows[] = {{EvalTree::plus(a, b, ev), va + vb, "(x*y+1)+(exp(x))"},
+                      {EvalTree::minus(a, b, ev), va - vb, "(x*y+1)-(exp(x))"},
+                      {EvalTree::times(a, b, ev), va * vb, "(x*y+1)*(exp(x))"},
+                      {EvalTree::uminus(a, ev), -va, "-(x*y+1)"},
+                      {a->simplify(ev), va, "simplify(x*y+1)"},
+                      // d(x*y+1) along (dx, dy): y*dx + x*dy
+                      {a->linearize(ev, {"x", "y"}, {"dx", "dy"}), -0.25 * 0.3 + 1.5 * 2.0, nullptr}};
+  for (const Row& r : rows) {
+    EXPECT_DOUBLE_EQ(value(r.t, ev), r.expect);
+    if (r.text) {
+      EXPECT_EQ(r.t->getExpr(), r.text);
+    }
+  }
+  EXPECT_EQ(tree("x*x")->getExpandedExpr(), "x*x");  // unparsed: the text
+  EvalTreePtr sq = tree("x*x");
+  sq->getRoot(ev);
+  EXPECT_EQ(sq->getExpandedExpr(), "(x)^(2)");
+  IdSet ids;
+  NameSet names;
+  ev->defs["u"] = ev->getNodeMaker().makeVarNode("z");
+  tree("x+u*y")->gatherBVars(ev, ids, names);
+  EXPECT_EQ(names, (NameSet{"x", "u", "y", "z"}));
+}
+
+TEST(EvalTree, ShadowRenewedByVersionKey) {
+  auto ev = std::make_shared<TestEvaluator>();
+  NodeMaker& mk = ev->getNodeMaker();
+  ev->values = {{"x", 3.0}};
+  ev->defs["u"] = mk.fromSyntax(*ExprImpl("x+1").root(), ev);
+  EvalTreePtr t = tree("u*2");
+  EXPECT_EQ(value(t->diff("x", ev), ev), 2.0);
+  ev->defs["u"] = mk.fromSyntax(*ExprImpl("x*x").root(), ev);
+  EXPECT_EQ(value(t->diff("x", ev), ev), 2.0);  // the shadow's derivative of its version
+  ev->updateVersion();
+  EXPECT_EQ(value(t->diff("x", ev), ev), 12.0);
+  EXPECT_TRUE(EvalTreeShadow().shouldUpdateCache(ev->getVersionKey()));
+}
+
+TEST(RecLimCheck, DepthNamesAndExemption) {
+  SerialRecCount counter;
+  std::vector<std::unique_ptr<RecLimCheck>> checks;
+  for (int i = 1; i <= RecLimCheck::kLimit; ++i) {
+    checks.push_back(std::make_unique<RecLimCheck>());
+    checks.back()->init(counter, "n" + std::to_string(i % 2));
+    ASSERT_EQ(checks.back()->isLimitExceeded(), i >= 10000) << i;
+    ASSERT_EQ(checks.back()->isError(), i >= 10000) << i;
+  }
+  EXPECT_EQ(counter.getRecDepth(), 10000);
+  while (!checks.empty()) checks.pop_back();  // innermost first
+  EXPECT_EQ(counter.getRecDepth(), 0);
+  EXPECT_EQ(counter.getCheckName(), "");
+  // The same name and data directly inside: an error, unless exempt.
+  struct Row {
+    const char* outer;
+    const char* inner;
+    RecVarData outerData, innerData;
+    bool same;
+  };
+  const Row rows[] = {{"a", "a", {}, {}, true},          {"a", "b", {}, {}, false},
+                      {"a", "a", {1, 2, 3}, {1, 2, 4}, false}, {"a", "a", {1, 2, 3}, {1, 2, 3}, true},
+                      {"{a", "{a", {}, {}, false},       {"a}", "a}", {}, {}, false}};
+  for (const Row& r : rows) {
+    RecLimCheck outer;
+    outer.init(counter, r.outer, r.outerData);
+    {
+      RecLimCheck inner;
+      inner.init(counter, r.inner, r.innerData);
+      EXPECT_EQ(inner.isSame(), r.same) << r.outer << " " << r.inner;
+      EXPECT_EQ(inner.isError(), r.same);
+      EXPECT_EQ(counter.getCheckName(), r.inner);
+      EXPECT_EQ(counter.getCheckDepth(), 2);
+    }
+    EXPECT_EQ(counter.getCheckName(), r.outer);  // put back
+    EXPECT_TRUE(counter.getCheckId() == r.outerData);
+  }
+  // One state per thread.
+  ParaRecCount para;
+  int bad = 0;
+#pragma omp parallel num_threads(2) reduction(+ : bad)
+  {
+    RecLimCheck c;
+    c.init(para, "t");
+    bad += c.getDepth() != 1;
+  }
+  EXPECT_EQ(bad, 0);
+}
+
+// 9999 nested definitions evaluate; 10000 reach the limit; circular
+// definitions are reported with their chain. Also on an OpenMP worker
+// thread, whose stack the nesting must fit too.
+TEST(RecLimCheck, NestedDefinitionsReachTheLimitBeforeTheStack) {
+  auto run = [](int n) -> std::string {
+    EvPtr ev = chainEvaluator(n);
+    try {
+      double v = value(tree("v1"), ev);
+      return v == n ? "ok" : "wrong value";
+    } catch (const qvbase::Exception& e) {
+      return e.key() + " " + e.detail("Depth").value_or("") + " " + e.detail("message").value_or("");
+    }
+  };
+  EXPECT_EQ(run(9999), "ok");
+  EXPECT_EQ(run(10000), "Recursion_limit_exceeded 10000 circvar");
+  std::string onWorker[2];
+#pragma omp parallel num_threads(2)
+  if (omp_get_thread_num() == 1) {
+    onWorker[0] = run(9999);
+    onWorker[1] = run(10000);
+  }
+  if (omp_get_max_threads() > 1 || !onWorker[0].empty()) {
+    EXPECT_EQ(onWorker[0], "ok");
+    EXPECT_EQ(onWorker[1], "Recursion_limit_exceeded 10000 circvar");
+  }
+
+  auto ev = std::make_shared<TestEvaluator>();
+  NodeMaker& mk = ev->getNodeMaker();
+  ev->defs["a"] = mk.makeOpNode(NodeMaker::Plus, mk.makeVarNode("b"), mk.unit());
+  ev->defs["b"] = mk.makeOpNode(NodeMaker::Times, mk.makeVarNode("a"), mk.makeConstNode(2.0));
+  ev->defs["c"] = mk.makeOpNode(NodeMaker::Sin, mk.makeVarNode("c"));
+  qvbase::Exception e = qvtest::expectThrowKey([&] { value(tree("a"), ev); }, "Recursion_limit_exceeded");
+  EXPECT_EQ(e.detail("Chain").value_or(""), "b -> a -> b");  // depth 10000 is b
+  e = qvtest::expectThrowKey([&] { value(tree("c"), ev); }, "Recursion_limit_exceeded");
+  EXPECT_EQ(e.detail("Chain").value_or(""), "c -> c");
+  EXPECT_EQ(e.detail("Depth").value_or(""), "2");
+  EXPECT_EQ(ev->getRecCount().getRecDepth(), 0);  // guards unwound
+}
