@@ -214,6 +214,7 @@ TEST(EvalTree, Errors) {
       qvtest::expectThrowKey([&] { tree("x+*2")->getRoot(ev); }, "Syntax_error_in_expression", "x+*2");
   EXPECT_EQ(e.module(), "evaltree");
   EXPECT_EQ(e.detail("Expression").value_or(""), "x+*2");
+  qvtest::expectThrowKey([&] { tree("")->getRoot(ev); }, "Syntax_error_in_expression", "");
   qvtest::expectThrowKey([&] { tree("x")->linearize(ev, {"x"}, {}); }, "Evaluation_internal_error");
   qvtest::expectThrowKey([&] { EvalTree::diffStatic(nullptr, "x", ev); }, "Evaluation_internal_error");
 }
@@ -290,6 +291,30 @@ TEST(EvalTree, ShadowRenewedByVersionKey) {
   ev->updateVersion();
   EXPECT_EQ(value(t->diff("x", ev), ev), 12.0);
   EXPECT_TRUE(EvalTreeShadow().shouldUpdateCache(ev->getVersionKey()));
+}
+
+// One tree shared by a team: parsed once, every thread sees the same root,
+// and each thread's evaluator (sharing the factory) gets the same values.
+TEST(EvalTreeParallel, FirstParseIsShared) {
+  auto proto = std::make_shared<TestEvaluator>();
+  proto->values = {{"x", 0.5}};
+  EvalTreePtr t = tree("sin(x)^2+cos(x)^2-x*x");
+  std::vector<EvalNodePtr> roots(4);
+  std::vector<double> values(4);
+  int n = 1;
+#pragma omp parallel num_threads(4)
+  {
+    auto ev = std::make_shared<TestEvaluator>(*proto);
+    const int i = omp_get_thread_num();
+    if (i == 0) n = omp_get_num_threads();
+    roots[i] = t->getRoot(ev);
+    values[i] = value(t, ev);
+  }
+  for (int i = 1; i < n; ++i) {
+    EXPECT_EQ(roots[i], roots[0]);
+    EXPECT_EQ(values[i], values[0]);
+  }
+  EXPECT_DOUBLE_EQ(values[0], 0.75);
 }
 
 TEST(RecLimCheck, DepthNamesAndExemption) {

@@ -167,7 +167,7 @@ EvalNodePtr VarNode::definition(const VarEvalPtr& ev) {
 // definition's nodes (typically ProxyNode::eval and OpNode::eval), so those
 // frames bound how deep a thread's stack lets definitions nest: the rare
 // paths with bulky temporaries (errors, shared values, many arguments) are
-// kept out of line. About 450 bytes per level in a release build: 10000
+// kept out of line. About 480 bytes per level in a release build: 10000
 // levels fit a worker's stack (8 MiB unless OMP_STACKSIZE says less).
 namespace {
 
