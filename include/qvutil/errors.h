@@ -139,7 +139,9 @@
   X(Sqrt_of_negative)                             \
   X(Real_argument_out_of_range)                   \
   X(Power_of_negative)                            \
-  X(Cannot_create_native_file)
+  X(Cannot_create_native_file)                    \
+  /* evaluation trees */                          \
+  X(Recursion_limit_exceeded)
 
 /// Message keys: keys whose text is an English sentence rather than an
 /// identifier. Raised with QV_RAISE_TEXT, which may append a run-time part to

@@ -35,6 +35,7 @@
 namespace qvarray {
 
 class NodeMaker;
+class EvalTreeShadow;
 using VarEvalPtr = std::shared_ptr<VarEvaluator>;
 using IdSet = std::unordered_set<uint64_t>;
 using NameSet = std::unordered_set<std::string>;
@@ -160,8 +161,8 @@ class QVARRAY_API DiffNodeShadow : public NodeShadow {
   EvalNodePtr expanded_;
 };
 
-/// The shadows of one evaluator, keyed by identity number. Copying copies
-/// every shadow.
+/// The shadows of one evaluator: node shadows and tree shadows, each table
+/// keyed by identity number. Copying copies every shadow.
 class QVARRAY_API ShadowHandler {
  public:
   ShadowHandler() = default;
@@ -174,11 +175,17 @@ class QVARRAY_API ShadowHandler {
     if (!slot) slot = std::make_shared<S>();
     return static_cast<S&>(*slot);
   }
-  void clear() { nodes_.clear(); }
-  size_t size() const { return nodes_.size(); }
+  /// The shadow of the tree with identity number `id`, made empty the first time.
+  EvalTreeShadow& getEvalTreeShadow(uint32_t id);
+  void clear() {
+    nodes_.clear();
+    trees_.clear();
+  }
+  size_t size() const { return nodes_.size() + trees_.size(); }
 
  private:
   std::unordered_map<uint64_t, std::shared_ptr<NodeShadow>> nodes_;
+  std::unordered_map<uint32_t, std::shared_ptr<NodeShadow>> trees_;
 };
 
 // ---------------------------------------------------------------- nodes
@@ -263,6 +270,9 @@ class QVARRAY_API VarNode : public EvalNode {
   VarNode(std::string name, uint64_t id) : EvalNode(id), name_(std::move(name)) {}
   /// The definition the evaluator resolves for the name (empty: none).
   EvalNodePtr definition(const VarEvalPtr& ev);
+  /// The definition's value, under the evaluator's recursion guard.
+  ValRepPtr evalDefinition(const EvalNodePtr& def, const VarEvalPtr& ev, ValRepCache& cache,
+                           unsigned flags);
   friend class NodeMaker;
 
   std::string name_;
@@ -310,6 +320,8 @@ class QVARRAY_API OpNode : public EvalNode {
  private:
   OpNode(FunPtr fun, NodeList args, uint64_t id)
       : EvalNode(id), fun_(std::move(fun)), args_(std::move(args)) {}
+  /// Three or more arguments (out of line: eval's frame stays small).
+  [[gnu::noinline]] ValRepPtr evalList(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags);
   friend class NodeMaker;
   FunPtr fun_;
   NodeList args_;
@@ -383,6 +395,8 @@ class QVARRAY_API ProxyNode : public EvalNode {
 
  private:
   ProxyNode(EvalNodePtr node, uint64_t id) : EvalNode(id), node_(std::move(node)) {}
+  /// The cached path of a shared proxy (out of line: eval's frame stays small).
+  [[gnu::noinline]] ValRepPtr evalShared(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags);
   friend class NodeMaker;
   EvalNodePtr node_;
   std::atomic<bool> direct_{true};

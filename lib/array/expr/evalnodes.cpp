@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "qvarray/expr/elemfuns.h"
+#include "qvarray/expr/evalflags.h"
 #include "qvarray/expr/evalnodes.h"
 #include "qvarray/expr/nodemaker.h"
 #include "qvarray/expr/varevaluator.h"
@@ -110,7 +111,10 @@ ShadowHandler& ShadowHandler::operator=(const ShadowHandler& other) {
   if (this == &other) return *this;
   std::unordered_map<uint64_t, std::shared_ptr<NodeShadow>> copy;
   for (const auto& [id, s] : other.nodes_) copy.emplace(id, s->clone());
+  std::unordered_map<uint32_t, std::shared_ptr<NodeShadow>> trees;
+  for (const auto& [id, s] : other.trees_) trees.emplace(id, s->clone());
   nodes_.swap(copy);
+  trees_.swap(trees);
   return *this;
 }
 
@@ -156,14 +160,41 @@ EvalNodePtr VarNode::definition(const VarEvalPtr& ev) {
   return s.getDefinition();
 }
 
+// Nested definitions recurse through VarNode::eval, evalDefinition and the
+// definition's nodes (typically ProxyNode::eval and OpNode::eval), so those
+// frames bound how deep a thread's stack lets definitions nest: the rare
+// paths with bulky temporaries (errors, shared values, many arguments) are
+// kept out of line. About 480 bytes per level in a release build: 10000
+// levels fit a worker's stack (8 MiB unless OMP_STACKSIZE says less).
+namespace {
+
+[[noreturn, gnu::noinline, gnu::cold]] void raiseUnknownVariable(const std::string& name) {
+  QV_RAISE(evalnodes, Unknown_variable_name, qvbase::DetailPairs{{"Name", name}});
+}
+
+[[noreturn, gnu::noinline, gnu::cold]] void raiseRecursion(const RecLimCheck& check) {
+  check.throwError(check.chain());
+}
+
+}  // namespace
+
+// The definition's value under the evaluator's recursion guard.
+ValRepPtr VarNode::evalDefinition(const EvalNodePtr& def, const VarEvalPtr& ev, ValRepCache& cache,
+                                  unsigned flags) {
+  RecLimCheck check;
+  ev->initRecLimCheck(check, name_);
+  if (check.isError()) raiseRecursion(check);
+  return def->eval(ev, cache, flags);
+}
+
 ValRepPtr VarNode::eval(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags) {
   auto [found, value] = cache.getVar(name_, flags);
   if (found && value) return value;
   ValRepPtr r;
   if (EvalNodePtr def = definition(ev))
-    r = def->eval(ev, cache, flags);
+    r = evalDefinition(def, ev, cache, flags);
   else if (!ev->eval(ev, name_, {}, flags, r, cache) || !r)
-    QV_RAISE(evalnodes, Unknown_variable_name, qvbase::DetailPairs{{"Name", name_}});
+    raiseUnknownVariable(name_);
   cache.setVar(name_, flags, r);
   return r;
 }
@@ -229,6 +260,10 @@ ValRepPtr OpNode::eval(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags)
     ValRepPtr b = args_[1]->eval(ev, cache, flags);
     return ValRep::applyOp(*fun_, a, b, true);
   }
+  return evalList(ev, cache, flags);
+}
+
+ValRepPtr OpNode::evalList(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags) {
   std::vector<ValRepPtr> values;
   values.reserve(args_.size());
   for (const auto& a : args_) values.push_back(a->eval(ev, cache, flags));
@@ -325,14 +360,14 @@ std::string GenOpNode::cacheName() {
 
 ValRepPtr GenOpNode::eval(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags) {
   std::string key = cacheName();
-  if (flags & 1u) cache.setBVar(key);
-  if (flags & 4u) {
+  if (flags & kEvalNames) cache.setBVar(key);
+  if (flags & kEvalAnnotate) {
     auto [found, value] = cache.getVar(key, flags);
     if (found && value) return value;
   }
   ValRepPtr r;
   if (!ev->eval(ev, name_, args_, flags, r, cache) || !r) r = ValRep::makeNaN();
-  if (flags & 4u) cache.setVar(key, flags, r);
+  if (flags & kEvalAnnotate) cache.setVar(key, flags, r);
   return r;
 }
 
@@ -380,6 +415,10 @@ EvalNodePtr ProxyNode::diff(const std::string& variable, const VarEvalPtr& ev) {
 
 ValRepPtr ProxyNode::eval(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags) {
   if (!isShared()) return node_->eval(ev, cache, flags);
+  return evalShared(ev, cache, flags);
+}
+
+ValRepPtr ProxyNode::evalShared(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags) {
   const std::string key = "@PN$" + std::to_string(getID());
   auto [found, value] = cache.getVar(key, flags);
   if (found && value) return value;
