@@ -132,7 +132,15 @@
   /* evaluation nodes and node construction */      \
   X(Evaluation_internal_error)                      \
   X(Can_only_diff_wrt_variables)                    \
-  X(Can_only_test_dependency_wrt_variables)
+  X(Can_only_test_dependency_wrt_variables)         \
+  /* variable evaluators */                         \
+  X(Unknown_function_or_operator)                   \
+  X(Wrong_number_of_function_arguments)             \
+  X(Wrong_number_of_operator_arguments)             \
+  X(Tangential_differentiation_not_allowed_in_this_context) \
+  X(Internal_evaluator_error)                       \
+  X(Unknown_function_name)                          \
+  X(Name_value_pair_mismatch)
 
 namespace qvbase {
 
