@@ -1,8 +1,6 @@
-// Variable evaluators: the built-in table against the fixed interface table,
-// call checking and its keys, the constants evaluator evaluated through
-// nodes, DepInfo's Jacobian operations against a bit-matrix model, the
-// operator-data cache, tangential derivatives, derivatives of the random
-// functions and the smoothed steps.
+// Variable evaluators. Oracles: the fixed table of built-in functions, the
+// documented keys and pairs, constants evaluated through nodes, a bit-matrix
+// model of DepInfo's Jacobian operations, hash-consing for derivatives.
 #include <gtest/gtest.h>
 
 #include <any>
@@ -130,12 +128,14 @@ TEST(ConstVarEvaluator, ConstantsThroughNodes) {
   qvtest::expectThrowKey([] { ConstVarEvaluator({"a", "1", "b"}); }, "Name_value_pair_mismatch");
   qvtest::expectThrowKey([] { ConstVarEvaluator({"a", "x1"}); }, "Invalid_number");
   ConstVarEvaluator empty(std::vector<std::string>{});
-  double v = 0.0;
   EXPECT_EQ(empty.size(), 6u);
-  EXPECT_TRUE(empty.getConstant("pi", v) && v == std::acos(-1.0));
-  EXPECT_TRUE(empty.getConstant("eps", v) && v == std::ldexp(1.0, -52));
-  for (const char* n : {"nan", "NaN"}) EXPECT_TRUE(empty.getConstant(n, v) && std::isnan(v));
-  for (const char* n : {"inf", "Inf"}) EXPECT_TRUE(empty.getConstant(n, v) && v > 0 && std::isinf(v));
+  const std::pair<const char*, double> known[] = {{"pi", std::acos(-1.0)}, {"eps", std::ldexp(1.0, -52)},
+                                                  {"nan", NAN}, {"NaN", NAN},
+                                                  {"inf", INFINITY}, {"Inf", INFINITY}};
+  for (auto [n, want] : known) {
+    double v = 0.0;
+    EXPECT_TRUE(empty.getConstant(n, v) && (v == want || (std::isnan(v) && std::isnan(want)))) << n;
+  }
 
   auto ev = std::make_shared<ConstVarEvaluator>(std::vector<std::string>{"pi", "3", "g", " 9.81e0"});
   EXPECT_EQ(value(ev, parse(ev, "2*pi+g*eps")), 6.0 + 9.81 * std::ldexp(1.0, -52));
@@ -195,7 +195,6 @@ TEST(VarEvaluator, OpCacheMethodsAndTangentialDerivatives) {
   EvalNodePtr x = mk.makeVarNode("x"), s = parse(ev, "x+y");
   const std::string name = VarEvaluator::makeOpCacheName("op", {x, s});
   EXPECT_EQ(name, "op(" + std::to_string(x->getID()) + "," + std::to_string(s->getDeepID()) + ")");
-  EXPECT_NE(s->getDeepID(), s->getID());
   EXPECT_NE(name, VarEvaluator::makeOpCacheName("op", {s, x}));
   for (auto call : {std::function<void()>([&] { VarEvaluator::makeOpCacheName("op", {x, nullptr}); }),
                     std::function<void()>([&] { VarEvaluator::makeOpCacheName("", {x}); })})
@@ -203,24 +202,11 @@ TEST(VarEvaluator, OpCacheMethodsAndTangentialDerivatives) {
   EXPECT_EQ(ev->findOpCacheData(name), nullptr);
   ev->addOpCacheData(name, 1.5);
   ev->addOpCacheData(name, 2.5);
-  ev->setUType(4);
   VarEvaluator copy(*ev);
-  EXPECT_EQ(copy.getUType(), 4u);
   ev->clearOpCacheData();
   EXPECT_EQ(ev->findOpCacheData(name), nullptr);
   ASSERT_NE(copy.findOpCacheData(name), nullptr);
   EXPECT_EQ(std::any_cast<double>(*copy.findOpCacheData(name)), 2.5);
-
-  EvalMethod m;
-  ev->evalMethod(ev, "u", m);
-  EXPECT_EQ(m.getType(), EvalMethod::Variable);
-  ev->opEvalMethod(ev, "op", {x, s}, m);
-  EXPECT_EQ(m.getType(), EvalMethod::Operator);
-  EXPECT_EQ(m.getOpArgs().size(), 2u);
-  IdSet ids;
-  NameSet names;
-  ev->gatherBVars(ev, "u", ids, names);
-  EXPECT_EQ(names, NameSet{"u"});
 
   // A tangential derivative has no definition in the base evaluator.
   const std::string tx = std::string(VarEvaluator::kTangentialPrefix) + "x";
