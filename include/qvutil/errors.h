@@ -141,7 +141,15 @@
   X(Power_of_negative)                            \
   X(Cannot_create_native_file)                    \
   /* evaluation trees */                          \
-  X(Recursion_limit_exceeded)
+  X(Recursion_limit_exceeded)                     \
+  /* variable evaluators */                         \
+  X(Unknown_function_or_operator)                   \
+  X(Wrong_number_of_function_arguments)             \
+  X(Wrong_number_of_operator_arguments)             \
+  X(Tangential_differentiation_not_allowed_in_this_context) \
+  X(Internal_evaluator_error)                       \
+  X(Unknown_function_name)                          \
+  X(Name_value_pair_mismatch)
 
 /// Message keys: keys whose text is an English sentence rather than an
 /// identifier. Raised with QV_RAISE_TEXT, which may append a run-time part to
