@@ -49,7 +49,9 @@ namespace qvarray {
   FunOpCode operator()(const CS& x, const CS& y, int which) const override;         \
   FunOpCode operator()(const RS& x, const CS& y, int which) const override;         \
   FunOpCode operator()(const CS& x, const RS& y, int which) const override;         \
-  FunOpCode operator()(const RS& x, const RS& y, int which) const override;
+  FunOpCode operator()(const RS& x, const RS& y, int which) const override;         \
+  bool evalInto(const double* x, std::ptrdiff_t sx, const double* y, std::ptrdiff_t sy, \
+                double* w, std::size_t n, unsigned& code) const override;
 
 /// Declares the four one-argument overloads.
 #define QV_FUNOBJ_UNARY_OVERLOADS                                  \
@@ -57,7 +59,8 @@ namespace qvarray {
   FunOpCode operator()(const RS& x) const override;                 \
   FunOpCode operator()(const CS& x) const override;                 \
   FunOpCode operator()(const RA& x, std::size_t n) const override;  \
-  FunOpCode operator()(const CA& x, std::size_t n) const override;
+  FunOpCode operator()(const CA& x, std::size_t n) const override; \
+  bool evalInto(const double* x, double* w, std::size_t n, unsigned& code) const override;
 
 class QVARRAY_API PlusFun : public BinFunObj {
  public:
