@@ -13,8 +13,11 @@ qvarray / peer (below 1: the library is faster), and with --json writes all
 rows as one benchmark output that bench/summary.py reads (it runs this
 script for bench_eval).
 
+With --busy, one spinning process per core runs beside the whole session
+(the library's 2-thread path should then stay near its 1-thread time).
+
 usage: bench/eval_numexpr.py [--rounds N] [--min-time S] [--filter REGEX]
-                             [--json FILE] [BUILD_DIR]   (default build/release)
+                             [--json FILE] [--busy] [BUILD_DIR]   (default build/release)
 """
 import argparse
 import json
@@ -79,6 +82,8 @@ def main():
     ap.add_argument("--min-time", type=float, default=0.1)
     ap.add_argument("--filter", default=".")
     ap.add_argument("--json", help="write the merged rows here (benchmark JSON)")
+    ap.add_argument("--busy", action="store_true",
+                    help="keep every core busy with a spinning process of our own meanwhile")
     ap.add_argument("build", nargs="?", default="build/release")
     a = ap.parse_args()
     binary = os.path.join(a.build, "bench", "bench_eval")
@@ -100,6 +105,20 @@ def main():
     wanted = re.compile(a.filter)
     calls = {k: v for k, v in calls.items() if wanted.search(case_name(*k[:3]) + "/" + k[3])}
 
+    spinners = []
+    if a.busy:
+        spinners = [subprocess.Popen([sys.executable, "-c", "while True: pass"])
+                    for _ in range(os.cpu_count() or 1)]
+    try:
+        measure(a, binary, tmp, calls)
+    finally:
+        for p in spinners:
+            p.kill()
+            p.wait()
+
+
+def measure(a, binary, tmp, calls):
+    """The rounds, the table and the JSON of main()."""
     peer_times = {k: [] for k in calls}
     ours, info, context = {}, {}, {}
     env = dict(os.environ, QV_EVAL_DATA=tmp)
@@ -145,22 +164,26 @@ def main():
     for key, i in info.items():
         if i.get("error_occurred"):
             rows.append(dict({"name": key, "run_name": key, "run_type": "iteration"}, **i))
-    print(f"{'case':34} {'impl':9} {'ns/point':>9} {'qvarray':>9} {'ratio':>7}  check")
     for (name, n, t, impl), times in peer_times.items():
         case = case_name(name, n, t)
         suffix = "/real_time" if t > 1 else ""
-        lib = info.get(f"{case}/qvarray{suffix}", {})
-        diff = lib.get("diff_" + impl)
-        extra = {"diff": diff, "tol": 1e-14} if diff is not None else {}
-        med = add(f"{case}/{impl}{suffix}", times, extra)
-        q = medians.get(f"{case}/qvarray{suffix}")
-        ratio = f"{q / med:7.3f}" if q else "      -"
-        qs = f"{q / n:9.2f}" if q else "        -"
-        print(f"{case:34} {impl:9} {med / n:9.2f} {qs} {ratio}  diff {diff}")
-    for key in sorted(medians):
-        if not key.split("/real_time")[0].endswith("qvarray"):
-            n = int(key.split("/")[1])
-            print(f"{key:44} {medians[key] / n:9.2f} ns/point")
+        diff = info.get(f"{case}/qvarray{suffix}", {}).get("diff_" + impl)
+        medians[f"{case}/{impl}{suffix}"] = add(f"{case}/{impl}{suffix}", times,
+                                               {"diff": diff, "tol": 1e-14} if diff is not None else {})
+    # One line per case: ns per point of each implementation, then qvarray / peer.
+    impls = ("qvarray", "fused", "muparser", "numexpr", "numpy")
+    print(f"{'case':26}" + "".join(f"{i:>10}" for i in impls) + "   qvarray / " +
+          " ".join(f"{i:>8}" for i in impls[1:]))
+    cases = dict.fromkeys(k.split("/real_time")[0].rsplit("/", 1)[0] for k in medians)
+    for case in cases:
+        n = int(case.split("/")[1])
+        suffix = "/real_time" if not case.endswith("threads:1") else ""
+        ns = {i: medians.get(f"{case}/{i}{suffix}") for i in impls}
+        cols = "".join(f"{v / n:10.2f}" if v else f"{'-':>10}" for v in ns.values())
+        q = ns["qvarray"]
+        ratios = " ".join(f"{q / ns[i]:8.3f}" if q and ns[i] else f"{'-':>8}" for i in impls[1:])
+        print(f"{case:26}{cols}   {'':10}{ratios}")
+    print("ns per point, medians of the rounds; 1 thread by CPU time, 2 threads by wall-clock time")
     if a.json:
         with open(a.json, "w") as fh:
             json.dump({"context": context, "benchmarks": rows}, fh)

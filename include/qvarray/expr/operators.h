@@ -31,7 +31,8 @@
 
 namespace qvarray {
 
-/// Declares the 16 in-place two-operand overloads.
+/// Declares the 16 in-place two-operand overloads and the real out-of-place
+/// form (evalInto).
 #define QV_FUNOBJ_BINARY_OVERLOADS                                                  \
   using FunObj::operator();                                                          \
   FunOpCode operator()(const CA& x, const CA& y, std::size_t n, int which) const override; \
@@ -53,7 +54,7 @@ namespace qvarray {
   bool evalInto(const double* x, std::ptrdiff_t sx, const double* y, std::ptrdiff_t sy, \
                 double* w, std::size_t n, unsigned& code) const override;
 
-/// Declares the four one-argument overloads.
+/// Declares the four one-argument overloads and the real out-of-place form.
 #define QV_FUNOBJ_UNARY_OVERLOADS                                  \
   using FunObj::operator();                                         \
   FunOpCode operator()(const RS& x) const override;                 \

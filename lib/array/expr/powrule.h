@@ -42,12 +42,17 @@ inline unsigned powArray(const double* a, std::ptrdiff_t sa, const double* b, st
   // These exponents give code 0 for every base.
   if (sb == 0 && sa == 1 && (*b == 2.0 || *b == 1.0 || *b == 0.0)) {
     const double e = *b;
-    if (e == 2.0)
+    // omp simd: out may be a, element by element.
+    if (e == 2.0) {
+#pragma omp simd
       for (std::size_t i = 0; i < n; ++i) out[i] = a[i] * a[i];
-    else if (e == 1.0)
+    } else if (e == 1.0) {
+#pragma omp simd
       for (std::size_t i = 0; i < n; ++i) out[i] = a[i];
-    else
+    } else {
+#pragma omp simd
       for (std::size_t i = 0; i < n; ++i) out[i] = 1.0;
+    }
     return 0;
   }
   constexpr std::size_t kChunk = 256;
