@@ -149,13 +149,24 @@ def measure(a, binary, tmp, calls):
 
     rows = []
 
+    impls = ("qvarray", "fused", "muparser", "numexpr", "numpy")
+    order = {name: i for i, name in enumerate(FORMULAS)}
+
+    def case_key(case):  # formula, points, threads
+        parts = case.split("/")
+        return order[parts[0]], int(parts[1]), parts[2]
+
     def add(run_name, times, extra):
         med = statistics.median(times)
         cv = statistics.pstdev(times) / statistics.mean(times) if len(times) > 1 else 0.0
+        case, impl = run_name.split("/real_time")[0].rsplit("/", 1)
+        f, n, t = case_key(case)
+        place = {"family_index": (f * 2 + (n > 1000)) * 2 + (t != "threads:1"),
+                 "per_family_instance_index": impls.index(impl)}
         for agg, v in (("median", med), ("cv", cv)):
             rows.append(dict({"name": run_name + "_" + agg, "run_name": run_name, "run_type": "aggregate",
                               "aggregate_name": agg, "time_unit": "ns", "real_time": v, "cpu_time": v},
-                             **extra))
+                             **place, **extra))
         return med
 
     medians = {}
@@ -171,11 +182,10 @@ def measure(a, binary, tmp, calls):
         medians[f"{case}/{impl}{suffix}"] = add(f"{case}/{impl}{suffix}", times,
                                                {"diff": diff, "tol": 1e-14} if diff is not None else {})
     # One line per case: ns per point of each implementation, then qvarray / peer.
-    impls = ("qvarray", "fused", "muparser", "numexpr", "numpy")
     print(f"{'case':26}" + "".join(f"{i:>10}" for i in impls) + "   qvarray / " +
           " ".join(f"{i:>8}" for i in impls[1:]))
-    cases = dict.fromkeys(k.split("/real_time")[0].rsplit("/", 1)[0] for k in medians)
-    for case in cases:
+    cases = set(k.split("/real_time")[0].rsplit("/", 1)[0] for k in medians)
+    for case in sorted(cases, key=case_key):
         n = int(case.split("/")[1])
         suffix = "/real_time" if not case.endswith("threads:1") else ""
         ns = {i: medians.get(f"{case}/{i}{suffix}") for i in impls}
