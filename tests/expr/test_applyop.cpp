@@ -368,7 +368,7 @@ TEST(ApplyOp, OutOfPlaceRealFormsGiveTheInPlaceBits) {
   };
   const std::shared_ptr<const FunObj> unary[] = {
       std::make_shared<SqrtFun>(),         std::make_shared<SinFun>(),  std::make_shared<ExpFun>(),
-      std::make_shared<LogFun>(),          std::make_shared<AsechFun>(), std::make_shared<CotFun>(),
+      std::make_shared<LogFun>(),          std::make_shared<AcscFun>(), std::make_shared<CotFun>(),
       std::make_shared<UMinusFun>(),       std::make_shared<AbsFun>(),  std::make_shared<ConstPowFun>(2.0),
       std::make_shared<ConstPowFun>(-1.0), std::make_shared<ConstPowFun>(0.0)};
   for (const auto& f : unary) {
