@@ -13,10 +13,12 @@
 //   qvarray   the text parsed once into evaluation nodes; per block of
 //             kBlock points a small VarEvaluator binds x and y to the block's
 //             values (copied into pooled arrays when first asked for), the
-//             root is evaluated with a fresh cache and the result copied out. 2 threads: one
-//             evaluator, cache and pool (ParaArrayAllocator) per thread,
-//             blocks split in two parts run by a qvbase::Team, which stays on
-//             the calling thread while a second thread would come late.
+//             root is evaluated with a fresh cache and the result copied
+//             out. 2 threads: one evaluator, cache and pool
+//             (ParaArrayAllocator) per thread, the blocks split in two parts
+//             run by a qvbase::Team, which stays on the calling thread while
+//             a second thread would come late (10^3 points: one block, one
+//             thread).
 //   fused     one loop with the C library's functions (std::sin, ...), the
 //             two threads of an OpenMP loop; compiled -O3 -march=native.
 //   muparser  SetExpr once, then Eval(results, n) over all points (its bulk
