@@ -23,7 +23,8 @@ spread over the library and its peers alike; the table shows medians and the
 larger coefficient of variation of the two. Single-threaded benchmarks are
 compared by CPU time, which other processes on the machine do not inflate;
 benchmarks marked real_time or manual_time (threaded ones) by wall-clock time. bench_dense
-runs with OMP_NUM_THREADS=1 (no BLAS threads on short vectors).
+runs with OMP_NUM_THREADS=1 (no BLAS threads on short vectors). bench_eval runs under
+bench/eval_numexpr.py, which adds the numexpr and numpy rows.
 
 The check columns come from the programs: every configuration is checked
 once before it is timed, and each row reports the difference of the peer's
@@ -41,6 +42,9 @@ from collections import OrderedDict
 
 # Programs with settings of their own.
 ENV = {"bench_dense": {"OMP_NUM_THREADS": "1", "OPENBLAS_NUM_THREADS": "1"}}
+# Programs run through a script of bench/ that times Python peers on the same
+# data and writes the merged rows (repetitions become its rounds).
+DRIVERS = {"bench_eval": "eval_numexpr.py"}
 # Name parts that are not part of a case.
 IGNORED = re.compile(r"^(real_time|process_time|manual_time|iterations:\d+|repeats:\d+)$")
 OURS = "qvarray"
@@ -68,6 +72,17 @@ def programs(build_dir, only):
 def run(binary, a):
     fd, out = tempfile.mkstemp(suffix=".json")
     os.close(fd)
+    driver = DRIVERS.get(os.path.basename(binary))
+    if driver:  # the program runs under a driver that times Python peers beside it
+        here = os.path.dirname(os.path.abspath(__file__))
+        print(f"running {driver} ...", file=sys.stderr, flush=True)
+        subprocess.run(["/usr/bin/python3", os.path.join(here, driver), f"--rounds={a.repetitions}",
+                        f"--min-time={a.min_time}", f"--filter={a.filter}", f"--json={out}",
+                        os.path.dirname(os.path.dirname(binary))], check=True, stdout=sys.stderr)
+        with open(out) as f:
+            data = json.load(f)
+        os.remove(out)
+        return data
     cmd = [binary, f"--benchmark_repetitions={a.repetitions}",
            "--benchmark_report_aggregates_only=true",
            "--benchmark_enable_random_interleaving=true",

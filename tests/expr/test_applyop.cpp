@@ -1,12 +1,15 @@
 // applyOp against a plain model: every combination of scalar/array,
 // real/complex, unique/shared operands; a shared operand is never modified;
 // the result's storage kind and where it lives; NaN, never-filled and zero
-// operands; failure codes; structured values; several arguments.
+// operands; failure codes; structured values; several arguments; the
+// built-in functions' out-of-place real forms against their in-place ones.
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 
 #include "qvarray/expr/arrayallocimpl.h"
+#include "qvarray/expr/elemfuns.h"
 #include "qvarray/expr/funobj.h"
 #include "qvarray/expr/valrep.h"
 
@@ -344,4 +347,69 @@ TEST(ApplyOp, ShortcutsAndSeveralArguments) {
   EXPECT_EQ(*q->getErrors()->find("message"), "div");
   const Ptr s = ValRep::sqrt(std::make_shared<ValRep>(-1.0), true);
   EXPECT_EQ(*s->getErrors()->find("message"), "sqrt");
+}
+
+// The built-in functions' out-of-place real forms (what applyOp uses for an
+// operand it may not overwrite) against their in-place overloads: the same
+// bits and codes, operands untouched, for arrays and broadcast scalars.
+// Operands cover negatives, zeros, NaN and infinities (domain failures).
+TEST(ApplyOp, OutOfPlaceRealFormsGiveTheInPlaceBits) {
+  const size_t n = 37;  // not a multiple of any vector width
+  auto array = [n](unsigned seed) {
+    auto a = std::make_shared<Array<double, 1>>(n);
+    for (size_t k = 0; k < n; ++k) (*a)[k] = std::sin(1.7 * double(k + seed)) * 3.0;
+    (*a)[3] = 0.0, (*a)[5] = -0.0, (*a)[7] = NAN, (*a)[11] = INFINITY, (*a)[13] = -2.0;
+    return a;
+  };
+  auto same = [n](const double* a, const double* b) {
+    for (size_t k = 0; k < n; ++k)
+      if (std::memcmp(&a[k], &b[k], sizeof(double)) != 0) return false;
+    return true;
+  };
+  const std::shared_ptr<const FunObj> unary[] = {
+      std::make_shared<SqrtFun>(),         std::make_shared<SinFun>(),  std::make_shared<ExpFun>(),
+      std::make_shared<LogFun>(),          std::make_shared<AcscFun>(), std::make_shared<CotFun>(),
+      std::make_shared<UMinusFun>(),       std::make_shared<AbsFun>(),  std::make_shared<ConstPowFun>(2.0),
+      std::make_shared<ConstPowFun>(-1.0), std::make_shared<ConstPowFun>(0.0)};
+  for (const auto& f : unary) {
+    const auto x = array(1), inPlace = std::make_shared<Array<double, 1>>(*x);
+    Array<double, 1> w(n);
+    unsigned code = 0;
+    ASSERT_TRUE(f->evalInto(x->data, w.data, n, code)) << f->getName();
+    EXPECT_EQ(code, unsigned((*f)(inPlace, n))) << f->getName();
+    EXPECT_TRUE(same(w.data, inPlace->data)) << f->getName();
+    EXPECT_TRUE(same(x->data, array(1)->data)) << f->getName();
+  }
+  const std::shared_ptr<const FunObj> binary[] = {
+      std::make_shared<PlusFun>(), std::make_shared<MinusFun>(),   std::make_shared<MultFun>(),
+      std::make_shared<DivFun>(),  std::make_shared<PowFun>(),     std::make_shared<GTFun>(),
+      std::make_shared<EQFun>(),   std::make_shared<AndFun>(),     std::make_shared<MinFun>(),
+      std::make_shared<ModFun>(),  std::make_shared<Atan2Fun>(),   std::make_shared<PlusSqFun>()};
+  for (const auto& f : binary)
+    for (int shape = 0; shape < 3; ++shape) {  // array-array, scalar-array, array-scalar
+      const auto x = array(1), y = array(2);
+      auto s = std::make_shared<double>(shape == 1 ? (*x)[0] : (*y)[0]);
+      const auto ix = std::make_shared<Array<double, 1>>(*x), iy = std::make_shared<Array<double, 1>>(*y);
+      Array<double, 1> w(n);
+      unsigned code = 0, want = 0;
+      bool done = false;
+      if (shape == 0) {
+        done = f->evalInto(x->data, 1, y->data, 1, w.data, n, code);
+        want = (*f)(ix, iy, n, 1);
+      } else if (shape == 1) {
+        done = f->evalInto(s.get(), 0, y->data, 1, w.data, n, code);
+        want = (*f)(std::make_shared<double>(*s), iy, n, 2);
+      } else {
+        done = f->evalInto(x->data, 1, s.get(), 0, w.data, n, code);
+        want = (*f)(ix, std::make_shared<double>(*s), n, 1);
+      }
+      ASSERT_TRUE(done) << f->getName();
+      EXPECT_EQ(code, want) << f->getName() << " shape " << shape;
+      EXPECT_TRUE(same(w.data, (shape == 1 ? iy : ix)->data)) << f->getName() << " shape " << shape;
+      EXPECT_TRUE(same(x->data, array(1)->data) && same(y->data, array(2)->data)) << f->getName();
+    }
+  // A function without the form declines; applyOp then copies (see above).
+  unsigned code = 0;
+  double v = 1.0, w = 0.0;
+  EXPECT_FALSE(TestSqrt().evalInto(&v, &w, 1, code));
 }

@@ -217,6 +217,16 @@ class QVARRAY_API FunObj : public GenFunObj {
   /// Whether the result may be written into an argument's storage (the
   /// in-place overloads); otherwise the value layer provides fresh storage.
   virtual bool mayWriteIntoArg() const { return true; }
+  /// Real arrays out of place, for the value layer: w[i] = f(x[i]) for
+  /// i < n, w distinct from x. False (nothing written) when the function has
+  /// no such form: the value layer then copies the argument into fresh
+  /// storage and calls the in-place overload. Otherwise `code` is what the
+  /// in-place overload would return.
+  virtual bool evalInto(const double* x, double* w, std::size_t n, unsigned& code) const;
+  /// The same for two operands: w[i] = f(x[i*sx], y[i*sy]) with strides 0
+  /// (a broadcast scalar) or 1.
+  virtual bool evalInto(const double* x, std::ptrdiff_t sx, const double* y, std::ptrdiff_t sy,
+                        double* w, std::size_t n, unsigned& code) const;
 
   /// Raises the error that makeError(code) describes (the one way the
   /// engine turns a code into an exception); does nothing for a code

@@ -31,7 +31,8 @@
 
 namespace qvarray {
 
-/// Declares the 16 in-place two-operand overloads.
+/// Declares the 16 in-place two-operand overloads and the real out-of-place
+/// form (evalInto).
 #define QV_FUNOBJ_BINARY_OVERLOADS                                                  \
   using FunObj::operator();                                                          \
   FunOpCode operator()(const CA& x, const CA& y, std::size_t n, int which) const override; \
@@ -49,20 +50,23 @@ namespace qvarray {
   FunOpCode operator()(const CS& x, const CS& y, int which) const override;         \
   FunOpCode operator()(const RS& x, const CS& y, int which) const override;         \
   FunOpCode operator()(const CS& x, const RS& y, int which) const override;         \
-  FunOpCode operator()(const RS& x, const RS& y, int which) const override;
+  FunOpCode operator()(const RS& x, const RS& y, int which) const override;         \
+  bool evalInto(const double* x, std::ptrdiff_t sx, const double* y, std::ptrdiff_t sy, \
+                double* w, std::size_t n, unsigned& code) const override;
 
 /// Declares the compiler's definitions of a call (FunObj::createDefs).
 #define QV_FUNOBJ_CREATEDEFS                                                            \
   int createDefs(const NodeList& args, ExprComp& comp, std::map<int, std::string>& defs, \
                  int& counter, const std::shared_ptr<VarEvaluator>& ev) const override;
 
-/// Declares the four one-argument overloads.
+/// Declares the four one-argument overloads and the real out-of-place form.
 #define QV_FUNOBJ_UNARY_OVERLOADS                                  \
   using FunObj::operator();                                         \
   FunOpCode operator()(const RS& x) const override;                 \
   FunOpCode operator()(const CS& x) const override;                 \
   FunOpCode operator()(const RA& x, std::size_t n) const override;  \
-  FunOpCode operator()(const CA& x, std::size_t n) const override;
+  FunOpCode operator()(const CA& x, std::size_t n) const override; \
+  bool evalInto(const double* x, double* w, std::size_t n, unsigned& code) const override;
 
 class QVARRAY_API PlusFun : public BinFunObj {
  public:

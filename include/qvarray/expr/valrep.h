@@ -253,6 +253,7 @@ class QVARRAY_API ValRep {
   size_t partIndex(uint64_t i) const { return nEp_ == 1 ? 0 : static_cast<size_t>(i); }
   template <class Out>
   void exportTo(Out&& put) const;
+  bool copyRealArrays(double* y, size_t count) const;
   DValRepReader::Part readerPart(size_t p) const;
   template <class T>
   void copyToArrayIndexed(Array<T, 1>& out, const int* index, size_t n) const;

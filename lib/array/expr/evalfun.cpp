@@ -92,4 +92,10 @@ ValRepPtr FunObj::evalValues(const std::vector<ValRepPtr>&, bool) const { return
 
 bool FunObj::acceptsValKind(unsigned kind) const { return (kind & Structured) == 0; }
 
+bool FunObj::evalInto(const double*, double*, std::size_t, unsigned&) const { return false; }
+bool FunObj::evalInto(const double*, std::ptrdiff_t, const double*, std::ptrdiff_t, double*,
+                      std::size_t, unsigned&) const {
+  return false;
+}
+
 }  // namespace qvarray

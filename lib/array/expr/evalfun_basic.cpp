@@ -38,20 +38,22 @@ struct RuleBase {
   static constexpr bool recipOut = false;
 };
 
+// a[i] = f(x[i]), i < n; a may be x.
 template <class S>
-unsigned realEval(double* a, std::size_t n) {
+unsigned realEval(const double* x, double* a, std::size_t n) {
   unsigned code = 0;
   if constexpr (S::recipIn) {
 #pragma omp simd
-    for (std::size_t i = 0; i < n; ++i) a[i] = 1.0 / a[i];
+    for (std::size_t i = 0; i < n; ++i) a[i] = 1.0 / x[i];
+    x = a;
   }
   if constexpr (S::lo != RuleBase::lo || S::hi != RuleBase::hi)
-    code = vecmath::kernels().outside(a, n, S::lo, S::hi) ? 2 : 0;
+    code = vecmath::kernels().outside(x, n, S::lo, S::hi) ? 2 : 0;
   if constexpr (S::kernel != Fn::count) {
-    vecmath::apply(S::kernel, a, a, n);
+    vecmath::apply(S::kernel, x, a, n);
   } else {
 #pragma omp simd
-    for (std::size_t i = 0; i < n; ++i) a[i] = S::real(a[i]);
+    for (std::size_t i = 0; i < n; ++i) a[i] = S::real(x[i]);
   }
   if constexpr (S::recipOut) {
 #pragma omp simd
@@ -83,7 +85,7 @@ struct ExpRule : RuleBase {
   static cplx complex(cplx z) { return std::exp(z); }
 };
 struct SqrtRule : RuleBase {
-  static double real(double x) { return std::sqrt(x); }
+  static constexpr Fn kernel = Fn::sqrt;
   static constexpr double lo = 0.0;
   static cplx complex(cplx z) { return std::sqrt(z); }
 };
@@ -279,16 +281,20 @@ struct UNotRule : RuleBase {
 
 #define QV_UNARY_DEFINE(Class, rule)                                         \
   Code Class::operator()(const RS& x) const {                                \
-    return evalfun::toCode(realEval<rule>(x.get(), 1));                      \
+    return evalfun::toCode(realEval<rule>(x.get(), x.get(), 1));             \
   }                                                                          \
   Code Class::operator()(const CS& x) const {                                \
     return evalfun::toCode(complexEval<rule>(x.get(), 1));                   \
   }                                                                          \
   Code Class::operator()(const RA& x, std::size_t n) const {                 \
-    return evalfun::toCode(realEval<rule>(x->data, n));                      \
+    return evalfun::toCode(realEval<rule>(x->data, x->data, n));             \
   }                                                                          \
   Code Class::operator()(const CA& x, std::size_t n) const {                 \
     return evalfun::toCode(complexEval<rule>(x->data, n));                   \
+  }                                                                          \
+  bool Class::evalInto(const double* x, double* w, std::size_t n, unsigned& code) const { \
+    code = realEval<rule>(x, w, n);                                          \
+    return true;                                                             \
   }
 
 QV_UNARY_DEFINE(SignFun, SignRule)
@@ -346,6 +352,10 @@ Code ConstPowFun::operator()(const CS& x) const {
 }
 Code ConstPowFun::operator()(const RA& x, std::size_t n) const {
   return evalfun::toCode(evalfun::powArray(x->data, 1, &exponent_, 0, x->data, n));
+}
+bool ConstPowFun::evalInto(const double* x, double* w, std::size_t n, unsigned& code) const {
+  code = evalfun::powArray(x, 1, &exponent_, 0, w, n);
+  return true;
 }
 Code ConstPowFun::operator()(const CA& x, std::size_t n) const {
   unsigned code = 0;

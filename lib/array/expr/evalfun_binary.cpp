@@ -120,6 +120,20 @@ Code binary(const X& x, const Y& y, std::size_t n, int which) {
   return toCode(code);
 }
 
+// Real operands out of place: w[i] = rule(x[i*sx], y[i*sy]).
+template <class Rule>
+unsigned zipOut(const double* x, std::ptrdiff_t sx, const double* y, std::ptrdiff_t sy, double* w,
+                std::size_t n) {
+  unsigned code = 0;
+#pragma omp simd reduction(max : code)
+  for (std::size_t i = 0; i < n; ++i) {
+    auto [c, v] = Rule{}(x[i * sx], y[i * sy]);
+    w[i] = v;
+    code = std::max(code, c);
+  }
+  return code;
+}
+
 // A scalar pair evaluated in place: the same loop over one element.
 #define QV_BINARY_DEFINE(Class, Rule)                                                       \
   Code Class::operator()(const CA& x, const CA& y, std::size_t n, int w) const {            \
@@ -172,6 +186,11 @@ Code binary(const X& x, const Y& y, std::size_t n, int which) {
   }                                                                                          \
   Code Class::operator()(const RS& x, const RS& y, int w) const {                           \
     return binary<Rule>(x, y, 1, w);                                                        \
+  }                                                                                          \
+  bool Class::evalInto(const double* x, std::ptrdiff_t sx, const double* y, std::ptrdiff_t sy, \
+                       double* w, std::size_t n, unsigned& code) const {                    \
+    code = zipOut<Rule>(x, sx, y, sy, w, n);                                                \
+    return true;                                                                             \
   }
 
 }  // namespace
@@ -241,6 +260,38 @@ QV_ARITH_DEFINE(MinusFun, sub, false)
 QV_ARITH_DEFINE(MultFun, mul, false)
 QV_ARITH_DEFINE(DivFun, div, true)
 #undef QV_ARITH_DEFINE
+
+// Out of place, by the same kernels; the quotient's code from the divisors.
+#define QV_ARITH_INTO(Class, kernel, division)                                          \
+  bool Class::evalInto(const double* x, std::ptrdiff_t sx, const double* y,             \
+                       std::ptrdiff_t sy, double* w, std::size_t n, unsigned& code) const { \
+    code = 0;                                                                            \
+    if (division) {                                                                      \
+      bool zero = false;                                                                 \
+      const std::size_t m = sy ? n : (n ? 1 : 0);                                        \
+      for (std::size_t i = 0; i < m; ++i) zero |= y[i] == 0.0;                           \
+      code = zero ? 2u : 0u;                                                             \
+    }                                                                                    \
+    vecmath::kernels().kernel(x, sx, y, sy, w, n);                                       \
+    return true;                                                                         \
+  }
+QV_ARITH_INTO(PlusFun, add, false)
+QV_ARITH_INTO(MinusFun, sub, false)
+QV_ARITH_INTO(MultFun, mul, false)
+QV_ARITH_INTO(DivFun, div, true)
+#undef QV_ARITH_INTO
+
+bool PowFun::evalInto(const double* x, std::ptrdiff_t sx, const double* y, std::ptrdiff_t sy,
+                      double* w, std::size_t n, unsigned& code) const {
+  code = evalfun::powArray(x, sx, y, sy, w, n);
+  return true;
+}
+bool Atan2Fun::evalInto(const double* x, std::ptrdiff_t sx, const double* y, std::ptrdiff_t sy,
+                        double* w, std::size_t n, unsigned& code) const {
+  vecmath::kernels().atan2(x, sx, y, sy, w, n);
+  code = 0;
+  return true;
+}
 
 // The real power: the vector pow with the rule's special exponents and codes.
 Code PowFun::operator()(const RA& x, const RA& y, std::size_t n, int w) const {

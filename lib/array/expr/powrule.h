@@ -37,6 +37,24 @@ inline double powSpecial(double a, double b, double general) {
 /// returns the largest code.
 inline unsigned powArray(const double* a, std::ptrdiff_t sa, const double* b, std::ptrdiff_t sb,
                          double* out, std::size_t n) {
+  // One exponent of the special values (x^2 above all): the rule's own
+  // values, without the vector pow whose result the rule would discard.
+  // These exponents give code 0 for every base.
+  if (sb == 0 && sa == 1 && (*b == 2.0 || *b == 1.0 || *b == 0.0)) {
+    const double e = *b;
+    // omp simd: out may be a, element by element.
+    if (e == 2.0) {
+#pragma omp simd
+      for (std::size_t i = 0; i < n; ++i) out[i] = a[i] * a[i];
+    } else if (e == 1.0) {
+#pragma omp simd
+      for (std::size_t i = 0; i < n; ++i) out[i] = a[i];
+    } else {
+#pragma omp simd
+      for (std::size_t i = 0; i < n; ++i) out[i] = 1.0;
+    }
+    return 0;
+  }
   constexpr std::size_t kChunk = 256;
   double general[kChunk];
   unsigned code = 0;

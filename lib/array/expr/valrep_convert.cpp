@@ -117,10 +117,24 @@ ValRep::Ptr ValRep::getPartial(const std::vector<uint64_t>& indices) const {
 
 // ---- export ----------------------------------------------------------------
 
+// The first `count` numbers of a real array value into y, part by part in
+// whole runs; false (nothing written) for any other kind of value.
+bool ValRep::copyRealArrays(double* y, size_t count) const {
+  if (zero_ || nan_ || scalar_ || storedAsComplex_) return false;
+  for (size_t p = 0; p < nEp_ && count > 0; ++p) {
+    const size_t m = std::min<size_t>(count, static_cast<size_t>(nEl_));
+    std::memcpy(y, dArrays_[p]->data, m * sizeof(double));
+    y += m;
+    count -= m;
+  }
+  return true;
+}
+
 void ValRep::copyToArray(DArray& out) const {
   if (complex_ && checkComplex()) QV_RAISE(evalrep, Complex_number_in_real_expression);
   out.resize(numbersOf(nEl_, nEp_, zero_));
   double* y = out.data;
+  if (copyRealArrays(y, out.count)) return;
   exportTo([y](size_t i, const double* x, bool) { y[i] = x[0]; });
 }
 
@@ -158,6 +172,7 @@ void ValRep::copyToArray(double* buf, size_t offset, size_t count) const {
   if (complex_ && checkComplex()) QV_RAISE(evalrep, Complex_number_in_real_expression);
   QV_ASSERT(count <= numbersOf(nEl_, nEp_, zero_), evalrep);
   double* y = buf + offset;
+  if (copyRealArrays(y, count)) return;
   exportTo([y, count](size_t i, const double* x, bool) {
     if (i < count) y[i] = x[0];
   });

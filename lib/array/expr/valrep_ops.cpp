@@ -17,8 +17,10 @@
 //        in place      into an argument of exactly the result kind that the
 //                      caller allows to be overwritten and holds alone (the
 //                      value object and every part of it);
-//        fresh         otherwise: an array result is first tried out of place
-//                      (a scalar is broadcast, nothing copied); when the
+//        fresh         otherwise: a real array result is computed out of
+//                      place by the function's evalInto, a complex one by the
+//                      out-of-place overloads (a scalar is broadcast, nothing
+//                      copied); when the
 //                      function has no out-of-place form, the argument nearest
 //                      the result kind (the array one) is copied into the fresh
 //                      part, converted to complex if needed, and the in-place
@@ -131,6 +133,9 @@ unsigned kindOf(const ValRep& v) {
   return (v.isStoredAsComplex() ? FunObj::StoredComplex : 0u) |
          (v.isScalar() ? 0u : FunObj::Nonscalar);
 }
+
+// Real array storage (the one-argument out-of-place form applies).
+bool isRealArray(const ValRep& v) { return !v.isScalar() && !v.isStoredAsComplex(); }
 
 bool neverFilled(const ValRep& v) { return v.getNEp() == 0 && !v.isZero() && !v.isNaN(); }
 
@@ -253,8 +258,19 @@ ValRep::Ptr ValRep::applyOp(const FunObj& f, const Ptr& a0, bool overwrite) {
     r->reset(a->isScalar(), a->isStoredAsComplex(), a->getNEl());
   }
   unsigned code = 0;
+  bool realInto = !inPlaceAll && isRealArray(*a);
   for (size_t p = 0; p < parts; ++p) {
     const Operand x = partOf(*a, p);
+    if (realInto) {
+      unsigned c = 0;
+      if (f.evalInto((*x.ra)->data, freshArray(*r).ra->get()->data, n, c)) {
+        code |= c;
+        continue;
+      }
+      QV_ASSERT(p == 0, evalrep);  // a function has the form for every part or for none
+      realInto = false;
+      r->reset(a->isScalar(), a->isStoredAsComplex(), a->getNEl());
+    }
     const Operand target = inPlaceAll ? x : freshCopy(*r, x, n);
     code |= unary(f, target, n);
   }
@@ -304,12 +320,25 @@ ValRep::Ptr ValRep::applyOp(const FunObj& f, const Ptr& a0, const Ptr& b0, bool 
 
   unsigned code = 0;
   bool tryOutOfPlace = !which && !scalar;
+  bool realInto = tryOutOfPlace && !complex;
   for (size_t p = 0; p < parts; ++p) {
     const Operand x = partOf(*a, p);
     const Operand y = partOf(*b, p);
     if (which) {
       code |= inPlace(f, x, y, n, which);
       continue;
+    }
+    if (realInto) {
+      unsigned c = 0;
+      const double* px = x.array ? (*x.ra)->data : x.rs->get();
+      const double* py = y.array ? (*y.ra)->data : y.rs->get();
+      if (f.evalInto(px, x.array ? 1 : 0, py, y.array ? 1 : 0, freshArray(*r).ra->get()->data, n, c)) {
+        code |= c;
+        continue;
+      }
+      QV_ASSERT(p == 0, evalrep);  // a function has the form for every part or for none
+      realInto = false;
+      r->reset(scalar, complex, nEl);
     }
     if (tryOutOfPlace) {
       const unsigned c = outOfPlace(f, x, y, n, freshArray(*r));

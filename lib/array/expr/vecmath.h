@@ -10,7 +10,7 @@ namespace qvarray::vecmath {
 
 enum class Fn : int {
   exp, log, log10, log2, sin, cos, tan, asin, acos, atan,
-  sinh, cosh, tanh, asinh, acosh, atanh, count
+  sinh, cosh, tanh, asinh, acosh, atanh, sqrt, count
 };
 
 using Unary = void (*)(const double* x, double* y, std::size_t n);

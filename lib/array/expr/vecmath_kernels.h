@@ -3,6 +3,7 @@
 //   QV_VW              lanes per vector
 //   QV_LOAD(p)         unaligned load,  QV_STORE(p, v) unaligned store
 //   QV_SLEEF(fn)       SLEEF's 1-ulp function fn for this set
+//   QV_SQRT(v)         the vector square root
 //   QV_KERNELS         name of the Kernels table to define, QV_ISA its name
 // Only plain loops and intrinsics: nothing here may be shared with code built
 // for another instruction set.
@@ -77,6 +78,13 @@ bool outsideKernel(const double* x, std::size_t n, double lo, double hi) {
   return smallest < lo || largest > hi;
 }
 
+// The square root is an IEEE operation: the same bits in every set.
+void sqrtKernel(const double* x, double* y, std::size_t n) {
+  std::size_t i = 0;
+  for (; i + QV_VW <= n; i += QV_VW) QV_STORE(y + i, QV_SQRT(QV_LOAD(x + i)));
+  for (; i < n; ++i) y[i] = __builtin_sqrt(x[i]);
+}
+
 QV_UNARY_KERNEL(exp)
 QV_UNARY_KERNEL(log)
 QV_UNARY_KERNEL(log10)
@@ -105,7 +113,7 @@ QV_BINARY_KERNEL(atan2)
 const Kernels QV_KERNELS = {
     {expKernel, logKernel, log10Kernel, log2Kernel, sinKernel, cosKernel, tanKernel, asinKernel,
      acosKernel, atanKernel, sinhKernel, coshKernel, tanhKernel, asinhKernel, acoshKernel,
-     atanhKernel},
+     atanhKernel, sqrtKernel},
     powKernel,
     atan2Kernel,
     addKernel,
