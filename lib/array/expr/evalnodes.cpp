@@ -159,14 +159,29 @@ EvalNodePtr VarNode::definition(const VarEvalPtr& ev) {
   return s.getDefinition();
 }
 
+// A name that is neither defined nor known to the evaluator raises with
+// ("message", "vareval"). A defined variable whose value is a soft failure
+// passes on a NaN value; under the annotation flag (4) a copy of it carries
+// ("message", "vareval"), the name and ("defexpr", the definition), so that
+// the record shows the chain of definitions the failure came through.
 ValRepPtr VarNode::eval(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags) {
   auto [found, value] = cache.getVar(name_, flags);
   if (found && value) return value;
   ValRepPtr r;
-  if (EvalNodePtr def = definition(ev))
+  if (EvalNodePtr def = definition(ev)) {
     r = def->eval(ev, cache, flags);
-  else if (!ev->eval(ev, name_, {}, flags, r, cache) || !r)
-    QV_RAISE(evalnodes, Unknown_variable_name, qvbase::DetailPairs{{"Name", name_}});
+    if (r->isNaN() && (flags & 4u)) {
+      r = r->clone();
+      auto& e = r->getErrors();
+      if (!e) e = std::make_shared<qvbase::ErrInfo>(qvbase::errorName(qvbase::ErrModule::evalnodes));
+      e->add("message", "vareval");
+      e->add("Name", name_);
+      e->add("defexpr", def->toString());
+    }
+  } else if (!ev->eval(ev, name_, {}, flags, r, cache) || !r) {
+    QV_RAISE(evalnodes, Unknown_variable_name,
+             qvbase::DetailPairs{{"Name", name_}, {"message", "vareval"}});
+  }
   cache.setVar(name_, flags, r);
   return r;
 }
