@@ -132,11 +132,11 @@
   /* evaluation nodes and node construction */      \
   X(Evaluation_internal_error)                      \
   X(Can_only_diff_wrt_variables)                    \
-  X(Can_only_test_dependency_wrt_variables)       \
+  X(Can_only_test_dependency_wrt_variables)         \
+  /* evaluation trees */                            \
+  X(Recursion_limit_exceeded)                       \
   /* the ready variable evaluator */                \
-  X(Invalid_variable_binding)                       \
-  X(Circular_variable_definition)                   \
-  X(Variable_nesting_too_deep)
+  X(Invalid_variable_binding)
 
 namespace qvbase {
 

@@ -35,6 +35,7 @@
 namespace qvarray {
 
 class NodeMaker;
+class EvalTreeShadow;
 using VarEvalPtr = std::shared_ptr<VarEvaluator>;
 using IdSet = std::unordered_set<uint64_t>;
 using NameSet = std::unordered_set<std::string>;
@@ -156,8 +157,8 @@ class QVARRAY_API DiffNodeShadow : public NodeShadow {
   EvalNodePtr expanded_;
 };
 
-/// The shadows of one evaluator, keyed by identity number. Copying copies
-/// every shadow.
+/// The shadows of one evaluator: node shadows and tree shadows, each table
+/// keyed by identity number. Copying copies every shadow.
 class QVARRAY_API ShadowHandler {
  public:
   ShadowHandler() = default;
@@ -170,11 +171,17 @@ class QVARRAY_API ShadowHandler {
     if (!slot) slot = std::make_shared<S>();
     return static_cast<S&>(*slot);
   }
-  void clear() { nodes_.clear(); }
-  size_t size() const { return nodes_.size(); }
+  /// The shadow of the tree with identity number `id`, made empty the first time.
+  EvalTreeShadow& getEvalTreeShadow(uint32_t id);
+  void clear() {
+    nodes_.clear();
+    trees_.clear();
+  }
+  size_t size() const { return nodes_.size() + trees_.size(); }
 
  private:
   std::unordered_map<uint64_t, std::shared_ptr<NodeShadow>> nodes_;
+  std::unordered_map<uint32_t, std::shared_ptr<NodeShadow>> trees_;
 };
 
 // ---------------------------------------------------------------- nodes
@@ -256,6 +263,9 @@ class QVARRAY_API VarNode : public EvalNode {
   VarNode(std::string name, uint64_t id) : EvalNode(id), name_(std::move(name)) {}
   /// The definition the evaluator resolves for the name (empty: none).
   EvalNodePtr definition(const VarEvalPtr& ev);
+  /// The definition's value, under the evaluator's recursion guard.
+  ValRepPtr evalDefinition(const EvalNodePtr& def, const VarEvalPtr& ev, ValRepCache& cache,
+                           unsigned flags);
   friend class NodeMaker;
 
   std::string name_;

@@ -31,6 +31,8 @@
 
 namespace qvarray {
 
+class EvalTree;
+
 class QVARRAY_API NodeMaker {
  public:
   /// The factory's operators (values fixed; 0 unused).
@@ -70,6 +72,13 @@ class QVARRAY_API NodeMaker {
   EvalNodePtr makeJacDepNode(const EvalNodePtr& expr, const EvalNodePtr& variable);
   EvalNodePtr makeJacDepNode(const EvalNodePtr& expr, const std::string& name);
   EvalNodePtr makeJacUDepNode(const EvalNodePtr& expr);
+
+  /// The evaluation tree of `root` (one per root and thread), parsed; its
+  /// text is the root printed.
+  std::shared_ptr<EvalTree> makeTree(const EvalNodePtr& root);
+  /// The evaluation tree of `root` standing for the text `text` (one per
+  /// root, text and thread).
+  std::shared_ptr<EvalTree> makeNamedTree(const EvalNodePtr& root, const std::string& text);
 
   /// The nodes of a syntax tree: operators and built-in functions through
   /// makeOpNode, other calls through ev's getGenFun or as general operators,

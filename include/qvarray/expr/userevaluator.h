@@ -26,11 +26,14 @@
 //   - one name is one kind of thing: binding a defined name, defining a bound
 //     name or a declared time derivative raises "Invalid_variable_binding";
 //   - a bound array must have the evaluator's number of points;
-//   - definitions that refer to each other in a circle raise
-//     "Circular_variable_definition" with the chain of names ("a -> b -> a")
-//     when one of them is first expanded; a chain of definitions nested 10000
-//     deep or more raises "Variable_nesting_too_deep" (9999 is allowed). Both
-//     are found on the definitions before anything is evaluated.
+//   - definitions that refer to each other in a circle, and chains of
+//     definitions nested RecLimCheck::kLimit (10000) deep, are caught by the
+//     evaluator's recursion guard (labelled "circvar") when one of them is
+//     first expanded: the walk over the definitions enters the guard as the
+//     evaluation would, so it raises "Recursion_limit_exceeded" (module
+//     "evaltree") with ("message", "circvar"), the name, the depth and the
+//     chain of names ("a -> b -> a"), before anything is evaluated and
+//     without the evaluation's stack depth. A chain 9999 deep evaluates.
 //
 // Errors and NaN results of evaluation:
 //   - a name that is neither bound nor defined nor declared raises
@@ -41,15 +44,19 @@
 //     ("message", "varcmplx"); a complex evaluation (setComplex(true)) reads
 //     every bound value as complex, so sqrt(-1) is i;
 //   - a soft failure (log(-1) in a real evaluation) is a NaN value with its
-//     error record. The evaluate* calls pass the annotation flag (4), so the
-//     record also carries ("message", "expreval") and ("exprs", text) for the
-//     whole formula, and, when the failure arose in a defined variable,
-//     ("message", "vareval"), ("Name", name), ("defexpr", definition).
+//     error record. The evaluate* calls pass kEvalAnnotate, so the record
+//     also carries ("message", "expreval") and ("exprs", text) for the whole
+//     formula (EvalTree::eval), and, when the failure arose in a defined
+//     variable, ("message", "vareval"), ("Name", name), ("defexpr",
+//     definition) (VarNode::eval);
+//   - a call of an unknown function, or of a user function with the wrong
+//     number of arguments, is a NaN value.
 //
 // Threads: an evaluator serves one thread at a time. For parallel evaluation
 // give every thread its own copy (copy(): the node factory is shared, the
-// definitions, bindings and shadows are copied) and rebind the thread's block
-// of points; nodes parsed once may be evaluated by all copies.
+// definitions, bindings and shadows are copied, the recursion counter is
+// fresh) and rebind the thread's block of points; one EvalTree may be
+// evaluated by all copies at once (it is parsed once, under its lock).
 #include <complex>
 #include <cstdint>
 #include <map>
@@ -58,6 +65,8 @@
 #include <vector>
 
 #include "qvarray/array.h"
+#include "qvarray/expr/evalflags.h"
+#include "qvarray/expr/evaltree.h"
 #include "qvarray/expr/varevaluator.h"
 #include "qvarray/export.h"
 
@@ -66,12 +75,6 @@ namespace qvarray {
 class QVARRAY_API UserEvaluator : public VarEvaluator {
  public:
   using Complex = std::complex<double>;
-  /// The flag bit of a complex evaluation.
-  static constexpr unsigned kComplexFlag = 0x10000u;
-  /// The annotation flag that the evaluate* calls pass.
-  static constexpr unsigned kAnnotateFlag = 4u;
-  /// The nesting depth of definitions that is refused.
-  static constexpr int kMaxNesting = 10000;
 
   /// An evaluator over nPoints evaluation points (held by shared pointer:
   /// the engine hands it on to itself).
@@ -108,26 +111,25 @@ class QVARRAY_API UserEvaluator : public VarEvaluator {
   void setComplex(bool complex) { complex_ = complex; }
   bool isComplexEval() const { return complex_; }
   /// The flag word of an evaluate* call.
-  unsigned evalFlags() const { return kAnnotateFlag | (complex_ ? kComplexFlag : 0u); }
+  unsigned evalFlags() const { return kEvalAnnotate | (complex_ ? kEvalComplex : 0u); }
   /// Declared components and parameters, in declaration order.
   const std::vector<std::string>& solutionNames() const { return solNames_; }
   const std::vector<std::string>& parameterNames() const { return parNames_; }
 
   // ------------------------------------------------------------ formulas
-  /// The nodes of a formula text (syntax errors with their position).
-  EvalNodePtr parse(const std::string& text);
   /// The value of `text` over the points, in a fresh cache; a NaN value
-  /// carries its annotated error record.
+  /// carries its annotated error record. Syntax errors raise with the
+  /// position.
   ValRepPtr evaluate(const std::string& text);
-  /// The value of the nodes `root` (made by this evaluator or a copy).
-  ValRepPtr evaluate(const EvalNodePtr& root, const std::string& text);
+  /// The value of a tree (which this evaluator or any copy may parse).
+  ValRepPtr evaluate(const EvalTreePtr& tree);
   /// The values at the points; a NaN result raises "Unexpected_NaN" with
   /// its error record.
   Array<double, 1> values(const std::string& text);
   Array<Complex, 1> complexValues(const std::string& text);
-  /// The derivative of `text` with respect to `variable` (print it with
-  /// EvalNode::toString).
-  EvalNodePtr derivative(const std::string& text, const std::string& variable);
+  /// The derivative of `text` with respect to `variable`; its text is
+  /// getExpandedExpr().
+  EvalTreePtr derivative(const std::string& text, const std::string& variable);
   /// Dependence on the declared components and parameters: bit i of the
   /// solution masks is solutionNames()[i], of the parameter masks
   /// parameterNames()[i].
@@ -167,7 +169,7 @@ class QVARRAY_API UserEvaluator : public VarEvaluator {
 
   void checkNewName(const std::string& name, bool binding) const;
   void declare(const std::string& name, int maxOrder, bool parameter);
-  /// Refuses circles and nesting of kMaxNesting from `name` on.
+  /// Walks the definitions from `name` on under the recursion guard.
   void checkDefinitions(const std::string& name);
   /// The body of a user function or of a partial derivative of one; null
   /// when `name` names neither.

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "qvarray/expr/evalnodes.h"
+#include "qvarray/expr/evalrec.h"
 #include "qvarray/expr/evaltypes.h"
 #include "qvarray/export.h"
 
@@ -61,10 +62,26 @@ class QVARRAY_API VarEvaluator {
   const std::shared_ptr<NodeMaker>& getNodeMakerPtr() const { return maker_; }
   ShadowHandler& getShadowHandler() { return *shadows_; }
 
+  // ---- recursion guard and tree shadows
+  /// Prepares `check` for the evaluation of `name`: labelled "circvar" and
+  /// entered in this evaluator's recursion counter. VarNode::eval guards
+  /// every variable it evaluates through a definition (expand); an eval
+  /// override that evaluates further expressions for a name should guard
+  /// that evaluation the same way.
+  virtual void initRecLimCheck(RecLimCheck& check, const std::string& name);
+  /// The recursion counter: a SerialRecCount unless set. An evaluator whose
+  /// evaluations start OpenMP teams that evaluate through it (one evaluator
+  /// shared by a team) needs setRecCount(std::make_shared<ParaRecCount>()).
+  RecCount& getRecCount() { return *recCount_; }
+  void setRecCount(std::shared_ptr<RecCount> counter);
+  /// The shadow of the tree with identity number `treeId`.
+  EvalTreeShadow& getEvalTreeShadow(uint32_t treeId);
+
  private:
   std::shared_ptr<NodeMaker> maker_;
   std::shared_ptr<ShadowHandler> shadows_;
   VersionKey version_;
+  std::shared_ptr<RecCount> recCount_;
 };
 
 }  // namespace qvarray

@@ -5,6 +5,7 @@
 #include <sstream>
 
 #include "qvarray/expr/elemfuns.h"
+#include "qvarray/expr/evalflags.h"
 #include "qvarray/expr/evalnodes.h"
 #include "qvarray/expr/nodemaker.h"
 #include "qvarray/expr/varevaluator.h"
@@ -113,7 +114,10 @@ ShadowHandler& ShadowHandler::operator=(const ShadowHandler& other) {
   if (this == &other) return *this;
   std::unordered_map<uint64_t, std::shared_ptr<NodeShadow>> copy;
   for (const auto& [id, s] : other.nodes_) copy.emplace(id, s->clone());
+  std::unordered_map<uint32_t, std::shared_ptr<NodeShadow>> trees;
+  for (const auto& [id, s] : other.trees_) trees.emplace(id, s->clone());
   nodes_.swap(copy);
+  trees_.swap(trees);
   return *this;
 }
 
@@ -159,6 +163,15 @@ EvalNodePtr VarNode::definition(const VarEvalPtr& ev) {
   return s.getDefinition();
 }
 
+// The definition's value under the evaluator's recursion guard.
+ValRepPtr VarNode::evalDefinition(const EvalNodePtr& def, const VarEvalPtr& ev, ValRepCache& cache,
+                                  unsigned flags) {
+  RecLimCheck check;
+  ev->initRecLimCheck(check, name_);
+  if (check.isError()) check.throwError(check.chain());
+  return def->eval(ev, cache, flags);
+}
+
 // A name that is neither defined nor known to the evaluator raises with
 // ("message", "vareval"). A defined variable whose value is a soft failure
 // passes on a NaN value; under the annotation flag (4) a copy of it carries
@@ -169,8 +182,8 @@ ValRepPtr VarNode::eval(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags
   if (found && value) return value;
   ValRepPtr r;
   if (EvalNodePtr def = definition(ev)) {
-    r = def->eval(ev, cache, flags);
-    if (r->isNaN() && (flags & 4u)) {
+    r = evalDefinition(def, ev, cache, flags);
+    if (r->isNaN() && (flags & kEvalAnnotate)) {
       r = r->clone();
       auto& e = r->getErrors();
       if (!e) e = std::make_shared<qvbase::ErrInfo>(qvbase::errorName(qvbase::ErrModule::evalnodes));

@@ -11,6 +11,7 @@
 #include <unordered_map>
 
 #include "qvarray/expr/elemfuns.h"
+#include "qvarray/expr/evaltree.h"
 #include "qvarray/expr/operators.h"
 #include "qvarray/expr/smoothsteps.h"
 #include "qvarray/expr/sffuns.h"
@@ -58,10 +59,12 @@ struct NodeMaker::Tables {
   std::map<std::pair<std::string, uint64_t>, EvalNodePtr> varDiffs;
   std::unordered_map<std::pair<const void*, Ids>, EvalNodePtr, IdsHash> unOps, binOps, multiOps;
   std::map<std::pair<std::string, Ids>, EvalNodePtr> genOps;
+  std::unordered_map<uint64_t, std::shared_ptr<EvalTree>> trees;  // by root identity
+  std::map<std::pair<uint64_t, std::string>, std::shared_ptr<EvalTree>> namedTrees;
 
   size_t size() const {
     return realConst.size() + complexConst.size() + vars.size() + varDiffs.size() + unOps.size() +
-           binOps.size() + multiOps.size() + genOps.size();
+           binOps.size() + multiOps.size() + genOps.size() + trees.size() + namedTrees.size();
   }
 };
 
@@ -259,6 +262,31 @@ EvalNodePtr NodeMaker::makeConstNode(const ValRepPtr& v) {
 
 EvalNodePtr NodeMaker::makeConstNode(const std::string& text) {
   return makeConstNode(qvutil::parseDoublePrefix(text));
+}
+
+// ---------------------------------------------------------------- trees
+
+std::shared_ptr<EvalTree> NodeMaker::makeTree(const EvalNodePtr& root) {
+  QV_ASSERT(root != nullptr, nodemaker);
+  {
+    TableAccess t(*this);
+    if (auto it = t->trees.find(root->getID()); it != t->trees.end()) return it->second;
+  }
+  auto tree = std::make_shared<EvalTree>(root);  // prints the root: outside the lock
+  TableAccess t(*this);
+  return t->trees.try_emplace(root->getID(), tree).first->second;
+}
+
+std::shared_ptr<EvalTree> NodeMaker::makeNamedTree(const EvalNodePtr& root, const std::string& text) {
+  QV_ASSERT(root != nullptr, nodemaker);
+  std::pair<uint64_t, std::string> key{root->getID(), text};
+  {
+    TableAccess t(*this);
+    if (auto it = t->namedTrees.find(key); it != t->namedTrees.end()) return it->second;
+  }
+  auto tree = std::make_shared<EvalTree>(root, text);
+  TableAccess t(*this);
+  return t->namedTrees.try_emplace(std::move(key), tree).first->second;
 }
 
 // ---------------------------------------------------------------- variables

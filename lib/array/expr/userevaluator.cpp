@@ -13,6 +13,7 @@
 #include "qvarray/expr/userevaluator.h"
 
 #include <algorithm>
+#include <deque>
 #include <sstream>
 
 #include "qvarray/expr/exprtree.h"
@@ -209,70 +210,82 @@ void UserEvaluator::addSolution(const std::string& name, int maxOrder) { declare
 void UserEvaluator::addParameter(const std::string& name, int maxOrder) { declare(name, maxOrder, true); }
 
 // Depth-first over the definitions from `name`, with an explicit stack so
-// that a chain of 10000 definitions does not recurse. A name on the current
-// path met again is a circle; the depth of a checked name is kept.
+// that a chain of 10000 definitions does not recurse. Each step enters the
+// evaluator's recursion guard as evaluating the definition would; a name met
+// again on the current path is a circle, walked round until the guard
+// refuses, so that circles and deep chains give the guard's one error. The
+// depth of a checked name is kept and spares walking it again unless the
+// depth from here would reach the limit.
 void UserEvaluator::checkDefinitions(const std::string& name) {
-  if (nesting_.count(name) || !defs_.count(name)) return;
+  if (!defs_.count(name)) return;
+  RecCount& counter = getRecCount();
+  if (auto done = nesting_.find(name);
+      done != nesting_.end() && counter.getRecDepth() + done->second < RecLimCheck::kLimit)
+    return;
   struct Frame {
     std::string name;
     const std::vector<std::string>* refs;
     size_t next;
     int depth;
   };
-  std::vector<Frame> path{{name, &defs_.at(name)->refs, 0, 1}};
+  std::vector<Frame> path;
+  std::deque<RecLimCheck> guards;  // guards are neither copied nor moved
+  // Guards must be dropped innermost first, also when an error leaves.
+  auto unwind = [&] {
+    while (!guards.empty()) guards.pop_back();
+  };
+  auto enter = [&](const std::string& n) {
+    guards.emplace_back();
+    initRecLimCheck(guards.back(), n);
+    if (!guards.back().isError()) return;
+    try {
+      guards.back().throwError(guards.back().chain());
+    } catch (...) {
+      unwind();
+      throw;
+    }
+  };
+  enter(name);
+  path.push_back({name, &defs_.at(name)->refs, 0, 1});
   while (!path.empty()) {
     Frame& f = path.back();
     if (f.next == f.refs->size()) {
       nesting_[f.name] = f.depth;
       const int d = f.depth;
       path.pop_back();
+      guards.pop_back();
       if (!path.empty()) path.back().depth = std::max(path.back().depth, d + 1);
       continue;
     }
-    const std::string& r = (*f.refs)[f.next++];
+    const std::string r = (*f.refs)[f.next++];
     auto def = defs_.find(r);
     if (def == defs_.end()) continue;
-    if (auto done = nesting_.find(r); done != nesting_.end()) {
+    if (auto done = nesting_.find(r);
+        done != nesting_.end() && counter.getRecDepth() + done->second < RecLimCheck::kLimit) {
       f.depth = std::max(f.depth, done->second + 1);
-    } else if (auto on = std::find_if(path.begin(), path.end(), [&](const Frame& g) { return g.name == r; });
-               on != path.end()) {
-      std::string chain;
-      for (auto it = on; it != path.end(); ++it) chain += it->name + " -> ";
-      QV_RAISE(varevaluator, Circular_variable_definition,
-               qvbase::DetailPairs{{"message", "circvar"}, {"Names", chain + r}});
-    } else {
-      path.push_back({r, &def->second->refs, 0, 1});
+      continue;
     }
-    if (static_cast<int>(path.size()) >= kMaxNesting || path.back().depth >= kMaxNesting)
-      QV_RAISE(varevaluator, Variable_nesting_too_deep,
-               qvbase::DetailPairs{{"Name", name}, {"Limit", std::to_string(kMaxNesting)}});
+    auto on = std::find_if(path.begin(), path.end(), [&](const Frame& g) { return g.name == r; });
+    if (on != path.end()) {
+      // Round the circle until the guard refuses (at the latest at its limit).
+      const size_t first = static_cast<size_t>(on - path.begin());
+      for (size_t k = first;; k = k + 1 < path.size() ? k + 1 : first) enter(path[k].name);
+    }
+    enter(r);
+    path.push_back({r, &def->second->refs, 0, 1});
   }
-  QV_CHECK(nesting_.at(name) < kMaxNesting, varevaluator, Variable_nesting_too_deep,
-           qvbase::DetailPairs{{"Name", name}, {"Limit", std::to_string(kMaxNesting)}});
 }
 
 // ---------------------------------------------------------------- formulas
 
-EvalNodePtr UserEvaluator::parse(const std::string& text) {
-  ExprImpl syntax(text);
-  return getNodeMaker().fromSyntax(*syntax.root(), self());
-}
-
-ValRepPtr UserEvaluator::evaluate(const EvalNodePtr& root, const std::string& text) {
+ValRepPtr UserEvaluator::evaluate(const EvalTreePtr& tree) {
   ValRepCache cache(alloc_);
-  ValRepPtr v = root->eval(self(), cache, evalFlags());
-  if (v->isNaN()) {
-    // The value may be shared (a cached or constant value): annotate a copy.
-    v = v->clone();
-    auto& e = v->getErrors();
-    if (!e) e = std::make_shared<qvbase::ErrInfo>(qvbase::errorName(qvbase::ErrModule::varevaluator));
-    e->add("message", "expreval");
-    e->add("exprs", text);
-  }
-  return v;
+  return tree->eval(self(), cache, evalFlags());
 }
 
-ValRepPtr UserEvaluator::evaluate(const std::string& text) { return evaluate(parse(text), text); }
+ValRepPtr UserEvaluator::evaluate(const std::string& text) {
+  return evaluate(std::make_shared<EvalTree>(text));
+}
 
 Array<double, 1> UserEvaluator::toArray(const ValRep& v) const {
   Array<double, 1> out(nPoints_);
@@ -304,16 +317,16 @@ Array<UserEvaluator::Complex, 1> UserEvaluator::complexValues(const std::string&
   return toComplexArray(*evaluate(text));
 }
 
-EvalNodePtr UserEvaluator::derivative(const std::string& text, const std::string& variable) {
-  return parse(text)->diff(variable, self());
+EvalTreePtr UserEvaluator::derivative(const std::string& text, const std::string& variable) {
+  return std::make_shared<EvalTree>(text)->diff(variable, self());
 }
 
 DepInfo UserEvaluator::dependencies(const std::string& text, bool jacobian) {
   std::vector<std::string> names = solNames_;
   names.insert(names.end(), parNames_.begin(), parNames_.end());
-  ValRepCache cache;
-  EvalNodePtr root = parse(text);
-  DepInfo raw = jacobian ? root->jacDepends(names, self(), cache) : root->depends(names, self(), cache);
+  ValRepCache cache(alloc_);
+  EvalTree tree(text);
+  DepInfo raw = jacobian ? tree.jacDepends(names, self(), cache) : tree.depends(names, self(), cache);
   if (raw.isFailed()) return raw;
   // Parameters answered at their position in `names`: move them to their own index.
   DepInfo d;
@@ -335,7 +348,8 @@ bool UserEvaluator::eval(const VarEvalPtr& self, const std::string& name, const 
   if (!args.empty()) {
     const FunBody* f = funBody(self, name);
     if (!f || f->params.size() != args.size()) return false;
-    // Arguments in the caller's cache, the body in a cache of its own.
+    // Arguments in the caller's cache (outside the call's guard: f(f(x))
+    // is no recursion), the body in a cache of its own.
     ValRepCache inner(cache.getAllocator());
     for (size_t k = 0; k < args.size(); ++k) {
       ValRepPtr a = args[k]->eval(self, cache, flags);
@@ -345,13 +359,16 @@ bool UserEvaluator::eval(const VarEvalPtr& self, const std::string& name, const 
       }
       inner.setVar(f->params[k], flags, a);
     }
+    RecLimCheck check;
+    initRecLimCheck(check, name);
+    if (check.isError()) check.throwError(check.chain());
     result = f->body->eval(self, inner, flags);
     return true;
   }
   auto it = bound_.find(name);
   if (it == bound_.end()) return false;
   const ValRepPtr& v = it->second;
-  if (!(flags & kComplexFlag)) {
+  if (!(flags & kEvalComplex)) {
     QV_CHECK(!v->isStoredAsComplex() || !v->checkComplex(), varevaluator,
              Complex_number_in_real_expression,
              qvbase::DetailPairs{{"Name", name}, {"message", "varcmplx"}});

@@ -2,6 +2,7 @@
 // functions of its node factory.
 #include "qvarray/expr/varevaluator.h"
 
+#include "qvarray/expr/evaltree.h"
 #include "qvarray/expr/nodemaker.h"
 
 namespace qvarray {
@@ -9,13 +10,14 @@ namespace qvarray {
 VarEvaluator::VarEvaluator() : VarEvaluator(std::make_shared<NodeMaker>()) {}
 
 VarEvaluator::VarEvaluator(std::shared_ptr<NodeMaker> maker)
-    : maker_(std::move(maker)), shadows_(std::make_shared<ShadowHandler>()) {
+    : maker_(std::move(maker)), shadows_(std::make_shared<ShadowHandler>()),
+      recCount_(std::make_shared<SerialRecCount>()) {
   QV_ASSERT(maker_ != nullptr, varevaluator);
 }
 
 VarEvaluator::VarEvaluator(const VarEvaluator& other)
     : maker_(other.maker_), shadows_(std::make_shared<ShadowHandler>(*other.shadows_)),
-      version_(other.version_) {}
+      version_(other.version_), recCount_(other.recCount_->clone()) {}
 
 VarEvaluator::~VarEvaluator() = default;
 
@@ -50,6 +52,22 @@ DepInfo VarEvaluator::jacDepends(const VarEvalPtr&, const std::string&, const st
 
 GenFunPtr VarEvaluator::getGenFun(const std::string& name, int nArgs) {
   return maker_->builtinFun(name, nArgs);
+}
+
+// ---------------------------------------------------------------- recursion guard, tree shadows
+
+void VarEvaluator::initRecLimCheck(RecLimCheck& check, const std::string& name) {
+  check.setLabel("circvar");
+  check.init(*recCount_, name);
+}
+
+void VarEvaluator::setRecCount(std::shared_ptr<RecCount> counter) {
+  QV_ASSERT(counter != nullptr, varevaluator);
+  recCount_ = std::move(counter);
+}
+
+EvalTreeShadow& VarEvaluator::getEvalTreeShadow(uint32_t treeId) {
+  return shadows_->getEvalTreeShadow(treeId);
 }
 
 }  // namespace qvarray
