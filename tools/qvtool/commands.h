@@ -28,5 +28,6 @@ extern const Command nullCommand;
 extern const Command spmvCommand;
 extern const Command interpCommand;
 extern const Command parseCommand;
+extern const Command evalCommand;
 
 }  // namespace qvtool
