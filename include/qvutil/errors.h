@@ -135,6 +135,14 @@
   X(Can_only_test_dependency_wrt_variables)         \
   /* evaluation trees */                            \
   X(Recursion_limit_exceeded)                       \
+  /* variable evaluators */                         \
+  X(Unknown_function_or_operator)                   \
+  X(Wrong_number_of_function_arguments)             \
+  X(Wrong_number_of_operator_arguments)             \
+  X(Tangential_differentiation_not_allowed_in_this_context) \
+  X(Internal_evaluator_error)                       \
+  X(Unknown_function_name)                          \
+  X(Name_value_pair_mismatch) \
   /* the ready variable evaluator */                \
   X(Invalid_variable_binding)
 

@@ -197,7 +197,7 @@ int run(int argc, char** argv) {
     for (const Binding& b : bindings)
       if (b.list) head += (head.empty() ? "" : ", ") + b.name + " = " + roundTrip(b.values[p]);
     if (!head.empty()) std::cout << head << ":  ";
-    if (v->isComplex() && v->checkComplex())
+    if (v->isStoredAsComplex() && v->checkComplex())
       std::cout << roundTrip(ev->toComplexArray(*v).data[p]) << "\n";
     else
       std::cout << roundTrip(ev->toArray(*v).data[p]) << "\n";

@@ -111,6 +111,26 @@ class QVARRAY_API DepInfo {
     return d;
   }
 
+  // Jacobian records. A Jacobian dependency record reads its lists by
+  // component instead of by order: entry i of the solution (parameter) list
+  // holds the solution (parameter) components on which the derivative with
+  // respect to solution component i depends.
+
+  /// Keeps only the masks of order k, moved to order 0 (none for an order
+  /// beyond the lists or a negative one); the flags stay.
+  void selectJacTOrder(int k);
+  /// For every solution bit i of a's order-0 mask, ORs b's order-0 solution
+  /// and parameter masks into entry i of this record's solution and
+  /// parameter lists (growing them to i); ORs the flags of a and b into this
+  /// record's. a's parameter bits select nothing.
+  void setJacDep(const DepInfo& a, const DepInfo& b);
+  /// Depends on every solution component and every parameter, at order 0.
+  static DepInfo makeDependent();
+  /// Depends on solution component `sol` and parameter `par` (either
+  /// skipped when negative) at the orders order .. order + extra (extra < 0:
+  /// order alone).
+  static DepInfo makeDependent(int sol, int par, int order, int extra);
+
  private:
   static bool bit(const std::vector<uint32_t>& m, int i, int k) {
     return i >= 0 && i < 32 && k >= 0 && size_t(k) < m.size() && ((m[k] >> i) & 1u);

@@ -80,18 +80,24 @@ class QVARRAY_API NodeMaker {
   /// root, text and thread).
   std::shared_ptr<EvalTree> makeNamedTree(const EvalNodePtr& root, const std::string& text);
 
-  /// The nodes of a syntax tree: operators and built-in functions through
-  /// makeOpNode, other calls through ev's getGenFun or as general operators,
-  /// d(expr, x) expanded. Raises "Evaluation_internal_error" for lists,
-  /// vectors, strings and unit conversions.
+  /// The nodes of a syntax tree: operators through makeOpNode; calls
+  /// resolved by ev's getGenFun (which raises for an unknown name or a wrong
+  /// count), built by the function object's makeEvalNode, else as operator
+  /// nodes of a FunObj, else as general operators; without an evaluator,
+  /// calls of unknown names, and calls without arguments, are general
+  /// operators. d(expr, x) expanded. Raises "Evaluation_internal_error" for
+  /// lists, vectors, strings and unit conversions.
   EvalNodePtr fromSyntax(const ExprImpl::Node& node, const VarEvalPtr& ev);
 
   /// The partial derivative of a call of `f` on `args` by argument i: the
   /// function object's own rule, else the factory's table; null when
   /// neither has one.
   EvalNodePtr partialDerivative(const FunObj& f, const NodeList& args, int i);
-  /// The built-in function object of `name` with nArgs arguments (one shared
-  /// instance each); null when there is none.
+  /// The built-in function object of `name` (one shared instance each, from
+  /// VarEvaluator::getStdFuns with the complex-valued functions, plus
+  /// "plussq"); null when there is none.
+  FunPtr builtinFun(const std::string& name) const;
+  /// The same, null also when it does not take nArgs arguments.
   FunPtr builtinFun(const std::string& name, int nArgs) const;
 
   /// Empties every uniquing table (operators and constant nodes stay).

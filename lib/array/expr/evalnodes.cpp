@@ -347,12 +347,7 @@ void OpNode::ostreamOperator(std::ostream& os) {
   }
 }
 
-std::string GenOpNode::cacheName() {
-  std::string s = name_ + "(";
-  for (size_t i = 0; i < args_.size(); ++i)
-    s += (i ? "," : "") + std::to_string(args_[i]->getDeepID());
-  return s + ")";
-}
+std::string GenOpNode::cacheName() { return VarEvaluator::makeOpCacheName(name_, args_); }
 
 ValRepPtr GenOpNode::eval(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags) {
   std::string key = cacheName();

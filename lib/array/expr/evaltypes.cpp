@@ -111,6 +111,48 @@ DepInfo& DepInfo::operator|=(const DepInfo& o) {
   return *this;
 }
 
+void DepInfo::selectJacTOrder(int k) {
+  auto select = [k](std::vector<uint32_t>& m) {
+    uint32_t keep = k >= 0 && size_t(k) < m.size() ? m[k] : 0u;
+    m.assign(1, keep);
+  };
+  select(sol_);
+  select(par_);
+}
+
+void DepInfo::setJacDep(const DepInfo& a, const DepInfo& b) {
+  const uint32_t rows = a.sol_.empty() ? 0u : a.sol_[0];
+  const uint32_t sol = b.sol_.empty() ? 0u : b.sol_[0], par = b.par_.empty() ? 0u : b.par_[0];
+  for (int i = 0; i < 32; ++i) {
+    if (!((rows >> i) & 1u)) continue;
+    if (sol_.size() <= size_t(i)) sol_.resize(size_t(i) + 1, 0u);
+    if (par_.size() <= size_t(i)) par_.resize(size_t(i) + 1, 0u);
+    sol_[i] |= sol;
+    par_[i] |= par;
+  }
+  for (const DepInfo* d : {&a, &b}) {
+    failed_ |= d->failed_;
+    incomplete_ |= d->incomplete_;
+    incompleteJac_ |= d->incompleteJac_;
+  }
+}
+
+DepInfo DepInfo::makeDependent() {
+  DepInfo d;
+  d.sol_.assign(1, ~0u);
+  d.par_.assign(1, ~0u);
+  return d;
+}
+
+DepInfo DepInfo::makeDependent(int sol, int par, int order, int extra) {
+  DepInfo d;
+  for (int k = order; k <= order + (extra > 0 ? extra : 0); ++k) {
+    if (sol >= 0) d.setSolDep(sol, k);
+    if (par >= 0) d.setParDep(par, k);
+  }
+  return d;
+}
+
 void EvalMethod::clear() {
   type_ = None;
   fun_.reset();

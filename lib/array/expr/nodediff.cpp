@@ -19,6 +19,11 @@
 // real arguments that is exact, with complex ones the real part of the
 // result is the derivative.
 //
+// random and randomnormal are pseudo-random: their values are a hash of
+// the arguments, not a smooth function of them, and a random number is taken
+// as independent of its seed: every partial derivative is zero (so the
+// derivative of random(x) is 0, not an unexpanded derivative).
+//
 // Special functions: erf' = 2/sqrt(pi) exp(-x^2); gamma' = gamma(x) psi(0, x);
 // psi(n, x) by x is psi(n + 1, x) and by its integer order zero. The Bessel
 // functions by their argument: J'_nu = (J_{nu-1} - J_{nu+1})/2, the same for
@@ -32,6 +37,7 @@
 
 #include "qvarray/expr/nodemaker.h"
 #include "qvarray/expr/operators.h"
+#include "qvarray/expr/randomfuns.h"
 #include "qvarray/expr/smoothsteps.h"
 #include "qvarray/expr/sffuns.h"
 
@@ -44,6 +50,8 @@ EvalNodePtr NodeMaker::partialDerivative(const FunObj& f, const NodeList& args, 
 
 EvalNodePtr NodeMaker::partialTable(const FunObj& f, const NodeList& args, int i) {
   const std::string& name = f.getName();
+  if (dynamic_cast<const RandomFun*>(&f)) return zero_;  // randomnormal too
+  if (args.empty()) return nullptr;
   const EvalNodePtr& a = args[0];
   auto C = [this](double v) { return makeConstNode(v); };
   auto op1 = [this](FunId id, const EvalNodePtr& x) { return makeOpNode(id, x); };

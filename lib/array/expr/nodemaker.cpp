@@ -13,8 +13,6 @@
 #include "qvarray/expr/elemfuns.h"
 #include "qvarray/expr/evaltree.h"
 #include "qvarray/expr/operators.h"
-#include "qvarray/expr/smoothsteps.h"
-#include "qvarray/expr/sffuns.h"
 #include "qvarray/expr/varevaluator.h"
 #include "qvutil/numeric.h"
 #include "qvutil/parallel.h"
@@ -47,6 +45,11 @@ struct IdsHash {
 };
 
 bool isConstant(const EvalNodePtr& n) { return dynamic_cast<const ConstNode*>(n.get()) != nullptr; }
+
+// The factory's one-argument operators that are also built-in functions.
+constexpr NodeMaker::FunId kNamedOwn[] = {NodeMaker::Abs,  NodeMaker::Cos, NodeMaker::Exp,
+                                          NodeMaker::Floor, NodeMaker::Log, NodeMaker::Sign,
+                                          NodeMaker::Sin,  NodeMaker::Sqrt};
 
 }  // namespace
 
@@ -125,55 +128,20 @@ NodeMaker::NodeMaker() {
   f[And] = std::make_shared<AndFun>();
   f[Or] = std::make_shared<OrFun>();
 
-  // Built-in functions by name: the factory's own where it has one.
+  // Built-in functions by name: the evaluators' table (VarEvaluator::
+  // getStdFuns, the complex-valued ones included), where the factory's own
+  // operator object stands for the functions it has one of, so that a call
+  // by name and a call by FunId share nodes; then "plussq", the one operator
+  // of the factory that is also called by name.
   auto named = std::make_shared<std::vector<std::pair<std::string, FunPtr>>>();
-  for (FunId id : {Abs, Cos, Exp, Floor, Log, Sign, Sin, Sqrt, PlusSq})
-    named->emplace_back(f[id]->getName(), f[id]);
-  auto add = [&](FunPtr p) { named->emplace_back(p->getName(), std::move(p)); };
-  add(std::make_shared<ArgFun>());
-  add(std::make_shared<RealFun>());
-  add(std::make_shared<ImagFun>());
-  add(std::make_shared<ConjFun>());
-  add(std::make_shared<Log10Fun>());
-  add(std::make_shared<Log2Fun>());
-  add(std::make_shared<RoundFun>());
-  add(std::make_shared<CeilFun>());
-  add(std::make_shared<FixFun>());
-  add(std::make_shared<AcosFun>());
-  add(std::make_shared<AcotFun>());
-  add(std::make_shared<AcscFun>());
-  add(std::make_shared<AsecFun>());
-  add(std::make_shared<AsinFun>());
-  add(std::make_shared<AtanFun>());
-  add(std::make_shared<CotFun>());
-  add(std::make_shared<CscFun>());
-  add(std::make_shared<SecFun>());
-  add(std::make_shared<TanFun>());
-  add(std::make_shared<AcoshFun>());
-  add(std::make_shared<AcothFun>());
-  add(std::make_shared<AcschFun>());
-  add(std::make_shared<AsechFun>());
-  add(std::make_shared<AsinhFun>());
-  add(std::make_shared<AtanhFun>());
-  add(std::make_shared<CoshFun>());
-  add(std::make_shared<CothFun>());
-  add(std::make_shared<CschFun>());
-  add(std::make_shared<SechFun>());
-  add(std::make_shared<SinhFun>());
-  add(std::make_shared<TanhFun>());
-  add(std::make_shared<Atan2Fun>());
-  add(std::make_shared<MinFun>());
-  add(std::make_shared<MaxFun>());
-  add(std::make_shared<ModFun>());
-  add(std::make_shared<RealDotFun>());
-  add(std::make_shared<ErfFun>());
-  for (const char* kind : {"bessel", "besselj", "bessely", "besseli", "besselk"})
-    add(std::make_shared<BesselFun>(kind));
-  add(std::make_shared<GammaFun>());
-  add(std::make_shared<PsiFun>());
-  for (const char* step : {"qvsmhs", "qvdsmhs", "qvsmsign", "qvdsmsign", "qvc1hs", "qvdc1hs",
-                           "qvc2hs", "qvdc2hs"})
-    add(makeSmoothStep(step));
+  std::vector<FunPtr> table;
+  VarEvaluator::getStdFuns(table, true);
+  for (FunPtr& p : table) {
+    for (FunId id : kNamedOwn)
+      if (f[id]->getName() == p->getName()) p = f[id];
+    named->emplace_back(p->getName(), p);
+  }
+  named->emplace_back(f[PlusSq]->getName(), f[PlusSq]);
   funs_ = std::move(funs);
   named_ = std::move(named);
 
@@ -216,10 +184,15 @@ const FunPtr& NodeMaker::idToFun(FunId id, int n) const {
   return (*funs_)[id];
 }
 
-FunPtr NodeMaker::builtinFun(const std::string& name, int nArgs) const {
+FunPtr NodeMaker::builtinFun(const std::string& name) const {
   for (const auto& [n, f] : *named_)
-    if (n == name && f->acceptsNArgs(nArgs)) return f;
+    if (n == name) return f;
   return nullptr;
+}
+
+FunPtr NodeMaker::builtinFun(const std::string& name, int nArgs) const {
+  FunPtr f = builtinFun(name);
+  return f && f->acceptsNArgs(nArgs) ? f : nullptr;
 }
 
 // ---------------------------------------------------------------- constants
@@ -538,14 +511,18 @@ EvalNodePtr NodeMaker::fromSyntax(const ExprImpl::Node& node, const VarEvalPtr& 
   } else if (const auto* c = dynamic_cast<const E::FuncCall*>(&node)) {
     NodeList args;
     for (const auto& a : c->args()) args.push_back(fromSyntax(*a, ev));
-    static const std::map<std::string, FunId> kFactory = {
-        {"abs", Abs},   {"cos", Cos},   {"exp", Exp}, {"floor", Floor}, {"log", Log},
-        {"sign", Sign}, {"sin", Sin},   {"sqrt", Sqrt}};
-    if (auto it = kFactory.find(c->name()); it != kFactory.end() && args.size() == 1)
-      return makeOpNode(it->second, args[0]);
+    // The evaluator resolves and checks the call; without one, an unknown
+    // call stays a general operator. A call without arguments is left to
+    // the evaluator at evaluation time as well.
     GenFunPtr g = ev ? ev->getGenFun(c->name(), int(args.size())) : builtinFun(c->name(), int(args.size()));
-    if (auto f = std::dynamic_pointer_cast<const FunObj>(g)) return makeOpNode(f, args);
-    return makeGenOpNode(c->name(), args);
+    if (!g || args.empty()) return makeGenOpNode(c->name(), args);
+    if (EvalNodePtr r = g->makeEvalNode(g, *this, args)) return r;
+    auto f = std::dynamic_pointer_cast<const FunObj>(g);
+    if (!f) return makeGenOpNode(c->name(), args);
+    // The factory's own operators fold and simplify by their FunId.
+    for (FunId id : kNamedOwn)
+      if (f == (*funs_)[id] && args.size() == 1) return makeOpNode(id, args[0]);
+    return makeOpNode(f, args);
   } else if (const auto* d = dynamic_cast<const E::Derivative*>(&node)) {
     EvalNodePtr e = fromSyntax(*d->expr(), ev);
     return ev ? e->diff(d->variable(), ev) : makeDiffNode(e, makeVarNode(d->variable()), 0);

@@ -380,7 +380,10 @@ bool UserEvaluator::eval(const VarEvalPtr& self, const std::string& name, const 
     return true;
   }
   ValRepPtr& c = boundComplex_[name];
-  if (!c) c = v->cloneCast(alloc_, v->isScalar(), true, v->isScalar() ? 1 : nPoints_);
+  if (!c) {
+    c = v->cloneCast(alloc_, v->isScalar(), true, v->isScalar() ? 1 : nPoints_);
+    c->setComplex(true);
+  }
   result = c;
   return true;
 }
