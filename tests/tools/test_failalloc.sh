@@ -100,6 +100,7 @@ launch poisson-3d poisson --dim 3 --n 3 --symmetric --sor-maxit 5
 launch blas blas
 launch interp interp "$tmp/table.txt" --method cubicspline --at 1.5 --at 2.5
 launch interp-scattered interp "$tmp/scattered.txt" --at 0.3,0.3 --at 2,2 --extrapolation linear
+launch eval eval "x*y+sin(x)" x=0:0.5:1 y=3 --diff x --def a=x+1
 # Failures on the way: a reader error, a non-finite entry, a usage error.
 launch sparse-bad sparse "$tmp/bad.mtx"
 launch gmres-inf gmres "$tmp/inf.mtx"
