@@ -49,8 +49,15 @@
 //     formula (EvalTree::eval), and, when the failure arose in a defined
 //     variable, ("message", "vareval"), ("Name", name), ("defexpr",
 //     definition) (VarNode::eval);
-//   - a call of an unknown function, or of a user function with the wrong
-//     number of arguments, is a NaN value.
+//   - a call of an unknown function raises "Unknown_function_or_operator"
+//     when the formula is read (VarEvaluator::getGenFun); a call of a user
+//     function with the wrong number of arguments is a NaN value.
+//
+// User functions are general operators that this evaluator answers: their
+// derivatives follow the chain rule through the partial derivatives "f..pk"
+// (by the k-th argument) and "f..vNAME" (by a variable NAME the body uses
+// itself), which a printed derivative names and which read back. Their
+// dependency records are those of their arguments.
 //
 // Threads: an evaluator serves one thread at a time. For parallel evaluation
 // give every thread its own copy (copy(): the node factory is shared, the
