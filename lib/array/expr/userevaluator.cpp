@@ -14,6 +14,7 @@
 
 #include <algorithm>
 #include <deque>
+#include <unordered_map>
 #include <sstream>
 
 #include "qvarray/expr/exprtree.h"
@@ -229,6 +230,7 @@ void UserEvaluator::checkDefinitions(const std::string& name) {
     int depth;
   };
   std::vector<Frame> path;
+  std::unordered_map<std::string, size_t> onPath;  // name -> its frame
   std::deque<RecLimCheck> guards;  // guards are neither copied nor moved
   // Guards must be dropped innermost first, also when an error leaves.
   auto unwind = [&] {
@@ -246,12 +248,14 @@ void UserEvaluator::checkDefinitions(const std::string& name) {
     }
   };
   enter(name);
+  onPath.emplace(name, 0);
   path.push_back({name, &defs_.at(name)->refs, 0, 1});
   while (!path.empty()) {
     Frame& f = path.back();
     if (f.next == f.refs->size()) {
       nesting_[f.name] = f.depth;
       const int d = f.depth;
+      onPath.erase(f.name);
       path.pop_back();
       guards.pop_back();
       if (!path.empty()) path.back().depth = std::max(path.back().depth, d + 1);
@@ -265,13 +269,13 @@ void UserEvaluator::checkDefinitions(const std::string& name) {
       f.depth = std::max(f.depth, done->second + 1);
       continue;
     }
-    auto on = std::find_if(path.begin(), path.end(), [&](const Frame& g) { return g.name == r; });
-    if (on != path.end()) {
+    if (auto on = onPath.find(r); on != onPath.end()) {
       // Round the circle until the guard refuses (at the latest at its limit).
-      const size_t first = static_cast<size_t>(on - path.begin());
+      const size_t first = on->second;
       for (size_t k = first;; k = k + 1 < path.size() ? k + 1 : first) enter(path[k].name);
     }
     enter(r);
+    onPath.emplace(r, path.size());
     path.push_back({r, &def->second->refs, 0, 1});
   }
 }
