@@ -313,6 +313,8 @@ class QVARRAY_API OpNode : public EvalNode {
  private:
   OpNode(FunPtr fun, NodeList args, uint64_t id)
       : EvalNode(id), fun_(std::move(fun)), args_(std::move(args)) {}
+  /// Three or more arguments (out of line: eval's frame stays small).
+  [[gnu::noinline]] ValRepPtr evalList(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags);
   friend class NodeMaker;
   FunPtr fun_;
   NodeList args_;
@@ -383,6 +385,8 @@ class QVARRAY_API ProxyNode : public EvalNode {
 
  private:
   ProxyNode(EvalNodePtr node, uint64_t id) : EvalNode(id), node_(std::move(node)) {}
+  /// The cached path of a shared proxy (out of line: eval's frame stays small).
+  [[gnu::noinline]] ValRepPtr evalShared(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags);
   friend class NodeMaker;
   EvalNodePtr node_;
   std::atomic<bool> direct_{true};

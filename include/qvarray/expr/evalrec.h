@@ -14,6 +14,12 @@
 // "evaltree") with those pairs and, when the caller gives it, ("Chain",
 // "a -> b -> a").
 //
+// Stack. Nested definitions recurse on the thread's stack, about 480 bytes
+// per level in a release build (VarNode::eval and the nodes of a typical
+// definition), so 10000 levels take under 5 MiB: within the 8 MiB that the
+// main thread and OpenMP workers get by default, but not within a smaller
+// OMP_STACKSIZE or a JVM thread's 1 MiB, where deep nesting overflows first.
+//
 // Counters. SerialRecCount keeps one state. ParaRecCount keeps one state per
 // OpenMP thread number (cache-line apart), so threads evaluating in parallel
 // do not see each other's depth; as with ParaArrayAllocator every thread
@@ -113,8 +119,9 @@ class QVARRAY_API RecLimCheck {
   /// The name and data equal the enclosing quantity's (and are not exempt).
   bool isSame() const { return same_; }
   int getDepth() const { return depth_; }
-  bool isError() const { return !errors_.empty(); }
-  const qvbase::ErrInfo& getErrors() const { return errors_; }
+  bool isError() const { return errors_ != nullptr; }
+  /// The error record (empty without an error).
+  const qvbase::ErrInfo& getErrors() const;
   /// The names being evaluated from the innermost earlier occurrence of this
   /// guard's name to this one ("a", "b", "a"); without a repetition the last
   /// few names.
@@ -131,7 +138,7 @@ class QVARRAY_API RecLimCheck {
   int prevCheckDepth_ = 0;
   int depth_ = 0;
   bool same_ = false;
-  qvbase::ErrInfo errors_;
+  std::unique_ptr<qvbase::ErrInfo> errors_;  // a pointer: the guard sits in every level's frame
 };
 
 }  // namespace qvarray

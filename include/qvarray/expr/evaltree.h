@@ -20,7 +20,8 @@
 // number and renewed when the evaluator's version key changes.
 //
 // Errors (module "evaltree"): "Syntax_error_in_expression" with
-// ("Expression", text) for a text that does not parse;
+// ("Expression", text) and the host's further details for a text that does
+// not parse (an empty text too); errors of name resolution keep their keys;
 // "Evaluation_internal_error" for an unexpected failure of the parse or an
 // operation on a tree that has no root.
 #include <atomic>

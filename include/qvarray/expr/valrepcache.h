@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "qvarray/export.h"
+#include "qvarray/expr/evalflags.h"
 #include "qvarray/expr/valrep.h"
 
 namespace qvarray {
@@ -26,7 +27,7 @@ namespace qvarray {
 class QVARRAY_API ValRepCache {
  public:
   /// Flag bits that distinguish entries of one name.
-  static constexpr unsigned kKeyFlags = 0x200 | 0x400 | 0x2000;
+  static constexpr unsigned kKeyFlags = kEvalCacheKeyBits;
   using NameSet = std::unordered_set<std::string>;
 
   explicit ValRepCache(ValRep::AllocPtr alloc = nullptr);

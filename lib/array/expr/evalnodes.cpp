@@ -163,12 +163,43 @@ EvalNodePtr VarNode::definition(const VarEvalPtr& ev) {
   return s.getDefinition();
 }
 
+// Nested definitions recurse through VarNode::eval, evalDefinition and the
+// definition's nodes (typically ProxyNode::eval and OpNode::eval), so those
+// frames bound how deep a thread's stack lets definitions nest: the rare
+// paths with bulky temporaries (errors, shared values, many arguments) are
+// kept out of line. About 480 bytes per level in a release build: 10000
+// levels fit a worker's stack (8 MiB unless OMP_STACKSIZE says less).
+namespace {
+
+[[noreturn, gnu::noinline, gnu::cold]] void raiseUnknownVariable(const std::string& name) {
+  QV_RAISE(evalnodes, Unknown_variable_name, qvbase::DetailPairs{{"Name", name}, {"message", "vareval"}});
+}
+
+// A copy of a defined variable's NaN value (the value may be shared) whose
+// record names the variable and its definition.
+[[gnu::noinline, gnu::cold]] ValRepPtr annotateVarFailure(const ValRep& v, const std::string& name,
+                                                          const EvalNodePtr& def) {
+  ValRepPtr r = v.clone();
+  auto& e = r->getErrors();
+  if (!e) e = std::make_shared<qvbase::ErrInfo>(qvbase::errorName(qvbase::ErrModule::evalnodes));
+  e->add("message", "vareval");
+  e->add("Name", name);
+  e->add("defexpr", def->toString());
+  return r;
+}
+
+[[noreturn, gnu::noinline, gnu::cold]] void raiseRecursion(const RecLimCheck& check) {
+  check.throwError(check.chain());
+}
+
+}  // namespace
+
 // The definition's value under the evaluator's recursion guard.
 ValRepPtr VarNode::evalDefinition(const EvalNodePtr& def, const VarEvalPtr& ev, ValRepCache& cache,
                                   unsigned flags) {
   RecLimCheck check;
   ev->initRecLimCheck(check, name_);
-  if (check.isError()) check.throwError(check.chain());
+  if (check.isError()) raiseRecursion(check);
   return def->eval(ev, cache, flags);
 }
 
@@ -183,17 +214,9 @@ ValRepPtr VarNode::eval(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags
   ValRepPtr r;
   if (EvalNodePtr def = definition(ev)) {
     r = evalDefinition(def, ev, cache, flags);
-    if (r->isNaN() && (flags & kEvalAnnotate)) {
-      r = r->clone();
-      auto& e = r->getErrors();
-      if (!e) e = std::make_shared<qvbase::ErrInfo>(qvbase::errorName(qvbase::ErrModule::evalnodes));
-      e->add("message", "vareval");
-      e->add("Name", name_);
-      e->add("defexpr", def->toString());
-    }
+    if (r->isNaN() && (flags & kEvalAnnotate)) r = annotateVarFailure(*r, name_, def);
   } else if (!ev->eval(ev, name_, {}, flags, r, cache) || !r) {
-    QV_RAISE(evalnodes, Unknown_variable_name,
-             qvbase::DetailPairs{{"Name", name_}, {"message", "vareval"}});
+    raiseUnknownVariable(name_);
   }
   cache.setVar(name_, flags, r);
   return r;
@@ -260,6 +283,10 @@ ValRepPtr OpNode::eval(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags)
     ValRepPtr b = args_[1]->eval(ev, cache, flags);
     return ValRep::applyOp(*fun_, a, b, true);
   }
+  return evalList(ev, cache, flags);
+}
+
+ValRepPtr OpNode::evalList(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags) {
   std::vector<ValRepPtr> values;
   values.reserve(args_.size());
   for (const auto& a : args_) values.push_back(a->eval(ev, cache, flags));
@@ -351,14 +378,14 @@ std::string GenOpNode::cacheName() { return VarEvaluator::makeOpCacheName(name_,
 
 ValRepPtr GenOpNode::eval(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags) {
   std::string key = cacheName();
-  if (flags & 1u) cache.setBVar(key);
-  if (flags & 4u) {
+  if (flags & kEvalNames) cache.setBVar(key);
+  if (flags & kEvalAnnotate) {
     auto [found, value] = cache.getVar(key, flags);
     if (found && value) return value;
   }
   ValRepPtr r;
   if (!ev->eval(ev, name_, args_, flags, r, cache) || !r) r = ValRep::makeNaN();
-  if (flags & 4u) cache.setVar(key, flags, r);
+  if (flags & kEvalAnnotate) cache.setVar(key, flags, r);
   return r;
 }
 
@@ -406,6 +433,10 @@ EvalNodePtr ProxyNode::diff(const std::string& variable, const VarEvalPtr& ev) {
 
 ValRepPtr ProxyNode::eval(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags) {
   if (!isShared()) return node_->eval(ev, cache, flags);
+  return evalShared(ev, cache, flags);
+}
+
+ValRepPtr ProxyNode::evalShared(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags) {
   const std::string key = "@PN$" + std::to_string(getID());
   auto [found, value] = cache.getVar(key, flags);
   if (found && value) return value;

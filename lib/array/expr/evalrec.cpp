@@ -51,9 +51,10 @@ void RecLimCheck::init(RecCount& counter, const std::string& name, const RecVarD
   s.checkDepth = depth_;
   s.names.push_back(name);
   if (isLimitExceeded() || same_)
-    errors_ = qvbase::ErrInfo("evaltree", {{"message", label_},
-                                           {"Name", name},
-                                           {"Depth", std::to_string(depth_)}});
+    errors_ = std::make_unique<qvbase::ErrInfo>(
+        "evaltree", qvbase::DetailPairs{{"message", label_},
+                                        {"Name", name},
+                                        {"Depth", std::to_string(depth_)}});
 }
 
 RecLimCheck::~RecLimCheck() {
@@ -64,6 +65,11 @@ RecLimCheck::~RecLimCheck() {
   s.checkId = prevId_;
   s.checkDepth = prevCheckDepth_;
   s.names.pop_back();
+}
+
+const qvbase::ErrInfo& RecLimCheck::getErrors() const {
+  static const qvbase::ErrInfo none;
+  return errors_ ? *errors_ : none;
 }
 
 std::vector<std::string> RecLimCheck::chain() const {
@@ -78,7 +84,7 @@ std::vector<std::string> RecLimCheck::chain() const {
 
 void RecLimCheck::throwError(const std::vector<std::string>& chain) const {
   QV_ASSERT(isError(), evaltree);
-  qvbase::DetailPairs pairs = errors_.pairs();
+  qvbase::DetailPairs pairs = errors_->pairs();
   if (!chain.empty()) {
     std::string text;
     for (const std::string& name : chain) text += (text.empty() ? "" : " -> ") + name;

@@ -99,7 +99,8 @@ void EvalTree::parse(const VarEvalPtr& ev) {
     ExprImpl syntax(expr_);
     root = ev->getNodeMaker().fromSyntax(*syntax.root(), ev);
   } catch (const qvbase::Exception& e) {
-    if (e.key() != "Syntax_error_in_expression") throw;  // its own key says more
+    // Name resolution and node construction keep their own keys.
+    if (e.key() != "Syntax_error_in_expression" && e.key() != "Empty_expression") throw;
     // The host's details (a position) follow the text.
     qvbase::DetailPairs details = exprDetail(expr_);
     for (const auto& d : e.details())
