@@ -70,15 +70,15 @@ Binding parseBinding(const std::string& arg) {
 }
 
 // "u" or "u:2": a solution component with its highest time-derivative order.
-void declare(qvarray::UserEvaluator& ev, std::string_view spec, bool parameter) {
-  const size_t colon = spec.find(':');
+void declare(qvarray::UserEvaluator& ev, std::string_view decl, bool parameter) {
+  const size_t colon = decl.find(':');
   int order = 0;
   if (colon != std::string_view::npos) {
-    std::string_view o = spec.substr(colon + 1);
+    std::string_view o = decl.substr(colon + 1);
     if (std::from_chars(o.data(), o.data() + o.size(), order).ptr != o.data() + o.size() || order < 0 || order > 14)
-      throw qvtool::UsageError("'" + std::string(spec) + "': the order must be 0 to 14");
+      throw qvtool::UsageError("'" + std::string(decl) + "': the order must be 0 to 14");
   }
-  std::string name(spec.substr(0, colon));
+  std::string name(decl.substr(0, colon));
   parameter ? ev.addParameter(name, order) : ev.addSolution(name, order);
 }
 
