@@ -89,6 +89,8 @@ class QVARRAY_API UserEvaluator : public VarEvaluator {
                                              std::shared_ptr<NodeMaker> maker = nullptr);
   /// A copy for another thread (shared definitions and factory, own shadows).
   std::shared_ptr<UserEvaluator> copy() const;
+  /// For make() and copy(), which also give the evaluator its own pointer;
+  /// an evaluator made otherwise cannot answer the formula calls below.
   UserEvaluator(size_t nPoints, std::shared_ptr<NodeMaker> maker);
   UserEvaluator(const UserEvaluator& other);
 
