@@ -137,6 +137,9 @@ class QVARRAY_API VarEvaluator {
   /// function) or "Wrong_number_of_operator_arguments" (an operator) with
   /// "Number_of_arguments_expected" when the object has a fixed count.
   static void checkGenFun(const GenFunPtr& fun, const std::string& name, int nArgs);
+  /// The pairs of a refused argument count: "Number_of_arguments_expected"
+  /// (when `fun` takes a fixed count), then "Name".
+  static qvbase::DetailPairs argCountPairs(const GenFunObj& fun, const std::string& name);
 
  private:
   std::size_t uType_ = 0;

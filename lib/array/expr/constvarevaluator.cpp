@@ -32,8 +32,8 @@ bool ConstVarEvaluator::getConstant(const std::string& name, double& value) cons
   return true;
 }
 
-bool ConstVarEvaluator::eval(const VarEvalPtr&, const std::string& name, const NodeList& args, unsigned,
-                             ValRepPtr& result, ValRepCache&) {
+bool ConstVarEvaluator::eval(const VarEvalPtr&, const std::string& name, const NodeList& args,
+                             unsigned, ValRepPtr& result, ValRepCache&) {
   double v = 0.0;
   if (!args.empty() || !getConstant(name, v)) return false;
   result = std::make_shared<ValRep>(v);
@@ -48,12 +48,8 @@ EvalNodePtr ConstVarEvaluator::expand(const VarEvalPtr&, const std::string& name
 GenFunPtr ConstVarEvaluator::getGenFun(const std::string& name, int nArgs) {
   FunPtr f = getNodeMaker().builtinFun(name);
   QV_CHECK(f != nullptr, evalconst, Unknown_function_name, qvbase::DetailPairs{{"Name", name}});
-  if (!f->acceptsNArgs(nArgs)) {
-    qvbase::DetailPairs pairs;
-    if (f->getNArgs() > 0) pairs.emplace_back("Number_of_arguments_expected", std::to_string(f->getNArgs()));
-    pairs.emplace_back("Name", name);
-    QV_RAISE(evalconst, Wrong_number_of_function_arguments, pairs);
-  }
+  if (!f->acceptsNArgs(nArgs))
+    QV_RAISE(evalconst, Wrong_number_of_function_arguments, argCountPairs(*f, name));
   return f;
 }
 

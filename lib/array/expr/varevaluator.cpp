@@ -137,11 +137,16 @@ void VarEvaluator::checkGenFun(const GenFunPtr& fun, const std::string& name, in
   QV_CHECK(fun != nullptr, varevaluator, Unknown_function_or_operator,
            qvbase::DetailPairs{{"Name", name}});
   if (fun->acceptsNArgs(nArgs)) return;
+  if (fun->isFunction())
+    QV_RAISE(varevaluator, Wrong_number_of_function_arguments, argCountPairs(*fun, name));
+  QV_RAISE(varevaluator, Wrong_number_of_operator_arguments, argCountPairs(*fun, name));
+}
+
+qvbase::DetailPairs VarEvaluator::argCountPairs(const GenFunObj& fun, const std::string& name) {
   qvbase::DetailPairs pairs;
-  if (fun->getNArgs() > 0) pairs.emplace_back("Number_of_arguments_expected", std::to_string(fun->getNArgs()));
+  if (fun.getNArgs() > 0) pairs.emplace_back("Number_of_arguments_expected", std::to_string(fun.getNArgs()));
   pairs.emplace_back("Name", name);
-  if (fun->isFunction()) QV_RAISE(varevaluator, Wrong_number_of_function_arguments, pairs);
-  QV_RAISE(varevaluator, Wrong_number_of_operator_arguments, pairs);
+  return pairs;
 }
 
 bool VarEvaluator::isTangential(const std::string& variable) {
