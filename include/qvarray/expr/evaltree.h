@@ -70,7 +70,8 @@ class QVARRAY_API EvalTree {
   /// The root, parsed with `ev` on first use.
   EvalNodePtr getRoot(const VarEvalPtr& ev);
 
-  /// The derivative by `variable`, memoised in ev's shadow of this tree.
+  /// The derivative by `variable` (a parsed tree with the text
+  /// "d(" + text + "," + variable + ")"), memoised in ev's shadow of this tree.
   EvalTreePtr diff(const std::string& variable, const VarEvalPtr& ev);
   /// tree->diff(variable, ev) (null tree: "Evaluation_internal_error").
   static EvalTreePtr diffStatic(const EvalTreePtr& tree, const std::string& variable,
