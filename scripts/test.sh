@@ -27,7 +27,7 @@ ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
 # several threads at once, the per-thread scratch-array pools and the node
 # factory's per-thread tables, FFT plans made from several threads).
 cmake --preset tsan
-cmake --build --preset tsan -j "$jobs" --target test_sparseops test_init test_relax test_util test_interp test_values test_nodes test_evaltree test_fftplan check_error_keys
+cmake --build --preset tsan -j "$jobs" --target test_sparseops test_init test_relax test_util test_interp test_values test_nodes test_evaltree test_evaluate test_fftplan check_error_keys
 ctest --preset tsan -j "$jobs"
 
 # Fuzzing: the MatrixMarket reader and the expression reader under libFuzzer

@@ -1,7 +1,9 @@
-// Minimal program against an installed qvarray: x·y of two short arrays.
+// Minimal program against an installed qvarray: an array's shape and a
+// formula evaluated by the ready evaluator.
 #include <cstdio>
 
 #include "qvarray/array.h"
+#include "qvarray/expr/userevaluator.h"
 #include "qvarray/init.h"
 
 int main() {
@@ -9,5 +11,9 @@ int main() {
   Array<double, 2> a(2, 3);
   a.fill(1.5);
   std::printf("a is %zux%zu with %zu elements\n", a.sizes[0], a.sizes[1], a.count);
-  return a.count == 6 ? 0 : 1;
+  auto ev = qvarray::UserEvaluator::make(1);
+  ev->bind("x", 2.0);
+  const double v = ev->values("3*x+1").data[0];
+  std::printf("3*x+1 at x = 2 is %g\n", v);
+  return a.count == 6 && v == 7.0 ? 0 : 1;
 }

@@ -149,7 +149,9 @@
   X(Tangential_differentiation_not_allowed_in_this_context) \
   X(Internal_evaluator_error)                       \
   X(Unknown_function_name)                          \
-  X(Name_value_pair_mismatch)
+  X(Name_value_pair_mismatch)                       \
+  /* the ready variable evaluator */                \
+  X(Invalid_variable_binding)
 
 /// Message keys: keys whose text is an English sentence rather than an
 /// identifier. Raised with QV_RAISE_TEXT, which may append a run-time part to

@@ -102,6 +102,7 @@ launch interp interp "$tmp/table.txt" --method cubicspline --at 1.5 --at 2.5
 launch interp-scattered interp "$tmp/scattered.txt" --at 0.3,0.3 --at 2,2 --extrapolation linear
 printf 's = a + b\ny = sqrt(s) * 2 + round(a)\n' >"$tmp/defs.txt"
 launch compile compile "$tmp/defs.txt" --class D --inputs a,b --outputs y,s -o "$tmp/D.class"
+launch eval eval "x*y+sin(x)" x=0:0.5:1 y=3 --diff x --def a=x+1
 # Failures on the way: a reader error, a non-finite entry, a usage error.
 launch sparse-bad sparse "$tmp/bad.mtx"
 launch gmres-inf gmres "$tmp/inf.mtx"

@@ -177,6 +177,24 @@ check parse-error 1 'unexpected end of expression \(Position = 2; Expression = a
 check parse-help 0 '-a\+b means -\(a\+b\)' -- "$qvtool" parse --help
 check parse-none 2 'no expression given' -- "$qvtool" parse
 
+# eval: values at round-trip precision, derivatives (values and text),
+# dependency records, complex evaluation, and the errors with their details.
+check eval-points 0 '^x = 0\.5:  2$' -- "$qvtool" eval "x*y+1" x=0:0.5:1 y=2
+check eval-last 0 '^x = 1:  3$' -- "$qvtool" eval "x*y+1" x=0:0.5:1 y=2
+check eval-roundtrip 0 '^0\.3333333333333333$' -- "$qvtool" eval "x/3" x=1
+check eval-def 0 '^x = 2, y = 5:  7$' -- "$qvtool" eval "a" x=1,2 y=4,5 --def a=x+y
+check eval-diff 0 '^12$' -- "$qvtool" eval "x^3" x=2 --diff x
+check eval-text 0 'cos\(x\)' -- "$qvtool" eval "sin(x)*x" --diff x --text
+check eval-deps 0 '^u: orders 0 1; nonlinear in orders 0 1$' -- "$qvtool" eval "ut*u+p" --deps u:1 --params p
+check eval-params 0 '^p: orders 0; nonlinear in orders none$' -- "$qvtool" eval "ut*u+p" --deps u:1 --params p
+check eval-complex 0 '^0\+2i$' -- "$qvtool" eval "sqrt(x)" x=-4 --complex
+check eval-syntax 1 'Position = 2.*x\+|x\+.*Position = 2' -- "$qvtool" eval "x+" x=1
+check eval-nan 1 'message = log.*exprs = log\(x\)' -- "$qvtool" eval "log(x)" x=-1
+check eval-unknown 1 '[Uu]nknown.variable.name.*q' -- "$qvtool" eval "x+q" x=1
+check eval-circular 1 'circvar' -- "$qvtool" eval "a" --def a=b --def b=a
+check eval-lengths 2 "'y': 3 values, other variables have 2" -- "$qvtool" eval "x+y" x=1,2 y=1,2,3
+check eval-help 0 'round-trip precision' -- "$qvtool" eval --help
+
 # Interpolation: a cubic through five points is exact (not-a-knot spline);
 # file errors name the line; points outside refused on request.
 printf '%% x f\n0 0\n1 1\n2 8\n3 27\n4 64\n' >"$tmp/cubic.txt"

@@ -30,5 +30,6 @@ extern const Command interpCommand;
 extern const Command parseCommand;
 extern const Command compileCommand;
 extern const Command runClassCommand;
+extern const Command evalCommand;
 
 }  // namespace qvtool

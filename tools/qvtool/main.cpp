@@ -21,7 +21,7 @@ const Command* const kCommands[] = {
     &qvtool::solveCommand, &qvtool::bandCommand,   &qvtool::gmresCommand, &qvtool::poissonCommand,
     &qvtool::sparseCommand, &qvtool::nullCommand, &qvtool::spmvCommand,  &qvtool::blasCommand,
     &qvtool::interpCommand,
-    &qvtool::parseCommand,
+    &qvtool::parseCommand, &qvtool::evalCommand,
     &qvtool::compileCommand, &qvtool::runClassCommand,
 };
 

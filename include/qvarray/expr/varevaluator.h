@@ -87,6 +87,7 @@ class QVARRAY_API VarEvaluator {
   void setRecCount(std::shared_ptr<RecCount> counter);
   /// The shadow of the tree with identity number `treeId`.
   EvalTreeShadow& getEvalTreeShadow(uint32_t treeId);
+
   // ------------------------------------------------------------ built-in
   // functions, call checking, compiler methods, operator-data cache
 

@@ -169,7 +169,20 @@ EvalNodePtr VarNode::definition(const VarEvalPtr& ev) {
 namespace {
 
 [[noreturn, gnu::noinline, gnu::cold]] void raiseUnknownVariable(const std::string& name) {
-  QV_RAISE(evalnodes, Unknown_variable_name, qvbase::DetailPairs{{"Name", name}});
+  QV_RAISE(evalnodes, Unknown_variable_name, qvbase::DetailPairs{{"Name", name}, {"message", "vareval"}});
+}
+
+// A copy of a defined variable's NaN value (the value may be shared) whose
+// record names the variable and its definition.
+[[gnu::noinline, gnu::cold]] ValRepPtr annotateVarFailure(const ValRep& v, const std::string& name,
+                                                          const EvalNodePtr& def) {
+  ValRepPtr r = v.clone();
+  auto& e = r->getErrors();
+  if (!e) e = std::make_shared<qvbase::ErrInfo>(qvbase::errorName(qvbase::ErrModule::evalnodes));
+  e->add("message", "vareval");
+  e->add("Name", name);
+  e->add("defexpr", def->toString());
+  return r;
 }
 
 [[noreturn, gnu::noinline, gnu::cold]] void raiseRecursion(const RecLimCheck& check) {
@@ -187,14 +200,21 @@ ValRepPtr VarNode::evalDefinition(const EvalNodePtr& def, const VarEvalPtr& ev, 
   return def->eval(ev, cache, flags);
 }
 
+// A name that is neither defined nor known to the evaluator raises with
+// ("message", "vareval"). A defined variable whose value is a soft failure
+// passes on a NaN value; under the annotation flag (4) a copy of it carries
+// ("message", "vareval"), the name and ("defexpr", the definition), so that
+// the record shows the chain of definitions the failure came through.
 ValRepPtr VarNode::eval(const VarEvalPtr& ev, ValRepCache& cache, unsigned flags) {
   auto [found, value] = cache.getVar(name_, flags);
   if (found && value) return value;
   ValRepPtr r;
-  if (EvalNodePtr def = definition(ev))
+  if (EvalNodePtr def = definition(ev)) {
     r = evalDefinition(def, ev, cache, flags);
-  else if (!ev->eval(ev, name_, {}, flags, r, cache) || !r)
+    if (r->isNaN() && (flags & kEvalAnnotate)) r = annotateVarFailure(*r, name_, def);
+  } else if (!ev->eval(ev, name_, {}, flags, r, cache) || !r) {
     raiseUnknownVariable(name_);
+  }
   cache.setVar(name_, flags, r);
   return r;
 }
