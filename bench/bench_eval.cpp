@@ -136,7 +136,7 @@ struct Worker {
   ValRepCache cache;
   Array<double, 1> bx, by;
   Worker(std::shared_ptr<UserEvaluator> e, const ValRep::AllocPtr& alloc)
-      : ev(std::move(e)), cache(alloc) {
+      : ev(std::move(e)), cache(alloc), bx(ev->getNPoints()), by(ev->getNPoints()) {
     ev->setAllocator(alloc);
   }
   // r[0, n) = the tree's values at the points [0, n) of x and y (y bound
