@@ -1,7 +1,8 @@
 // Writes the random definition sets that bench/exprcomp_jvm.py times in the
-// JVM: per size N, GenN.class compiled by ExprComp (work method "work") and
-// SrcN.java, the same definitions as Java source for javac. Prints one line
-// "GenN SrcN" per set.
+// JVM: per size N, GenN.class compiled by ExprComp (work method "work"), and
+// the same definitions as Java source for javac: SrcN.java with the
+// operations in the compiled program's order, DefN.java in definition order.
+// Prints one line "GenN SrcN DefN" per set.
 //
 // usage: exprcomp_classgen DIR N...
 #include <cstdio>
@@ -25,8 +26,10 @@ int main(int argc, char** argv) {
     qvarray::ExprComp comp;
     qvbench::addTo(comp, s);
     comp.compile(gen, "work", dir + "/" + gen + ".class", false);
-    std::ofstream(dir + "/" + src + ".java") << qvbench::javaSource(s, src);
-    std::printf("%s %s\n", gen.c_str(), src.c_str());
+    const std::string def = "Def" + std::to_string(n);
+    std::ofstream(dir + "/" + src + ".java") << qvbench::javaSource(s, src, qvbench::programOrder(comp));
+    std::ofstream(dir + "/" + def + ".java") << qvbench::javaSource(s, def);
+    std::printf("%s %s %s\n", gen.c_str(), src.c_str(), def.c_str());
   }
   return 0;
 }

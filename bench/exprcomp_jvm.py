@@ -7,13 +7,17 @@ Runs bench_exprcomp (ROUNDS repetitions, interleaved) and prints the growth
 exponent of the compile time: the least-squares slope of log(median) over
 log(definitions) from 10^2 to 10^5 (1: linear). Then writes random sets of
 100 and 400 definitions with exprcomp_classgen (a class from ExprComp and the
-same definitions as Java source), compiles the sources with javac, and runs
-ClassSpeed on each pair in one JVM per set: warm-up, a check that both give
+same definitions as Java source, once in the compiled program's operation
+order, once in definition order), compiles the sources with javac, and runs
+ClassSpeed on each pair in one JVM per pair: warm-up, a check that both give
 the same outputs, then max(ROUNDS, 7) rounds of CALLS calls of each,
-alternating. Rows jvm/<defs>/qvarray (the compiled class) and
-jvm/<defs>/javac carry the medians per call; the ratio in the table is the
+alternating. Cases jvm/<defs>/program (javac's class in the program's
+order: the same work in the same order, the bytecode's quality) and
+jvm/<defs>/deforder (definition order: what the compiler's choice of order
+costs or gains), each with rows qvarray (the compiled class) and javac from
+the same JVM, carry the medians per call; the ratio in the table is the
 ratio of the medians (ClassSpeed also prints the median of the rounds'
-ratios). With --json writes all rows as one benchmark output that
+ratios, shown here). With --json writes all rows as one benchmark output that
 bench/summary.py reads (it runs this script for bench_exprcomp).
 
 usage: bench/exprcomp_jvm.py [--rounds N] [--min-time S] [--filter REGEX]
@@ -69,32 +73,35 @@ def jvm_rows(a, build, rounds):
                               text=True).stdout.split("\n")
         sets = [s.split() for s in sets if s.strip()]
         javac_dir = os.path.join(tmp, "javac")
-        subprocess.run(["javac", "-d", javac_dir] + [os.path.join(tmp, s[1] + ".java") for s in sets],
+        subprocess.run(["javac", "-d", javac_dir] + [os.path.join(tmp, c + ".java") for s in sets for c in s[1:]],
                        check=True)
-        for k, (n, (gen, src)) in enumerate(zip(SIZES, sets)):
+        for k, (n, (gen, src, dfn)) in enumerate(zip(SIZES, sets)):
             if not re.search(a.filter, f"jvm/{n}/qvarray"):
                 continue
-            r = subprocess.run(["java", "-cp", os.path.join(build, "bench", "jvm"), "ClassSpeed", tmp, gen,
-                                javac_dir, src, str(rounds), str(a.calls)], capture_output=True, text=True)
-            if r.returncode != 0:
-                sys.exit(f"ClassSpeed {gen} {src} failed: {r.stdout}{r.stderr}")
-            lines = r.stdout.split("\n")
-            size = next(l.split() for l in lines if l.startswith("size"))
-            rounds_t = [tuple(map(float, l.split()[1:])) for l in lines if l.startswith("round")]
-            med = next(l.split() for l in lines if l.startswith("median"))
-            print(f"jvm/{n}: class {size[1]} bytes, {size[3]} work method(s); per call "
-                  f"{float(med[1]):.1f} ns compiled, {float(med[2]):.1f} ns javac; "
-                  f"median of the rounds' ratios {float(med[3]):.3f}")
-            for i, impl in enumerate(("qvarray", "javac")):
-                times = [t[i] for t in rounds_t]
-                med_t = statistics.median(times)
-                cv = statistics.pstdev(times) / statistics.fmean(times)
-                run_name = f"jvm/{n}/{impl}"
-                for agg, v in (("median", med_t), ("cv", cv)):
-                    rows.append({"name": run_name + "_" + agg, "run_name": run_name,
-                                 "run_type": "aggregate", "aggregate_name": agg, "time_unit": "ns",
-                                 "real_time": v, "cpu_time": v, "family_index": 1000 + k,
-                                 "per_family_instance_index": i, "diff": 0.0, "tol": 0.0})
+            for peer, cls in (("javac", src), ("javac_deforder", dfn)):
+                r = subprocess.run(["java", "-cp", os.path.join(build, "bench", "jvm"), "ClassSpeed",
+                                    tmp, gen, javac_dir, cls, str(rounds), str(a.calls)],
+                                   capture_output=True, text=True)
+                if r.returncode != 0:
+                    sys.exit(f"ClassSpeed {gen} {cls} failed: {r.stdout}{r.stderr}")
+                lines = r.stdout.split("\n")
+                size = next(l.split() for l in lines if l.startswith("size"))
+                rounds_t = [tuple(map(float, l.split()[1:])) for l in lines if l.startswith("round")]
+                med = next(l.split() for l in lines if l.startswith("median"))
+                print(f"jvm/{n} against {peer}: class {size[1]} bytes, {size[3]} work method(s); "
+                      f"per call {float(med[1]):.1f} ns compiled, {float(med[2]):.1f} ns {peer}; "
+                      f"median of the rounds' ratios {float(med[3]):.3f}")
+                order = "program" if peer == "javac" else "deforder"
+                for i, impl in enumerate(("qvarray", "javac")):
+                    times = [t[i] for t in rounds_t]
+                    med_t = statistics.median(times)
+                    cv = statistics.pstdev(times) / statistics.fmean(times)
+                    run_name = f"jvm/{n}/{order}/{impl}"
+                    for agg, v in (("median", med_t), ("cv", cv)):
+                        rows.append({"name": run_name + "_" + agg, "run_name": run_name,
+                                     "run_type": "aggregate", "aggregate_name": agg, "time_unit": "ns",
+                                     "real_time": v, "cpu_time": v, "family_index": 1000 + k,
+                                     "per_family_instance_index": len(rows), "diff": 0.0, "tol": 0.0})
     return rows
 
 

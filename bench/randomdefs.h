@@ -11,6 +11,7 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <iterator>
 #include <random>
 #include <set>
@@ -100,17 +101,34 @@ inline void addTo(qvarray::ExprComp& comp, const RandomDefs& s) {
   for (int o : s.outputs) comp.addOutput(o);
 }
 
+/// The order of the operations in the compiler's program (its
+/// dumpFlatList, whose steps name their definitions "defN").
+inline std::vector<int> programOrder(const qvarray::ExprComp& comp) {
+  std::vector<int> order;
+  const std::string dump = comp.dumpFlatList();
+  for (size_t at = dump.find("# def"); at != std::string::npos; at = dump.find("# def", at + 1))
+    order.push_back(std::atoi(dump.c_str() + at + 5));
+  return order;
+}
+
 /// The set as a Java class with the work method's signature, one local per
-/// definition in definition order, written as a Java programmer would
-/// (Math.sin, Math.abs, a status return for sqrt of a negative number as the
-/// compiled class has).
-inline std::string javaSource(const RandomDefs& s, const std::string& className) {
+/// definition, written as a Java programmer would (Math.sin, Math.abs, a
+/// status return for sqrt of a negative number as the compiled class has).
+/// The constants come first, then the operations in `order` (definition
+/// numbers; empty: definition order).
+inline std::string javaSource(const RandomDefs& s, const std::string& className,
+                              const std::vector<int>& order = {}) {
   using C = qvarray::ExprComp;
   std::string j = "public final class " + className +
                   " {\n  public static int work(double[] in, double[] out) {\n";
   auto v = [](int id) { return "v" + std::to_string(id); };
   for (int i = 0; i < s.inputs; ++i) j += "    double " + v(i) + " = in[" + std::to_string(i) + "];\n";
-  for (const auto& d : s.defs) {
+  std::vector<const RandomDefs::Def*> seq;
+  for (const auto& d : s.defs)
+    if (d.op == 0 || order.empty()) seq.push_back(&d);
+  for (int id : order) seq.push_back(&s.defs[static_cast<size_t>(id - s.inputs)]);
+  for (const RandomDefs::Def* dp : seq) {
+    const RandomDefs::Def& d = *dp;
     std::string a = d.args.empty() ? "" : v(d.args[0]);
     std::string b = d.args.size() > 1 ? v(d.args[1]) : "";
     std::string e;
