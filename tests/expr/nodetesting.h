@@ -1,13 +1,19 @@
 // Helpers for tests that build evaluation nodes: an evaluator of plain
 // variables, a node's value at a point, central differences, distance in
-// ulps, and random formulas over x and y with their value computed from the
-// syntax tree by the C library (an oracle independent of the nodes).
+// ulps, random formulas over x and y with their value computed from the
+// syntax tree by the C library (an oracle independent of the nodes), and a
+// thread with a stack of a chosen size for deep nesting.
 #pragma once
+
+#include <pthread.h>
 
 #include <algorithm>
 #include <cmath>
+#include <exception>
+#include <functional>
 #include <map>
 #include <random>
+#include <stdexcept>
 #include <string>
 
 #include "qvarray/expr/exprtree.h"
@@ -110,6 +116,28 @@ inline double plainValue(const qvarray::ExprImpl::Node& n, double x, double y) {
     v = std::stod(static_cast<const E::LiteralValue&>(n).text());
   }
   return std::isfinite(v) ? v : NAN;
+}
+
+// Runs `f` on a thread with a stack of `bytes`; rethrows what it throws.
+inline void onStack(size_t bytes, const std::function<void()>& f) {
+  std::exception_ptr error;
+  auto body = [&] {
+    try {
+      f();
+    } catch (...) {
+      error = std::current_exception();
+    }
+  };
+  using Body = decltype(body);
+  pthread_attr_t attr;
+  pthread_attr_init(&attr);
+  pthread_attr_setstacksize(&attr, bytes);
+  pthread_t thread;
+  if (pthread_create(&thread, &attr, [](void* b) -> void* { return (*static_cast<Body*>(b))(), nullptr; }, &body))
+    throw std::runtime_error("no thread with that stack");
+  pthread_join(thread, nullptr);
+  pthread_attr_destroy(&attr);
+  if (error) std::rethrow_exception(error);
 }
 
 }  // namespace qvtest

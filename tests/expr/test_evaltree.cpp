@@ -6,7 +6,6 @@
 // 9999/10000 nested definitions, on the calling thread and on a worker.
 #include <gtest/gtest.h>
 #include <omp.h>
-#include <pthread.h>
 
 #include <cmath>
 #include <map>
@@ -354,15 +353,7 @@ TEST(RecLimCheck, NestedDefinitionsReachTheLimitBeforeTheStack) {
   };
   const std::string expect[4] = {"ok", "Recursion_limit_exceeded 10000 circvar", "b -> a -> b", "0"};
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  pthread_attr_t attr;
-  pthread_attr_init(&attr);
-  pthread_attr_setstacksize(&attr, size_t(256) << 20);
-  pthread_t thread;
-  using Body = decltype(nested);
-  ASSERT_EQ(pthread_create(&thread, &attr, [](void* b) -> void* { return (*static_cast<Body*>(b))(), nullptr; },
-                           &nested), 0);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attr);
+  qvtest::onStack(size_t(256) << 20, nested);
   for (int i = 0; i < 4; ++i) EXPECT_EQ(result[i], expect[i]) << i;
 #else
   nested();

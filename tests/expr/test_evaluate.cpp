@@ -6,7 +6,6 @@
 // against a second evaluator, and parallel evaluation bit for bit.
 #include <gtest/gtest.h>
 #include <omp.h>
-#include <pthread.h>
 
 #include <cmath>
 #include <complex>
@@ -40,23 +39,6 @@ std::shared_ptr<UserEvaluator> fixture() {
 }
 
 double xAt(size_t i) { return 0.1 + 0.3 * double(i); }
-
-// Runs `body` on a thread with a stack of 512 MiB.
-void onBigStack(const std::function<void()>& body) {
-  pthread_attr_t attr;
-  pthread_attr_init(&attr);
-  pthread_attr_setstacksize(&attr, size_t(512) << 20);
-  pthread_t t;
-  auto* fn = new std::function<void()>(body);
-  ASSERT_EQ(0, pthread_create(&t, &attr, [](void* p) -> void* {
-    auto* f = static_cast<std::function<void()>*>(p);
-    (*f)();
-    delete f;
-    return nullptr;
-  }, fn));
-  pthread_join(t, nullptr);
-  pthread_attr_destroy(&attr);
-}
 
 }  // namespace
 
@@ -181,7 +163,7 @@ TEST(Evaluate, CircularAndNestedDefinitions) {
     auto chain = fixture();
     for (int k = 0; k < depth; ++k)
       chain->define("v" + std::to_string(k), k + 1 < depth ? "v" + std::to_string(k + 1) + "+1" : "x");
-    onBigStack([&] {
+    qvtest::onStack(size_t(512) << 20, [&] {
       if (depth < RecLimCheck::kLimit)
         EXPECT_NEAR(chain->values("v0").data[0], xAt(0) + depth - 1, 1e-9);
       else
