@@ -180,9 +180,9 @@ TEST(EvalTree, Errors) {
 }
 
 TEST(EvalTree, DerivativesAgainstCentralDifferences) {
-  auto ev = std::make_shared<TestEvaluator>();
-  NodeMaker& mk = ev->getNodeMaker();
-  ev->defs["u"] = mk.fromSyntax(*ExprImpl("sin(x)*y").root(), ev);
+  qvtest::NodeFixture f;
+  auto& ev = f.ev;
+  ev->defs["u"] = f.parse("sin(x)*y");
   const char* texts[] = {"x^3-2*x*y", "exp(-x/y)*u", "sqrt(x^2+y^2)", "log(1+x^2)/y", "atan(u)"};
   const double h = 1e-5;
   for (const char* text : texts) {
@@ -240,13 +240,13 @@ TEST(EvalTree, CombinatorsSimplifyLinearize) {
 }
 
 TEST(EvalTree, ShadowRenewedByVersionKey) {
-  auto ev = std::make_shared<TestEvaluator>();
-  NodeMaker& mk = ev->getNodeMaker();
+  qvtest::NodeFixture f;
+  auto& ev = f.ev;
   ev->values = {{"x", 3.0}};
-  ev->defs["u"] = mk.fromSyntax(*ExprImpl("x+1").root(), ev);
+  ev->defs["u"] = f.parse("x+1");
   EvalTreePtr t = tree("u*2");
   EXPECT_EQ(value(t->diff("x", ev), ev), 2.0);
-  ev->defs["u"] = mk.fromSyntax(*ExprImpl("x*x").root(), ev);
+  ev->defs["u"] = f.parse("x*x");
   EXPECT_EQ(value(t->diff("x", ev), ev), 2.0);  // the shadow's derivative of its version
   ev->updateVersion();
   EXPECT_EQ(value(t->diff("x", ev), ev), 12.0);
