@@ -5,7 +5,9 @@
 #include <vector>
 
 #include "qvarray/blasruntime.h"
+#include "qvarray/expr/userevaluator.h"
 #include "qvarray/init.h"
+#include "qvarray/interp/interpfun.h"
 #include "qvarray/interp/interpolator.h"
 #include "qvutil/exception.h"
 
@@ -36,6 +38,20 @@ int main(int argc, char** argv) {
   for (int i = 0; i < 3; ++i)
     std::printf("T = %g: k = %.4g (spline), %.4g (shape-preserving), dk/dT = %.4g\n", at[i],
                 value[i], shapeKept[i], slope[i]);
+
+  // In formulas: k(T) names the spline; the heat flux -k(T)*dTdx and its
+  // derivative in T (through the spline's own derivative) over a batch.
+  auto ev = qvarray::UserEvaluator::make(3);
+  ev->defineFunction("k", std::make_shared<qvarray::InterpFun>(
+                              "k", std::make_shared<const Interpolator>(spline)));
+  Array<double, 1> temps(3);
+  for (int i = 0; i < 3; ++i) temps.data[i] = at[i];
+  ev->bind("T", temps);
+  ev->bind("dTdx", -20.0);
+  const Array<double, 1> flux = ev->values("-k(T)*dTdx");
+  const Array<double, 1> dflux = ev->values(ev->derivative("-k(T)*dTdx", "T")->getExpandedExpr());
+  for (int i = 0; i < 3; ++i)
+    std::printf("T = %g: flux = %.5g, d(flux)/dT = %.4g\n", at[i], flux.data[i], dflux.data[i]);
 
   // Outside the table: refused on request, before anything is written.
   const Interpolator strict =

@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "nodetesting.h"
+#include "qvarray/expr/userevaluator.h"
 #include "qvarray/interp/interpfun.h"
 #include "qvtest.h"
 
@@ -93,6 +94,32 @@ TEST(InterpFun, RefusedExtrapolationAndComplexArgumentsGiveCodes) {
   std::vector<FunObj::CS> z{std::make_shared<std::complex<double>>(1.0),
                             std::make_shared<std::complex<double>>(0.0)};
   EXPECT_EQ((*f)(z, 2), FunObj::Failure1);
+}
+
+// Named in formula text: k(x, y) in a UserEvaluator, its value, the chain
+// rule through its diffRule, its dependencies and its argument count.
+TEST(InterpFun, CalledByNameInFormulas) {
+  auto ip = makeGrid(InterpMethod::CubicSpline, InterpExtrapolation::Constant);
+  auto ev = UserEvaluator::make(3);
+  ev->defineFunction("k", std::make_shared<InterpFun>("k", ip));
+  ev->addSolution("u");
+  Array<double, 1> x(3), y(3);
+  const double xs[] = {0.45, 1.3, 1.9}, ys[] = {0.1, -0.7, 0.8};
+  for (int p = 0; p < 3; ++p) x.data[p] = xs[p], y.data[p] = ys[p];
+  ev->bind("x", x);
+  ev->bind("y", y);
+  const double* c[] = {x.data, y.data};
+  double k[3], kx[3];
+  ip->evaluate(c, 3, k);
+  ip->evaluate(c, 3, kx, 0, 0);
+  Array<double, 1> v = ev->values("x*k(x, y)");
+  Array<double, 1> dv = ev->values(ev->derivative("x*k(x, y)", "x")->getExpandedExpr());
+  for (int p = 0; p < 3; ++p) {
+    EXPECT_EQ(v.data[p], xs[p] * k[p]);
+    EXPECT_NEAR(dv.data[p], k[p] + xs[p] * kx[p], 1e-14 * std::abs(dv.data[p]));
+  }
+  EXPECT_TRUE(ev->dependencies("k(2*u, y)").getSolDep(0, 0));
+  qvtest::expectThrowKey([&] { ev->values("k(x)"); }, "Wrong_number_of_function_arguments");
 }
 
 }  // namespace

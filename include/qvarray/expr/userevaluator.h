@@ -8,6 +8,13 @@
 //                       value in the value cache for the evaluation
 //   user functions      f(x, y) defined by an expression text in its
 //                       parameters: defineFunction()
+//   function objects    a name for a function object of the program's own,
+//                       such as an InterpFun over a table: defineFunction(name,
+//                       fun). A call evaluates the object over the batch, its
+//                       derivatives come from the object's diffRule (and a
+//                       printed derivative, naming the objects diffRule made,
+//                       reads back), and its dependency records are those of
+//                       its arguments.
 //   solution components and parameters, with time-derivative orders:
 //                       addSolution("u", 2) declares "u", "ut", "utt" (the
 //                       name with k letters "t" appended is the k-th time
@@ -107,6 +114,10 @@ class QVARRAY_API UserEvaluator : public VarEvaluator {
   /// name(params...) is the value of `text` in the parameters.
   void defineFunction(const std::string& name, const std::vector<std::string>& params,
                       const std::string& text);
+  /// name(args...) calls `fun` (for example an InterpFun: k(T) interpolates a
+  /// table). The name is then a function name only; defining it again, by
+  /// text or object, replaces the earlier function.
+  void defineFunction(const std::string& name, GenFunPtr fun);
   /// Declares a solution component (index: order of declaration) and its time
   /// derivatives up to maxOrder.
   void addSolution(const std::string& name, int maxOrder = 0);
@@ -184,6 +195,8 @@ class QVARRAY_API UserEvaluator : public VarEvaluator {
   /// when `name` names neither.
   const FunBody* funBody(const VarEvalPtr& self, const std::string& name);
   std::shared_ptr<UserEvaluator> self();
+  /// A partial derivative of a named function object, by its printed name.
+  GenFunPtr derivedFunObj(const std::string& name);
 
   size_t nPoints_;
   bool complex_ = false;
@@ -193,6 +206,7 @@ class QVARRAY_API UserEvaluator : public VarEvaluator {
   std::map<std::string, TimeName> timeNames_;
   std::vector<std::string> solNames_, parNames_;
   std::map<std::string, std::shared_ptr<const Definition>> defs_;
+  std::map<std::string, GenFunPtr> funObjs_;  // defineFunction(name, fun)
   std::map<std::string, int> nesting_;     // checked definitions: their nesting depth
   std::map<std::string, FunBody> bodies_;  // built by this evaluator
   std::weak_ptr<UserEvaluator> self_;

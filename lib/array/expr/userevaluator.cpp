@@ -17,6 +17,7 @@
 #include <unordered_map>
 #include <sstream>
 
+#include "qvarray/expr/evalnodes.h"
 #include "qvarray/expr/exprtree.h"
 #include "qvarray/expr/nodemaker.h"
 
@@ -84,7 +85,7 @@ UserEvaluator::UserEvaluator(const UserEvaluator& other)
     : VarEvaluator(other), nPoints_(other.nPoints_), complex_(other.complex_), alloc_(other.alloc_),
       bound_(other.bound_),
       boundComplex_(other.boundComplex_), timeNames_(other.timeNames_), solNames_(other.solNames_),
-      parNames_(other.parNames_), defs_(other.defs_), nesting_(other.nesting_) {}
+      parNames_(other.parNames_), defs_(other.defs_), funObjs_(other.funObjs_), nesting_(other.nesting_) {}
 
 std::shared_ptr<UserEvaluator> UserEvaluator::copy() const {
   auto ev = std::make_shared<UserEvaluator>(*this);
@@ -166,6 +167,7 @@ void UserEvaluator::define(const std::string& name, const std::string& text) {
   d->syntax.constructor(text);  // syntax errors raise here, with the position
   collectNames(*d->syntax.root(), d->refs);
   defs_[name] = std::move(d);
+  funObjs_.erase(name);
   nesting_.clear();
   bodies_.clear();
   updateVersion();
@@ -187,6 +189,18 @@ void UserEvaluator::defineFunction(const std::string& name, const std::vector<st
   collectNames(*d->syntax.root(), d->refs);
   for (size_t k = 0; k < params.size(); ++k) d->params.push_back(paramName(name, k));
   defs_[name] = std::move(d);
+  funObjs_.erase(name);
+  nesting_.clear();
+  bodies_.clear();
+  updateVersion();
+}
+
+void UserEvaluator::defineFunction(const std::string& name, GenFunPtr fun) {
+  checkNewName(name, false);
+  QV_CHECK(fun != nullptr && name.find("..") == std::string::npos, varevaluator,
+           Invalid_variable_binding, qvbase::DetailPairs{{"Name", name}});
+  defs_.erase(name);
+  funObjs_[name] = std::move(fun);
   nesting_.clear();
   bodies_.clear();
   updateVersion();
@@ -443,7 +457,37 @@ DepInfo UserEvaluator::depends(const VarEvalPtr& self, const std::string& name,
 GenFunPtr UserEvaluator::getGenFun(const std::string& name, int nArgs) {
   if (name.find("..") != std::string::npos) return nullptr;
   if (auto it = defs_.find(name); it != defs_.end() && it->second->function) return nullptr;
-  return VarEvaluator::getGenFun(name, nArgs);
+  GenFunPtr f;
+  if (auto it = funObjs_.find(name); it != funObjs_.end())
+    f = it->second;
+  else if (!(f = getNodeMaker().builtinFun(name)))
+    f = derivedFunObj(name);
+  checkGenFun(f, name, nArgs);
+  return f;
+}
+
+// The derivative of a call of a named function object is a call of the object
+// its diffRule builds ("k_d0" for an InterpFun "k"), printed under that
+// object's name. Finding it here among the partials of the named objects lets
+// a printed derivative read back; it is kept under its name from then on.
+GenFunPtr UserEvaluator::derivedFunObj(const std::string& name) {
+  NodeMaker& mk = getNodeMaker();
+  std::vector<GenFunPtr> named;  // funObjs_ grows below
+  for (const auto& entry : funObjs_) named.push_back(entry.second);
+  for (const GenFunPtr& g : named) {
+    auto f = std::dynamic_pointer_cast<const FunObj>(g);
+    const int n = g->getNArgs();
+    if (!f || n <= 0) continue;
+    NodeList args;
+    for (int k = 0; k < n; ++k) args.push_back(mk.makeVarNode("x" + std::to_string(k)));
+    for (int k = 0; k < n; ++k) {
+      EvalNodePtr d = f->diffRule(args, k, mk);
+      while (auto* proxy = dynamic_cast<const ProxyNode*>(d.get())) d = proxy->target();
+      auto* op = dynamic_cast<const OpNode*>(d.get());
+      if (op && op->function()->getName() == name) return funObjs_[name] = op->function();
+    }
+  }
+  return nullptr;
 }
 
 // "f" is the body read from the definition; "f..pk" the derivative of the
