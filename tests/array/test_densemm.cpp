@@ -151,18 +151,6 @@ TEST(DenseMM, ReadsTheSharedMatricesLikeASecondReader) {
     ASSERT_EQ(A.count, Z.count);
     for (size_t k = 0; k < A.count; ++k) ASSERT_EQ(Z[k], dcomplex(A[k], 0)) << c.file;
   }
-  // Hermitian: the conjugate of the stored (3,1) = 2 − i.
-  Array<dcomplex, 2> C;
-  qvarray::readMatrixMarket(kDir + "/c.mtx", C);
-  EXPECT_EQ(C(0, 2), dcomplex(2, 1));
-  for (size_t j = 0; j < 3; ++j)
-    for (size_t i = 0; i < 3; ++i) EXPECT_EQ(C(i, j), std::conj(C(j, i)));
-  // Skew-symmetric with infinite entries: the mirror of inf is -inf.
-  Array<double, 2> K;
-  qvarray::readMatrixMarket(kDir + "/skew_fp64.mtx", K);
-  EXPECT_EQ(K(4, 0), qvGetInf());
-  EXPECT_EQ(K(0, 4), -qvGetInf());
-  for (size_t j = 0; j < 6; ++j) EXPECT_EQ(K(j, j), 0.0);
 }
 
 // The format errors of both readers are tested in test_matrixmarket.cpp;

@@ -1,5 +1,5 @@
 // Helpers for tests that build evaluation nodes: an evaluator of plain
-// variables, a node's value at a point, central differences, distance in
+// variables, a node's value at a point, distance in
 // ulps, random formulas over x and y with their value computed from the
 // syntax tree by the C library (an oracle independent of the nodes), and a
 // thread with a stack of a chosen size for deep nesting.
@@ -19,6 +19,7 @@
 #include "qvarray/expr/exprtree.h"
 #include "qvarray/expr/nodemaker.h"
 #include "qvarray/expr/varevaluator.h"
+#include "qvtest.h"
 
 namespace qvtest {
 
@@ -55,12 +56,6 @@ struct NodeFixture {
     return v->isNaN() ? NAN : v->isZero() ? 0.0 : v->getDouble();
   }
 };
-
-// (f(x + h) - f(x - h)) / 2h.
-template <class F>
-double centralDiff(F&& f, double x, double h) {
-  return (f(x + h) - f(x - h)) / (2 * h);
-}
 
 // Distance in units in the last place of the larger (0 for equal values, +0
 // and -0, or two NaNs; NaN against a number is NaN, never close).

@@ -228,10 +228,8 @@ TEST(SmoothSteps, ContinuousAndDiracIsTheDerivative) {
       // D_k = d/dx D_(k-1) by central differences.
       DiracPolyFun prev("dprev", p.lo, p.hi, p.kind, k - 1);
       for (double x : {-0.31, -0.1, 0.05, 0.27}) {
-        const double h = 1e-5;
-        auto below = k == 1 ? f.evalElem(x - h, w) : prev.evalElem(x - h, w);
-        auto above = k == 1 ? f.evalElem(x + h, w) : prev.evalElem(x + h, w);
-        double fd = (above.second - below.second) / (2 * h);
+        const double fd = qvtest::centralDiff(
+            [&](double t) { return (k == 1 ? f.evalElem(t, w) : prev.evalElem(t, w)).second; }, x, 1e-5);
         EXPECT_NEAR(d.evalElem(x, w).second, fd, 1e-6 * (1 + std::abs(fd)));
       }
     }

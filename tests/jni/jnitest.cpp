@@ -7,11 +7,9 @@
 #include <omp.h>
 
 #include <atomic>
-#include <fstream>
-#include <mutex>
-#include <set>
 #include <string>
 
+#include "keyrecorder.h"
 #include "qvarray/jni/callback.h"
 #include "qvarray/jni/jniaccess.h"
 #include "qvarray/jni/jniarrayutil.h"
@@ -25,17 +23,7 @@ using qvbase::callFromJava;
 
 namespace {
 
-std::mutex gKeysMutex;
-std::set<std::string> gKeys;
 bool gLastCopy = false;
-
-void recordKey(const qvbase::Exception& e) noexcept {
-  try {
-    std::lock_guard<std::mutex> lock(gKeysMutex);
-    gKeys.insert(e.key());
-  } catch (...) {
-  }
-}
 
 // Adds one to every element (negates a boolean) through the wrapper of T.
 template <class T>
@@ -69,16 +57,10 @@ extern "C" {
 
 // ---- error-key census -----------------------------------------------------------
 
-JNIEXPORT void JNICALL Java_JniTest_recordKeys(JNIEnv*, jclass) {
-  qvbase::setErrorListener(recordKey);
-}
+JNIEXPORT void JNICALL Java_JniTest_recordKeys(JNIEnv*, jclass) { qvtest::keys::listen(); }
 
 JNIEXPORT void JNICALL Java_JniTest_writeKeys(JNIEnv* env, jclass, jstring path) {
-  callFromJava(env, [&] {
-    std::ofstream out(qvbase::javaStringToUtf8(env, path));
-    std::lock_guard<std::mutex> lock(gKeysMutex);
-    for (const std::string& k : gKeys) out << k << '\n';
-  });
+  callFromJava(env, [&] { qvtest::keys::write(qvbase::javaStringToUtf8(env, path)); });
 }
 
 // Bytes the process holds from malloc (the JVM's own native allocations

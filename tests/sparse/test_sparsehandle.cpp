@@ -80,28 +80,6 @@ TEST(SparseHandle, FailedConstructionKeepsThePreviousStorage) {
   EXPECT_EQ(A.getNnz(), 2u);
 }
 
-TEST(SparseHandle, ZerosEyeClear) {
-  Sparse A;
-  EXPECT_EQ(A.getM(), 0u);
-  EXPECT_TRUE(A.isReal());
-  A.zeros(3);
-  EXPECT_EQ(A.getN(), 3u);
-  EXPECT_EQ(A.getNnz(), 0u);
-  A.zeros(2, 5, 7, false);
-  EXPECT_FALSE(A.isReal());
-  EXPECT_EQ(A.getNzmax(), 7u);
-  EXPECT_EQ(A.getN(), 5u);
-  A.eye(4);
-  EXPECT_TRUE(A.isReal());
-  Dense<double> I(4, 4);
-  for (size_t k = 0; k < 4; ++k) I(k, k) = 1;
-  expectDenseEq(toDense<double>(A), I);
-  A.clear();
-  EXPECT_EQ(A.getM(), 0u);
-  EXPECT_EQ(A.getN(), 0u);
-  EXPECT_EQ(A.getColPtr()[0], 0u);
-}
-
 TEST(SparseHandle, CopyOnWrite) {
   auto t = randomTriplets<double>(30, 20, 200, 0.2, 9);
   Sparse A = t.assemble();

@@ -1,6 +1,6 @@
 #pragma once
-// Helpers shared by the tests: expectations on library exceptions and
-// deterministic random data.
+// Helpers shared by the tests: expectations on library exceptions,
+// deterministic random data and central differences.
 #include <gtest/gtest.h>
 
 #include <complex>
@@ -44,6 +44,12 @@ inline void expectThrowsAll(const std::string& key, std::initializer_list<Throws
     SCOPED_TRACE("error table row " + std::to_string(row++));
     expectThrowKey(t.call, key, t.detail);
   }
+}
+
+/// The central difference (f(x + h) - f(x - h)) / 2h.
+template <class F>
+double centralDiff(F&& f, double x, double h) {
+  return (f(x + h) - f(x - h)) / (2 * h);
 }
 
 /// Fixed-seed random numbers in [-1, 1].

@@ -9,45 +9,22 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <mutex>
-#include <set>
 #include <string>
 
+#include "keyrecorder.h"
 #include "qvarray/blasruntime.h"
 #include "qvarray/init.h"
-#include "qvutil/errors.h"
-
-namespace {
-
-std::mutex gKeysMutex;
-std::set<std::string> gKeys;
-
-void recordKey(const qvbase::Exception& e) noexcept {
-  try {
-    std::lock_guard<std::mutex> lock(gKeysMutex);
-    gKeys.insert(e.key());
-  } catch (...) {
-  }
-}
-
-void writeKeys(const char* dir, const std::string& program) {
-  // Written even when empty: the file also says that this program ran.
-  std::lock_guard<std::mutex> lock(gKeysMutex);
-  std::ofstream out(std::filesystem::path(dir) /
-                    (program + "." + std::to_string(getpid()) + ".keys"));
-  for (const std::string& k : gKeys) out << k << '\n';
-}
-
-}  // namespace
 
 int main(int argc, char** argv) {
   qvarray::relaunchWithFastBlas(argc, argv);
   qvarray::initializeArray();
   ::testing::InitGoogleTest(&argc, argv);
   const char* keysDir = std::getenv("QV_RAISED_KEYS_DIR");
-  if (keysDir) qvbase::setErrorListener(recordKey);
+  if (keysDir) qvtest::keys::listen();
   const int status = RUN_ALL_TESTS();
-  if (keysDir) writeKeys(keysDir, std::filesystem::path(argv[0]).filename().string());
+  if (keysDir) {
+    const std::string program = std::filesystem::path(argv[0]).filename().string();
+    qvtest::keys::write(std::string(keysDir) + "/" + program + "." + std::to_string(getpid()) + ".keys");
+  }
   return status;
 }
