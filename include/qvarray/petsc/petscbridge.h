@@ -20,6 +20,7 @@
 
 #include <source_location>
 #include <span>
+#include <utility>
 #include <vector>
 
 #include "qvarray/export.h"
