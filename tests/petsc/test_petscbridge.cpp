@@ -105,18 +105,19 @@ TEST(PetscBridge, RoundTripOfLocalRows) {
   struct Case {
     const char* name;
     Sparse G;
-    bool uneven;  // a given, unbalanced partition instead of the balanced one
+    int firstRankRows;  // on 2 ranks, rank 0's row count (-1: balanced)
   };
   const Case cases[] = {
-      {"poisson 2d", assemblePoisson({2, 7}), false},
-      {"random 13x9", randomSparse(13, 9, 3, 7), false},
-      {"random 20x20, uneven", randomSparse(20, 20, 4, 11), true},
+      {"poisson 2d", assemblePoisson({2, 7}), -1},
+      {"random 13x9", randomSparse(13, 9, 3, 7), -1},
+      {"random 20x20, uneven", randomSparse(20, 20, 4, 11), 3},
+      {"random 6x6, rank 0 empty", randomSparse(6, 6, 2, 13), 0},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const size_t M = c.G.getM(), N = c.G.getN();
     std::vector<size_t> offsets = balancedPartition(M, commSize());
-    if (c.uneven && commSize() == 2) offsets[1] = 3;
+    if (c.firstRankRows >= 0 && commSize() == 2) offsets[1] = c.firstRankRows;
     const size_t r0 = offsets[commRank()], r1 = offsets[commRank() + 1];
     const auto own = [&](size_t i, size_t) { return i >= r0 && i < r1; };
     const Sparse local = fromTriplets(triplets(c.G, own), M, N);
