@@ -10,15 +10,15 @@
 //   rational   (x+1)*(x-1)/(x*x+1)
 //
 // Names: <formula>/<n>/threads:<t>/<impl>, n = 1000 or 1000000, t = 1 or 2.
-//   qvarray   the text parsed once into evaluation nodes; per block of
-//             kBlock points a small VarEvaluator binds x and y to the block's
-//             values (copied into pooled arrays when first asked for), the
-//             root is evaluated with a fresh cache and the result copied
-//             out. 2 threads: one evaluator, cache and pool
-//             (ParaArrayAllocator) per thread, the blocks split in two parts
-//             run by a qvbase::Team, which stays on the calling thread while
-//             a second thread would come late (10^3 points: one block, one
-//             thread).
+//   qvarray   one EvalTree per formula (parsed once, on its first
+//             evaluation); per block of kBlock points a UserEvaluator binds
+//             x (and y, for the formulas that use it) as arrays of the
+//             block's values, and tree.eval runs with a reset cache; the
+//             result is copied out. 2 threads: one evaluator (a copy of the
+//             first), cache and pool (ParaArrayAllocator) per thread over the
+//             shared trees, the blocks split in two parts run by a
+//             qvbase::Team, which stays on the calling thread while a second
+//             thread would come late (10^3 points: one block, one thread).
 //   fused     one loop with the C library's functions (std::sin, ...), the
 //             two threads of an OpenMP loop; compiled -O3 -march=native.
 //   muparser  SetExpr once, then Eval(results, n) over all points (its bulk
@@ -49,10 +49,10 @@
 
 #include "benchcheck.h"
 #include "qvarray/expr/arrayallocator.h"
-#include "qvarray/expr/exprtree.h"
+#include "qvarray/expr/evaltree.h"
 #include "qvarray/expr/nodemaker.h"
+#include "qvarray/expr/userevaluator.h"
 #include "qvarray/expr/valrepcache.h"
-#include "qvarray/expr/varevaluator.h"
 #include "qvutil/parallel.h"
 
 namespace {
@@ -129,45 +129,36 @@ const Points& points() {
   return p;
 }
 
-// x and y bound to the current block's points: their values are copied into
-// pooled arrays when the formula first asks for them (the cache keeps them
-// for the rest of the block).
-class BlockEvaluator : public VarEvaluator {
- public:
-  using VarEvaluator::VarEvaluator;
-  ValRep::AllocPtr pool;
-  const double* x = nullptr;
-  const double* y = nullptr;
-  size_t n = 0;
-  bool eval(const VarEvalPtr&, const std::string& name, const NodeList& args, unsigned, ValRepPtr& r,
-            ValRepCache&) override {
-    if (!args.empty() || name.size() != 1 || (name[0] != 'x' && name[0] != 'y')) return false;
-    r = std::make_shared<ValRep>(pool);
-    r->reset(false, false, n);
-    std::memcpy(r->addDArray().data, name[0] == 'x' ? x : y, n * sizeof(double));
-    r->setEvaluated();
-    return true;
-  }
-};
-
-// One thread's evaluator and cache.
+// One thread's evaluator (a UserEvaluator over a block of points), its
+// cache, and the block's x and y as arrays to bind.
 struct Worker {
-  std::shared_ptr<BlockEvaluator> ev;
+  std::shared_ptr<UserEvaluator> ev;
   ValRepCache cache;
-  Worker(std::shared_ptr<NodeMaker> maker, const ValRep::AllocPtr& alloc)
-      : ev(std::make_shared<BlockEvaluator>(std::move(maker))), cache(alloc) {
-    ev->pool = alloc;
+  Array<double, 1> bx, by;
+  Worker(std::shared_ptr<UserEvaluator> e, const ValRep::AllocPtr& alloc)
+      : ev(std::move(e)), cache(alloc), bx(ev->getNPoints()), by(ev->getNPoints()) {
+    ev->setAllocator(alloc);
   }
-  // r[0, n) = the root's values at the points [0, n) of x and y.
-  void run(const EvalNodePtr& root, const double* x, const double* y, double* r, size_t n) {
+  // r[0, n) = the tree's values at the points [0, n) of x and y (y bound
+  // only for the formulas that use it).
+  void run(EvalTree& tree, bool useY, const double* x, const double* y, double* r, size_t n) {
     for (size_t b = 0; b < n; b += kBlock) {
-      ev->x = x + b;
-      ev->y = y + b;
-      ev->n = std::min(kBlock, n - b);
+      const size_t len = std::min(kBlock, n - b);
+      if (len != ev->getNPoints()) {
+        ev->setNPoints(len);
+        bx.resize(len);
+        by.resize(len);
+      }
+      std::memcpy(bx.data, x + b, len * sizeof(double));
+      ev->bind("x", bx);
+      if (useY) {
+        std::memcpy(by.data, y + b, len * sizeof(double));
+        ev->bind("y", by);
+      }
       cache.reset();
-      ValRepPtr v = root->eval(ev, cache, 0);
+      ValRepPtr v = tree.eval(ev, cache, ev->evalFlags());
       if (v->isNaN()) v->throwError();
-      v->copyToArray(r + b, 0, ev->n);
+      v->copyToArray(r + b, 0, len);
     }
   }
 };
@@ -178,28 +169,29 @@ struct Engine {
       std::make_shared<SerialArrayAllocator>(static_cast<int>(kBlock), 5000000);
   std::shared_ptr<ParaArrayAllocator> paraPool =
       std::make_shared<ParaArrayAllocator>(static_cast<int>(kBlock), 5000000);
-  Worker serial{maker, serialPool};
+  Worker serial{UserEvaluator::make(kBlock, maker), serialPool};
   std::vector<std::unique_ptr<Worker>> perThread;
-  std::map<std::string, EvalNodePtr> roots;
+  std::map<std::string, std::shared_ptr<EvalTree>> trees;
   Engine() {
     for (int t = 0; t < qvbase::Parallel::maxThreads(); ++t)
-      perThread.push_back(std::make_unique<Worker>(maker, paraPool));
+      perThread.push_back(std::make_unique<Worker>(serial.ev->copy(), paraPool));
   }
-  const EvalNodePtr& root(const Formula& f) {
-    EvalNodePtr& r = roots[f.name];
-    if (!r) r = maker->fromSyntax(*ExprImpl(f.text).root(), serial.ev);
-    return r;
+  EvalTree& tree(const Formula& f) {
+    auto& t = trees[f.name];
+    if (!t) t = std::make_shared<EvalTree>(f.text);
+    return *t;
   }
   void eval(const Formula& f, const double* x, const double* y, double* r, size_t n, int threads) {
-    const EvalNodePtr& node = root(f);
-    if (threads == 1) return serial.run(node, x, y, r, n);
+    EvalTree& t = tree(f);
+    const bool useY = std::strchr(f.text, 'y') != nullptr;
+    if (threads == 1) return serial.run(t, useY, x, y, r, n);
     // Parts of whole blocks (the last part takes the rest).
     const size_t blocks = (n + kBlock - 1) / kBlock;
     const size_t per = std::max<size_t>(1, (blocks + threads - 1) / threads) * kBlock;
     const int parts = static_cast<int>(std::min<size_t>(threads, (n + per - 1) / per));
     qvbase::Team(parts, n * 16).run([&](int p) {
       const size_t b = static_cast<size_t>(p) * per, len = std::min(per, n - b);
-      perThread[static_cast<size_t>(omp_get_thread_num())]->run(node, x + b, y + b, r + b, len);
+      perThread[static_cast<size_t>(omp_get_thread_num())]->run(t, useY, x + b, y + b, r + b, len);
     });
   }
 };

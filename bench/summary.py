@@ -24,7 +24,8 @@ larger coefficient of variation of the two. Single-threaded benchmarks are
 compared by CPU time, which other processes on the machine do not inflate;
 benchmarks marked real_time or manual_time (threaded ones) by wall-clock time. bench_dense
 runs with OMP_NUM_THREADS=1 (no BLAS threads on short vectors). bench_eval runs under
-bench/eval_numexpr.py, which adds the numexpr and numpy rows.
+bench/eval_numexpr.py, which adds the numexpr and numpy rows; bench_exprcomp under
+bench/exprcomp_jvm.py, which adds the compiled classes' speed in the JVM against javac's.
 
 The check columns come from the programs: every configuration is checked
 once before it is timed, and each row reports the difference of the peer's
@@ -44,7 +45,7 @@ from collections import OrderedDict
 ENV = {"bench_dense": {"OMP_NUM_THREADS": "1", "OPENBLAS_NUM_THREADS": "1"}}
 # Programs run through a script of bench/ that times Python peers on the same
 # data and writes the merged rows (repetitions become its rounds).
-DRIVERS = {"bench_eval": "eval_numexpr.py"}
+DRIVERS = {"bench_eval": "eval_numexpr.py", "bench_exprcomp": "exprcomp_jvm.py"}
 # Programs built only with an optional component (the PETSc bridge).
 OPTIONAL = {"bench_petsc"}
 # Name parts that are not part of a case.
@@ -52,8 +53,9 @@ IGNORED = re.compile(r"^(real_time|process_time|manual_time|iterations:\d+|repea
 OURS = "qvarray"
 HEAD = ("case", "qvarray", "peer", "peer time", "ratio", "cv%", "t", "check: diff (tol)")
 # Counters shown beside the check, as qvarray / peer: the size of a copy
-# (rowcopy), iteration counts of solvers.
-NOTED = ("MB", "its", "gmres_its")
+# (rowcopy), iteration counts of solvers, the growth exponent of the
+# compiler's compile time.
+NOTED = ("MB", "its", "gmres_its", "exponent")
 
 
 def programs(build_dir, only):
