@@ -30,15 +30,6 @@ std::string keyOf(auto&& f) {
   return "";
 }
 
-// Java's Math.round: the nearest long, ties upward, NaN 0, clamped.
-double javaRound(double x) {
-  if (std::isnan(x)) return 0;
-  if (x >= 0x1p63) return 9223372036854775807.0;
-  if (x <= -0x1p63) return -0x1p63;
-  double fl = std::floor(x);
-  return fl + (x - fl >= 0.5 ? 1 : 0);
-}
-
 TEST(ClassFile, LocalsTakeShortPlainAndWideForms) {
   ExprComp::ConstPool pool;
   struct Case {
@@ -106,6 +97,15 @@ TEST(ClassFile, ErrorsOfTheBuilderAndTheFile) {
 // in1), out[2] = Math.round(in0), out[3] = (in1 >= in0) ? in0 : in1 through a
 // branch, out[4] = atan2(in0, in1), out[5] = the value kept in slot 65533 and
 // slot 1000 (wide forms); returns -1 when in2 is NaN (Double.isNaN), else 0.
+// The class's bytes once `m` is added.
+std::vector<unsigned char> withMethod(ExprComp::ClassFile& cf, Method&& m) {
+  cf.addMethod(std::move(m));
+  std::vector<unsigned char> bytes;
+  ExprComp::MemoryBytecodeStream s(bytes);
+  cf.write(s);
+  return bytes;
+}
+
 std::vector<unsigned char> demoClass(const std::string& name) {
   ExprComp::ClassFile cf(name);
   auto& pool = cf.pool();
@@ -136,15 +136,11 @@ std::vector<unsigned char> demoClass(const std::string& name) {
   m.bind(ok); m.iconst(0); m.ireturn();
   m.finish();
   EXPECT_EQ(m.maxLocals(), 65535);
-  cf.addMethod(std::move(m));
-  std::vector<unsigned char> bytes;
-  ExprComp::MemoryBytecodeStream s(bytes);
-  cf.write(s);
-  return bytes;
+  return withMethod(cf, std::move(m));
 }
 
 std::vector<double> demoExpected(double a, double b, double c) {
-  return {(a + b) * c - a / b, qvmath::mod(a, b), javaRound(a), (b >= a) ? a : b,
+  return {(a + b) * c - a / b, qvmath::mod(a, b), qvtest::javaRound(a), (b >= a) ? a : b,
           std::atan2(a, b), a - b};
 }
 
@@ -167,11 +163,7 @@ std::vector<unsigned char> constantsClass(const std::string& name, int& entries)
   m.dastore();
   m.iconst(0); m.ireturn();
   m.finish();
-  cf.addMethod(std::move(m));
-  std::vector<unsigned char> bytes;
-  ExprComp::MemoryBytecodeStream s(bytes);
-  cf.write(s);
-  return bytes;
+  return withMethod(cf, std::move(m));
 }
 
 // Four ints added as two doubles: right in height, wrong in type; the
@@ -182,11 +174,7 @@ std::vector<unsigned char> brokenClass(const std::string& name) {
   for (int i = 0; i < 4; ++i) m.iconst(i);
   m.dadd(); m.pop2(); m.iconst(0); m.ireturn();
   m.finish();
-  cf.addMethod(std::move(m));
-  std::vector<unsigned char> bytes;
-  ExprComp::MemoryBytecodeStream s(bytes);
-  cf.write(s);
-  return bytes;
+  return withMethod(cf, std::move(m));
 }
 
 TEST(ClassFile, HandMadeClassesRunInTheJvm) {

@@ -14,11 +14,9 @@
 #include <map>
 
 #include "qvarray/expr/createdefs.h"
-#include "qvarray/expr/exprtree.h"
-#include "qvarray/expr/nodemaker.h"
 #include "qvarray/expr/smoothsteps.h"
-#include "qvarray/expr/varevaluator.h"
 #include "jvm/classcheck.h"
+#include "nodetesting.h"
 #include "qvtest.h"
 
 using namespace qvarray;
@@ -26,43 +24,8 @@ using NM = NodeMaker;
 
 namespace {
 
-class TestEvaluator : public VarEvaluator {
- public:
-  std::map<std::string, double> values;
-  std::map<std::string, EvalNodePtr> defs;
-  bool eval(const VarEvalPtr&, const std::string& name, const NodeList& args, unsigned,
-            ValRepPtr& r, ValRepCache&) override {
-    auto it = values.find(name);
-    if (!args.empty() || it == values.end()) return false;
-    r = std::make_shared<ValRep>(it->second);
-    return true;
-  }
-  EvalNodePtr expand(const VarEvalPtr&, const std::string& name) override {
-    auto it = defs.find(name);
-    return it == defs.end() ? nullptr : it->second;
-  }
-};
-
-struct Fixture {
-  std::shared_ptr<TestEvaluator> ev = std::make_shared<TestEvaluator>();
-  NodeMaker& mk = ev->getNodeMaker();
-  EvalNodePtr parse(const std::string& text) { return mk.fromSyntax(*ExprImpl(text).root(), ev); }
-  // The engine's value (NaN for a failed evaluation).
-  double engine(const EvalNodePtr& n, double x, double y) {
-    ev->values = {{"x", x}, {"y", y}};
-    ValRepCache cache;
-    ValRepPtr v = n->eval(ev, cache, 0);
-    return v->isNaN() ? NAN : v->isZero() ? 0.0 : v->getDouble();
-  }
-};
-
-// Distance in units in the last place (0 for equal bits or two NaNs).
-double ulps(double a, double b) {
-  if (std::isnan(a) && std::isnan(b)) return 0;
-  if (a == b) return 0;
-  double scale = std::max(std::fabs(a), std::fabs(b));
-  return std::fabs(a - b) / (scale * 0x1p-52);
-}
+using Fixture = qvtest::NodeFixture;
+using qvtest::ulps;
 
 struct Row {
   const char* text;
@@ -124,7 +87,7 @@ TEST(CreateDefs, CompiledEqualsEngine) {
         jvm.addCall({x, y});
         jvmWant.back().push_back(out.at(0));
       }
-      double want = f.engine(node, x, y);
+      double want = f.eval(node, x, y);
       EXPECT_LE(ulps(out.at(0), want), r.tolUlps) << "x=" << x << " y=" << y << " got " << out[0]
                                                   << " engine " << want;
     }
@@ -155,7 +118,7 @@ TEST(CreateDefs, SecondDerivativeOfStep) {
     double x = rng.real(), y = 1.5 + rng.real();
     std::vector<double> out;
     comp.eval({x, y}, out);
-    EXPECT_LE(ulps(out.at(0), f.engine(node, x, y)), 2) << x << " " << y;
+    EXPECT_LE(ulps(out.at(0), f.eval(node, x, y)), 2) << x << " " << y;
   }
 }
 
@@ -176,7 +139,7 @@ TEST(CreateDefs, SharedNodesAndVariables) {
   EXPECT_EQ(d.defs.at(again), "#" + std::to_string(g->getDeepID()));
   std::vector<double> out;
   comp.eval({0.3, 0.7}, out);
-  EXPECT_EQ(out.at(0), f.engine(h, 0.3, 0.7));
+  EXPECT_EQ(out.at(0), f.eval(h, 0.3, 0.7));
   EXPECT_EQ(out.at(1), 0.3 * 0.7);
 
   f.ev->defs["z"] = f.parse("x + 1");
@@ -193,7 +156,7 @@ TEST(CreateDefs, SharedNodesAndVariables) {
   ExprComp comp4;
   createNodeDefs(comp4, {"dn", "vd"}, {dn, vd}, {"x", "y"}, f.ev);
   comp4.eval({0.3, 0.7}, out);
-  EXPECT_EQ(out, (std::vector<double>{f.engine(dn, 0.3, 0.7), f.engine(vd, 0.3, 0.7)}));
+  EXPECT_EQ(out, (std::vector<double>{f.eval(dn, 0.3, 0.7), f.eval(vd, 0.3, 0.7)}));
 
   f.ev->defs["a"] = f.parse("b + 1");
   f.ev->defs["b"] = f.parse("a * 2");

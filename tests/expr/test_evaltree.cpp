@@ -6,7 +6,6 @@
 // 9999/10000 nested definitions, on the calling thread and on a worker.
 #include <gtest/gtest.h>
 #include <omp.h>
-#include <pthread.h>
 
 #include <cmath>
 #include <map>
@@ -14,8 +13,7 @@
 #include <set>
 
 #include "qvarray/expr/evaltree.h"
-#include "qvarray/expr/nodemaker.h"
-#include "qvarray/expr/varevaluator.h"
+#include "nodetesting.h"
 #include "qvtest.h"
 #include "qvutil/parallel.h"
 
@@ -23,24 +21,7 @@ using namespace qvarray;
 
 namespace {
 
-// Variables bound to numbers, or defined by nodes.
-class TestEvaluator : public VarEvaluator {
- public:
-  std::map<std::string, double> values;
-  std::map<std::string, EvalNodePtr> defs;
-  bool eval(const VarEvalPtr&, const std::string& name, const NodeList& args, unsigned, ValRepPtr& r,
-            ValRepCache&) override {
-    auto it = values.find(name);
-    if (!args.empty() || it == values.end()) return false;
-    r = std::make_shared<ValRep>(it->second);
-    return true;
-  }
-  EvalNodePtr expand(const VarEvalPtr&, const std::string& name) override {
-    auto it = defs.find(name);
-    return it == defs.end() ? nullptr : it->second;
-  }
-};
-
+using qvtest::TestEvaluator;
 using EvPtr = std::shared_ptr<TestEvaluator>;
 
 // NaN for a NaN value.
@@ -119,6 +100,9 @@ TEST(TimeOrderRange, AgainstIntervalModel) {
     t -= rb;
     EXPECT_EQ(t.mask(), modelSum(a, toIvls(b), -1)) << a << " - " << b;
     EXPECT_EQ(ra.intersects(rb), (a & b) != 0);
+    t = ra;
+    t.set(-1);  // no negative orders
+    EXPECT_EQ(t.mask(), a);
     EXPECT_EQ(TimeOrderRange(lo, hi).mask(),
               lo > hi ? 0 : toMask({{lo >= 15 ? 15 : lo, lo >= 15 ? 15 : hi}}));
     EXPECT_EQ(ra.get(lo), lo >= 0 && ((a >> std::min(lo, 15)) & 1));
@@ -196,9 +180,9 @@ TEST(EvalTree, Errors) {
 }
 
 TEST(EvalTree, DerivativesAgainstCentralDifferences) {
-  auto ev = std::make_shared<TestEvaluator>();
-  NodeMaker& mk = ev->getNodeMaker();
-  ev->defs["u"] = mk.fromSyntax(*ExprImpl("sin(x)*y").root(), ev);
+  qvtest::NodeFixture f;
+  auto& ev = f.ev;
+  ev->defs["u"] = f.parse("sin(x)*y");
   const char* texts[] = {"x^3-2*x*y", "exp(-x/y)*u", "sqrt(x^2+y^2)", "log(1+x^2)/y", "atan(u)"};
   const double h = 1e-5;
   for (const char* text : texts) {
@@ -209,12 +193,12 @@ TEST(EvalTree, DerivativesAgainstCentralDifferences) {
       const bool byX = var[0] == 'x';
       for (double x : {-0.7, 0.4, 1.3}) {
         const double y = 0.9;
-        auto at = [&](double step) {
-          ev->values = {{"x", x + (byX ? step : 0)}, {"y", y + (byX ? 0 : step)}};
+        auto at = [&](double s) {
+          ev->values = {{"x", byX ? s : x}, {"y", byX ? y : s}};
           return value(t, ev);
         };
-        const double fd = (at(h) - at(-h)) / (2 * h);
-        at(0);
+        const double fd = qvtest::centralDiff(at, byX ? x : y, h);
+        at(byX ? x : y);
         EXPECT_NEAR(value(d, ev), fd, 1e-7 * (1 + std::fabs(fd))) << text << " by " << var;
       }
     }
@@ -256,13 +240,13 @@ TEST(EvalTree, CombinatorsSimplifyLinearize) {
 }
 
 TEST(EvalTree, ShadowRenewedByVersionKey) {
-  auto ev = std::make_shared<TestEvaluator>();
-  NodeMaker& mk = ev->getNodeMaker();
+  qvtest::NodeFixture f;
+  auto& ev = f.ev;
   ev->values = {{"x", 3.0}};
-  ev->defs["u"] = mk.fromSyntax(*ExprImpl("x+1").root(), ev);
+  ev->defs["u"] = f.parse("x+1");
   EvalTreePtr t = tree("u*2");
   EXPECT_EQ(value(t->diff("x", ev), ev), 2.0);
-  ev->defs["u"] = mk.fromSyntax(*ExprImpl("x*x").root(), ev);
+  ev->defs["u"] = f.parse("x*x");
   EXPECT_EQ(value(t->diff("x", ev), ev), 2.0);  // the shadow's derivative of its version
   ev->updateVersion();
   EXPECT_EQ(value(t->diff("x", ev), ev), 12.0);
@@ -369,15 +353,7 @@ TEST(RecLimCheck, NestedDefinitionsReachTheLimitBeforeTheStack) {
   };
   const std::string expect[4] = {"ok", "Recursion_limit_exceeded 10000 circvar", "b -> a -> b", "0"};
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  pthread_attr_t attr;
-  pthread_attr_init(&attr);
-  pthread_attr_setstacksize(&attr, size_t(256) << 20);
-  pthread_t thread;
-  using Body = decltype(nested);
-  ASSERT_EQ(pthread_create(&thread, &attr, [](void* b) -> void* { return (*static_cast<Body*>(b))(), nullptr; },
-                           &nested), 0);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attr);
+  qvtest::onStack(size_t(256) << 20, nested);
   for (int i = 0; i < 4; ++i) EXPECT_EQ(result[i], expect[i]) << i;
 #else
   nested();

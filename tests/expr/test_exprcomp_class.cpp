@@ -5,7 +5,6 @@
 // chain of continuations. The randomized differential test of whole
 // programs is test_exprcomp_jvm.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <bit>
 #include <cmath>
@@ -22,16 +21,6 @@ namespace {
 using qvarray::ExprComp;
 using C = ExprComp;
 constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-
-// Math.round: floor(x + 1/2) taken exactly, NaN -> 0, saturated to the long
-// range; then back to double.
-double jvmRound(double x) {
-  if (std::isnan(x)) return 0.0;
-  if (x >= 0x1p63) return 0x1p63;
-  if (x <= -0x1p63) return -0x1p63;
-  const double f = std::floor(x);
-  return (x - f >= 0.5 ? f + 1 : f) + 0.0;  // a long has no -0
-}
 
 int statusOf(const std::string& key) {
   if (key == "Log_of_negative") return C::LOG_OF_NEGATIVE;
@@ -51,23 +40,13 @@ int evalStatus(const ExprComp& c, const std::vector<double>& in, std::vector<dou
   }
 }
 
-// A directory of this process's own: test runs of several builds may share
-// the temporary directory.
-std::filesystem::path scratchDir(const std::string& name) {
-  return std::filesystem::path(testing::TempDir()) / (name + "_" + std::to_string(::getpid()));
-}
-
-bool sameBits(double a, double b) {
-  return std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b) || (std::isnan(a) && std::isnan(b));
-}
-
 // The class around the program, without the JVM (sanitizer builds too).
 TEST(ExprCompClass, ClassLayoutFilesAndRunLog) {
   std::vector<unsigned char> bytes;
   ExprComp::compile("S", "work", bytes, {"y = sqrt(x) * 2"}, {"x"}, {"y"}, true);
   const std::vector<unsigned char> head{0xCA, 0xFE, 0xBA, 0xBE, 0, 0, 0, 46};
   EXPECT_EQ(std::vector<unsigned char>(bytes.begin(), bytes.begin() + 8), head);
-  const auto dir = scratchDir("qv_exprcomp_file");
+  const auto dir = qvtest::scratchDir("qv_exprcomp_file", testing::TempDir());
   std::filesystem::create_directories(dir);
   ExprComp::compile("S", "work", (dir / "S.class").string(), {"y = sqrt(x) * 2"}, {"x"}, {"y"}, true);
   EXPECT_EQ(std::filesystem::file_size(dir / "S.class"), bytes.size());
@@ -91,7 +70,7 @@ TEST(ExprCompClass, TranscendentalAndDomainOperationsInTheJvm) {
       "y = x^0.75",  "y = sqrt(x)", "y = mod(x, -0.75)", "y = round(x)",
       "y = 1^x",     "y = (-1)^(x/0)"};
   const double xs[] = {0.3, -0.7, 1.0, 2.0, -1.5, kNaN, 0.49999999999999994, -0.0};
-  auto dir = scratchDir("qv_exprcomp_fun");
+  auto dir = qvtest::scratchDir("qv_exprcomp_fun", testing::TempDir());
   qvtest::ClassCheck check(dir);
   std::vector<ExprComp> comps;
   for (size_t k = 0; k < std::size(defs); ++k) {
@@ -128,9 +107,9 @@ TEST(ExprCompClass, TranscendentalAndDomainOperationsInTheJvm) {
       const auto& jvm = runs[k].calls.at(c);
       ASSERT_EQ(jvm.status, status) << defs[k] << " at " << xs[c];
       if (status != 0) continue;
-      const double want = std::string(defs[k]) == "y = round(x)" ? jvmRound(xs[c]) : out[0];
+      const double want = std::string(defs[k]) == "y = round(x)" ? qvtest::javaRound(xs[c]) : out[0];
       if (std::isnan(want) || std::isinf(want) || want == 0)
-        EXPECT_TRUE(sameBits(jvm.out[0], want)) << defs[k] << " at " << xs[c];
+        EXPECT_TRUE(qvtest::sameBits(jvm.out[0], want)) << defs[k] << " at " << xs[c];
       else
         EXPECT_NEAR(jvm.out[0], want, 4.5e-16 * std::fabs(want)) << defs[k] << " at " << xs[c];
     }

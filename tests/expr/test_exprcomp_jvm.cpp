@@ -41,22 +41,11 @@ using qvarray::ExprComp;
 
 namespace {
 
+using qvtest::javaRound;
+using qvtest::sameBits;
+
 const double kNaN = std::numeric_limits<double>::quiet_NaN();
 const double kInf = std::numeric_limits<double>::infinity();
-
-// Java's Math.round as a double: the nearest long, ties upward, NaN 0,
-// clamped to the long range (whose ends convert to -2^63 and 2^63).
-double javaRound(double x) {
-  if (std::isnan(x)) return 0;
-  if (x >= 0x1p63) return 0x1p63;
-  if (x <= -0x1p63) return -0x1p63;
-  double fl = std::floor(x);
-  return fl + (x - fl >= 0.5 ? 1 : 0);  // x - fl is exact here
-}
-
-bool sameBits(double a, double b) {
-  return (std::isnan(a) && std::isnan(b)) || std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b);
-}
 
 // The inputs where floor(x + 0.5) and Math.round disagree, as documented.
 bool roundsDiffer(double x) {

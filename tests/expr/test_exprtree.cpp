@@ -5,7 +5,6 @@
 // simplification, a per-element model of the set algebra, and hashes
 // computed independently (Python) and stored here.
 #include <gtest/gtest.h>
-#include <pthread.h>
 
 #include <cmath>
 #include <functional>
@@ -15,6 +14,7 @@
 
 #include "qvarray/expr/exprhost.h"
 #include "qvarray/expr/exprtree.h"
+#include "nodetesting.h"
 #include "qvtest.h"
 
 namespace {
@@ -216,27 +216,6 @@ TEST(ExprTree, Limits) {
   EXPECT_EQ(printPrefix(t.toPrefix()), atLimit);
 }
 
-// Runs f on a thread whose stack has `bytes` (a JVM gives its threads 1 MiB).
-void onStack(size_t bytes, const std::function<void()>& f) {
-  std::exception_ptr error;
-  auto body = [&] {
-    try {
-      f();
-    } catch (...) {
-      error = std::current_exception();
-    }
-  };
-  using Body = decltype(body);
-  pthread_attr_t attr;
-  pthread_attr_init(&attr);
-  pthread_attr_setstacksize(&attr, bytes);
-  pthread_t thread;
-  ASSERT_EQ(pthread_create(&thread, &attr, [](void* b) -> void* { return (*static_cast<Body*>(b))(), nullptr; }, &body), 0);
-  pthread_join(thread, nullptr);
-  pthread_attr_destroy(&attr);
-  if (error) std::rethrow_exception(error);
-}
-
 TEST(ExprTree, DepthLimitFitsAJavaThreadStack) {
   const size_t n = E::kMaxDepth - 1;
   std::string sum = "A";
@@ -248,7 +227,7 @@ TEST(ExprTree, DepthLimitFitsAJavaThreadStack) {
 #else
   const size_t stack = size_t(1) << 19;  // half of a JVM thread's stack
 #endif
-  onStack(stack, [&] {
+  qvtest::onStack(stack, [&] {
     for (const std::string& text : texts) {
       ExprImpl t(text);
       const std::string printed = t.toString();

@@ -3,18 +3,14 @@
 // tree at random points; symbolic derivatives against central differences
 // and read back from their printed form; hash-consing on one thread, two
 // host threads and an OpenMP team; proxies, shadows and version keys;
-// dependency records; the factory's errors; time-order sets.
+// dependency records; the factory's errors.
 #include <gtest/gtest.h>
 #include <omp.h>
 
 #include <cmath>
-#include <functional>
-#include <map>
 #include <thread>
 
-#include "qvarray/expr/exprtree.h"
-#include "qvarray/expr/nodemaker.h"
-#include "qvarray/expr/varevaluator.h"
+#include "nodetesting.h"
 #include "qvtest.h"
 
 using namespace qvarray;
@@ -22,89 +18,10 @@ using NM = NodeMaker;
 
 namespace {
 
-// Variables bound to numbers, or defined by nodes.
-class TestEvaluator : public VarEvaluator {
- public:
-  std::map<std::string, double> values;
-  std::map<std::string, EvalNodePtr> defs;
-  bool eval(const VarEvalPtr&, const std::string& name, const NodeList& args, unsigned, ValRepPtr& r,
-            ValRepCache&) override {
-    auto it = values.find(name);
-    if (!args.empty() || it == values.end()) return false;
-    r = std::make_shared<ValRep>(it->second);
-    return true;
-  }
-  EvalNodePtr expand(const VarEvalPtr&, const std::string& name) override {
-    auto it = defs.find(name);
-    return it == defs.end() ? nullptr : it->second;
-  }
-};
-
-struct Fixture {
-  std::shared_ptr<TestEvaluator> ev = std::make_shared<TestEvaluator>();
-  NodeMaker& mk = ev->getNodeMaker();
-  EvalNodePtr parse(const std::string& text) { return mk.fromSyntax(*ExprImpl(text).root(), ev); }
-  // NaN for a failed evaluation.
-  double eval(const EvalNodePtr& n, double x, double y = 0.0) {
-    ev->values = {{"x", x}, {"y", y}};
-    ValRepCache cache;
-    ValRepPtr v = n->eval(ev, cache, 0);
-    return v->isNaN() ? NAN : v->isZero() ? 0.0 : v->getDouble();
-  }
-};
-
-// The syntax tree evaluated with the C library's functions: the oracle.
-// NaN once any part is not finite (the engine reports log(0) as a failure).
-double plainPart(const ExprImpl::Node& n, double x, double y);
-double plain(const ExprImpl::Node& n, double x, double y) {
-  double v = plainPart(n, x, y);
-  return std::isfinite(v) ? v : NAN;
-}
-double plainPart(const ExprImpl::Node& n, double x, double y) {
-  using E = ExprImpl;
-  if (auto* u = dynamic_cast<const E::Unary*>(&n)) return -plain(*u->operand(), x, y);
-  if (auto* b = dynamic_cast<const E::Binary*>(&n)) {
-    double l = plain(*b->left(), x, y), r = plain(*b->right(), x, y);
-    if (std::isnan(l) || std::isnan(r)) return NAN;  // also NaN^0
-    switch (b->code()) {
-      case E::OpPlus: return l + r;
-      case E::OpMinus: return l - r;
-      case E::OpTimes: return l * r;
-      case E::OpDivide: return l / r;
-      default: return std::pow(l, r);
-    }
-  }
-  if (auto* c = dynamic_cast<const E::FuncCall*>(&n)) {
-    static const std::map<std::string, double (*)(double)> f = {
-        {"sin", std::sin}, {"cos", std::cos}, {"exp", std::exp}, {"log", std::log},
-        {"sqrt", std::sqrt}, {"atan", std::atan}, {"tanh", std::tanh}};
-    return f.at(c->name())(plain(*c->args()[0], x, y));
-  }
-  if (auto* i = dynamic_cast<const E::Identifier*>(&n)) return i->name() == "x" ? x : y;
-  return std::stod(static_cast<const E::LiteralValue&>(n).text());
-}
-
-// Random expressions over x and y.
-std::string randomExpr(std::mt19937& g, int depth) {
-  static const char* leaves[] = {"x", "y", "0", "1", "2", "3", "0.5", "x", "y"};
-  static const char* ops[] = {"+", "-", "*", "/", "^"};
-  static const char* funs[] = {"sin", "cos", "exp", "log", "sqrt", "atan", "tanh"};
-  std::uniform_int_distribution<int> pick(0, 9);
-  int k = pick(g);
-  if (depth == 0 || k < 2) return leaves[pick(g) % 9];
-  if (k < 4) return std::string(funs[pick(g) % 7]) + "(" + randomExpr(g, depth - 1) + ")";
-  if (k == 4) return "-(" + randomExpr(g, depth - 1) + ")";
-  std::string op = ops[pick(g) % 5];
-  std::string r = op == "^" ? std::string(leaves[2 + pick(g) % 5]) : randomExpr(g, depth - 1);
-  return "(" + randomExpr(g, depth - 1) + ")" + op + "(" + r + ")";
-}
-
-// Equal within `ulps` units in the last place of the larger; +0 == -0; NaN == NaN.
-bool close(double a, double b, double ulps) {
-  if (std::isnan(a) || std::isnan(b)) return std::isnan(a) && std::isnan(b);
-  if (a == b) return true;
-  return std::fabs(a - b) <= ulps * std::numeric_limits<double>::epsilon() * std::max(std::fabs(a), std::fabs(b));
-}
+using Fixture = qvtest::NodeFixture;
+using qvtest::close;
+using qvtest::randomExpr;
+using TestEvaluator = qvtest::TestEvaluator;
 
 }  // namespace
 
@@ -151,7 +68,7 @@ TEST(NodeMaker, NodesEvaluateAsTheirSyntaxTree) {
     ExprImpl syntax(text);
     EvalNodePtr n = t.mk.fromSyntax(*syntax.root(), t.ev);
     for (int p = 0; p < 4; ++p) {
-      double x = u(g), y = u(g), want = plain(*syntax.root(), x, y);
+      double x = u(g), y = u(g), want = qvtest::plainValue(*syntax.root(), x, y);
       if (!std::isfinite(want)) continue;  // domain failures, and 0*x at infinite x
       // x^3 rewritten as x*x*x and SLEEF's 1-ulp functions: a few ulps per operation.
       EXPECT_TRUE(close(t.eval(n, x, y), want, 1e4)) << text << " at " << x << ", " << y;
@@ -183,7 +100,7 @@ TEST(NodeMaker, DerivativesMatchCentralDifferencesAndReadBack) {
       {"exp(sin(x)*x)/sqrt(1+x^2)", 0.4}};
   for (const Row& r : rows) {
     EvalNodePtr f = t.parse(r.text), d = f->diff("x", t.ev);
-    const double h = 1e-6, fd = (t.eval(f, r.x + h) - t.eval(f, r.x - h)) / (2 * h);
+    const double fd = qvtest::centralDiff([&](double x) { return t.eval(f, x); }, r.x, 1e-6);
     double dv = t.eval(d, r.x);
     EXPECT_NEAR(dv, fd, 1e-7 * std::max(1.0, std::fabs(fd))) << r.text << " -> " << d->toString();
     EXPECT_TRUE(close(t.eval(t.parse(d->toString()), r.x), dv, 8)) << d->toString();
@@ -196,7 +113,7 @@ TEST(NodeMaker, DerivativesMatchCentralDifferencesAndReadBack) {
   for (int k = 0; k < 200; ++k) {
     EvalNodePtr f = t.parse(randomExpr(g, 3)), d = f->diff("x", t.ev);
     double x = 0.3 + 0.1 * (k % 7), y = 0.9;
-    const double h = 1e-6, fd = (t.eval(f, x + h, y) - t.eval(f, x - h, y)) / (2 * h);
+    const double fd = qvtest::centralDiff([&](double s) { return t.eval(f, s, y); }, x, 1e-6);
     // Skipped: points off the domain or where a part is not differentiable (sqrt(0)).
     if (!std::isfinite(fd) || std::fabs(fd) > 1e4 || !std::isfinite(t.eval(d, x, y))) continue;
     EXPECT_NEAR(t.eval(d, x, y), fd, 1e-5 * std::max(1.0, std::fabs(fd))) << f->toString();
@@ -216,7 +133,7 @@ TEST(NodeMaker, SharedSubexpressionsAreDifferentiatedOnce) {
   size_t before = t.mk.tableSize();
   g->diff("x", t.ev);
   EXPECT_LT(t.mk.tableSize() - before, 24u * 8u);
-  const double x = 0.001, h = 1e-7, fd = (t.eval(g12, x + h) - t.eval(g12, x - h)) / (2 * h);
+  const double x = 0.001, fd = qvtest::centralDiff([&](double s) { return t.eval(g12, s); }, x, 1e-7);
   EXPECT_NEAR(t.eval(g12->diff("x", t.ev), x), fd, 1e-6 * std::fabs(fd));
 }
 
@@ -300,23 +217,4 @@ TEST(NodeMaker, DependenciesAndErrors) {
   qvtest::expectThrowKey([&] { t.mk.makeOpNode(NM::Sin, x, x); }, "Evaluation_internal_error");
   qvtest::expectThrowKey([&] { t.mk.makeOpNode(NM::Plus, NodeList{x, x, x}); }, "Evaluation_internal_error");
   qvtest::expectThrowKey([&] { t.parse("[x, 1]"); }, "Evaluation_internal_error");
-}
-
-TEST(TimeOrderRange, MaskRules) {
-  TimeOrderRange r(15, 20);
-  EXPECT_EQ(r.mask(), 0x8000);
-  r.set(-1);
-  EXPECT_EQ(r.mask(), 0x8000);
-  TimeOrderRange s = r;
-  s.tShift(1);
-  EXPECT_EQ(s.mask(), 0x8000);
-  s.tShift(-1);
-  EXPECT_EQ(s.mask(), 0xC000);
-  TimeOrderRange a(0, 1), b(1, 2);
-  a += b;  // {0,1} + {1,2} = {1,2,3}
-  EXPECT_EQ(a.mask(), 0xE);
-  a -= TimeOrderRange(1, 1);  // {0,1,2}
-  EXPECT_EQ(a.mask(), 0x7);
-  a += TimeOrderRange();
-  EXPECT_TRUE(a.empty());
 }

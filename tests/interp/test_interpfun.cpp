@@ -4,29 +4,14 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <map>
 
-#include "qvarray/expr/nodemaker.h"
-#include "qvarray/expr/varevaluator.h"
+#include "nodetesting.h"
 #include "qvarray/interp/interpfun.h"
 #include "qvtest.h"
 
 using namespace qvarray;
 
 namespace {
-
-class Vars : public VarEvaluator {
- public:
-  std::map<std::string, double> values;
-  bool eval(const VarEvalPtr&, const std::string& name, const NodeList& args, unsigned, ValRepPtr& r,
-            ValRepCache&) override {
-    auto it = values.find(name);
-    if (!args.empty() || it == values.end()) return false;
-    r = std::make_shared<ValRep>(it->second);
-    return true;
-  }
-  EvalNodePtr expand(const VarEvalPtr&, const std::string&) override { return nullptr; }
-};
 
 // sin(x) + x*y on a non-uniform 2-D grid.
 std::shared_ptr<Interpolator> makeGrid(InterpMethod m, InterpExtrapolation e) {
@@ -54,23 +39,18 @@ TEST(InterpFun, ValuesNodesAndDerivativesMatchTheInterpolator) {
     ASSERT_EQ((*f)(std::vector<FunObj::RA>{xa, ya}, 3, 2), FunObj::Success);
     for (int p = 0; p < 3; ++p) EXPECT_EQ(xa->data[p], ref[p]);
     // Nodes: the value, and its symbolic derivative through the factory.
-    auto ev = std::make_shared<Vars>();
-    NodeMaker& mk = ev->getNodeMaker();
-    EvalNodePtr node = mk.makeOpNode(FunPtr(f), NodeList{mk.makeVarNode("x"), mk.makeVarNode("y")});
-    EvalNodePtr d = node->diff("x", ev);
-    auto at = [&](const EvalNodePtr& n, double x, double y) {
-      ev->values = {{"x", x}, {"y", y}};
-      ValRepCache cache;
-      return n->eval(ev, cache, 0)->getDouble();
-    };
+    qvtest::NodeFixture t;
+    EvalNodePtr node = t.mk.makeOpNode(FunPtr(f), NodeList{t.mk.makeVarNode("x"), t.mk.makeVarNode("y")});
+    EvalNodePtr d = node->diff("x", t.ev);
     for (int p = 0; p < 3; ++p) {
-      const double x = pts[p][0], y = pts[p][1], h = 1e-6;
-      EXPECT_EQ(at(node, x, y), ref[p]);
-      EXPECT_EQ(at(d, x, y), dref[p]) << d->toString();
-      EXPECT_NEAR(at(d, x, y), (at(node, x + h, y) - at(node, x - h, y)) / (2 * h), 1e-6);
+      const double x = pts[p][0], y = pts[p][1];
+      EXPECT_EQ(t.eval(node, x, y), ref[p]);
+      EXPECT_EQ(t.eval(d, x, y), dref[p]) << d->toString();
+      EXPECT_NEAR(t.eval(d, x, y), qvtest::centralDiff([&](double s) { return t.eval(node, s, y); }, x, 1e-6),
+                  1e-6);
     }
     // No second derivative from the interpolant: an unexpanded d(...).
-    EXPECT_EQ(d->diff("x", ev)->toString().rfind("d(", 0), 0u);
+    EXPECT_EQ(d->diff("x", t.ev)->toString().rfind("d(", 0), 0u);
   }
 }
 
@@ -80,20 +60,16 @@ TEST(InterpFun, OneDimensionalNodeAndBroadcastScalar) {
   for (size_t i = 0; i < x.size(); ++i) v(i, 0) = std::exp(x[i]);
   auto ip = std::make_shared<Interpolator>(Interpolator::onGrid({x}, v, InterpMethod::CubicSpline));
   auto f = std::make_shared<InterpFun>("e", ip);
-  auto ev = std::make_shared<Vars>();
-  NodeMaker& mk = ev->getNodeMaker();
-  EvalNodePtr node = mk.makeOpNode(FunPtr(f), NodeList{mk.makeVarNode("x")});
-  EvalNodePtr d = node->diff("x", ev);
+  qvtest::NodeFixture t;
+  EvalNodePtr node = t.mk.makeOpNode(FunPtr(f), NodeList{t.mk.makeVarNode("x")});
+  EvalNodePtr d = node->diff("x", t.ev);
   const double p = 1.1;
   const double* c[] = {&p};
   double ref = 0, dref = 0;
   ip->evaluate(c, 1, &ref);
   ip->evaluate(c, 1, &dref, 0, 0);
-  ev->values = {{"x", p}};
-  ValRepCache cache;
-  EXPECT_EQ(node->eval(ev, cache, 0)->getDouble(), ref);
-  ValRepCache cache2;
-  EXPECT_EQ(d->eval(ev, cache2, 0)->getDouble(), dref);
+  EXPECT_EQ(t.eval(node, p), ref);
+  EXPECT_EQ(t.eval(d, p), dref);
   // 2-D: a scalar y broadcast over an array x equals the point-by-point values.
   auto g = std::make_shared<InterpFun>("k", makeGrid(InterpMethod::Linear, InterpExtrapolation::Constant));
   auto xa = std::make_shared<Array<double, 1>>(2);

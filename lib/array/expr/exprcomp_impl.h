@@ -66,7 +66,6 @@ struct ExprComp::Impl {
   std::vector<Def> work;
   std::vector<char> live;                // position -> computed (eliminateCommon)
   std::vector<int> alias;                // position -> the position computing it
-  bool pruned = false;                   // eliminateCommon ran: sort from the outputs
   std::unordered_map<int, int> defAt;    // id -> position (crossRef)
   std::unordered_map<int, int> inputAt;  // id -> input position (crossRef)
   std::vector<int> order;                // positions, operands first (topoSort)

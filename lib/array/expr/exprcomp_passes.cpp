@@ -1,7 +1,7 @@
 // The compiler's passes, in the order runPasses calls them: crossRef (checks
 // and the maps from numbers to definitions), topoSort (operands first),
 // eliminateCommon (one computation per distinct operation, unused
-// definitions dropped), topoSort again (from the outputs), allocateRegs (a
+// definitions dropped), topoSort again (what is left), allocateRegs (a
 // register per value, reused after its last use), optimizeStack (values that
 // go straight into the next step stay on the operand stack), createEval (the
 // program). No pass recurses: a chain of 10^5 definitions needs no deep stack.
@@ -69,24 +69,21 @@ void ExprComp::Impl::crossRef() {
   live.assign(work.size(), 1);
   alias.resize(work.size());
   for (size_t p = 0; p < work.size(); ++p) alias[p] = static_cast<int>(p);
-  pruned = false;
 }
 
-// Depth-first post-order with an explicit stack of (position, next operand).
-// The first run starts from every definition in the order added, so a cycle
-// anywhere is found; after eliminateCommon only what the outputs need is
-// live, and the run starts from the outputs in order, which puts a value
-// next to its first use as often as the post-order can.
+// Depth-first post-order with an explicit stack of (position, next operand),
+// started from every (live) definition in the order added, so a cycle
+// anywhere is found and definitions given operands first keep their order.
+// That order matters for speed: definitions written in their natural order
+// interleave independent chains, which the processor overlaps; a post-order
+// from the outputs would put each value next to its consumer and chain
+// dependent calls back to back (a third slower in the JVM).
 void ExprComp::Impl::topoSort() {
   enum : char { Unseen, Open, Done };
   std::vector<char> state(work.size(), Unseen);
   std::vector<int> roots;
-  if (pruned) {
-    for (int id : outputs)
-      if (int p = positionOf(id); p >= 0) roots.push_back(p);
-  } else {
-    for (size_t p = 0; p < work.size(); ++p) roots.push_back(static_cast<int>(p));
-  }
+  for (size_t p = 0; p < work.size(); ++p)
+    if (live[p]) roots.push_back(static_cast<int>(p));
   order.clear();
   std::vector<std::pair<int, size_t>> stack;
   for (int root : roots) {
@@ -158,7 +155,6 @@ void ExprComp::Impl::eliminateCommon() {
       if (int q = positionOf(a); q >= 0) needed[static_cast<size_t>(q)] = 1;
   }
   for (size_t p = 0; p < work.size(); ++p) live[p] = live[p] && needed[p];
-  pruned = true;
 }
 
 // Linear scan over the order: an operand's register is free again after the

@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <bit>
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -33,6 +35,21 @@ struct ClassRun {
 /// directory: test programs run side by side (ctest -j, several builds).
 inline std::filesystem::path scratchDir(const std::string& name, const std::string& tempDir) {
   return std::filesystem::path(tempDir) / (name + "_" + std::to_string(::getpid()));
+}
+
+/// Java's Math.round as a double: the nearest long, ties upward, NaN 0,
+/// clamped to the long range (whose ends convert to -2^63 and 2^63).
+inline double javaRound(double x) {
+  if (std::isnan(x)) return 0;
+  if (x >= 0x1p63) return 0x1p63;
+  if (x <= -0x1p63) return -0x1p63;
+  double fl = std::floor(x);
+  return fl + (x - fl >= 0.5 ? 1 : 0);  // x - fl is exact here; -0 + 0 is +0, as a long has no -0
+}
+
+/// The same bits, or both NaN.
+inline bool sameBits(double a, double b) {
+  return (std::isnan(a) && std::isnan(b)) || std::bit_cast<uint64_t>(a) == std::bit_cast<uint64_t>(b);
 }
 
 class ClassCheck {
