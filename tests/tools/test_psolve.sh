@@ -41,10 +41,20 @@ for mode in root each; do
 done
 [[ ${its[root]} == "${its[each]}" ]] || fail "iterations differ: ${its[root]} (root), ${its[each]} (each)" ""
 
-out=$("$@" "$qvtool" psolve "$A" "$b" -ksp_type nonsense 2>&1)
-rc=$?
-[[ $rc -eq 1 ]] && grep -q '^qvtool: .*Unable to find requested KSP type nonsense' <<<"$out" ||
-  fail "bad PETSc option: status $rc" "$out"
+# Failures on any rank end every rank with one report: a PETSc error, a file
+# rank 0 cannot read, a non-finite entry in the last rank's rows, a usage error.
+printf '%%%%MatrixMarket matrix coordinate real general\n4 4 4\n1 1 1\n2 2 1\n3 3 1\n4 4 inf\n' >"$tmp/inf.mtx"
+printf '%%%%MatrixMarket matrix array real general\n4 1\n1\n1\n1\n1\n' >"$tmp/b4.mtx"
+while IFS='|' read -r status pattern args; do
+  out=$("$@" "$qvtool" psolve $args 2>&1)
+  rc=$?
+  [[ $rc -eq $status && $(grep -c "$pattern" <<<"$out") -eq 1 ]] || fail "psolve $args: status $rc" "$out"
+done <<EOT
+1|^qvtool: .*Unable to find requested KSP type nonsense|$A $b -ksp_type nonsense
+1|^qvtool: $tmp/none.mtx: Cannot open file|$tmp/none.mtx $b
+1|^qvtool: $tmp/inf.mtx:7: the entry '4 4 inf' is not a finite number|$tmp/inf.mtx $tmp/b4.mtx
+2|^qvtool psolve: no right-hand side file given|$A
+EOT
 
 [[ $failures -eq 0 ]] && echo "psolve checks passed (${its[root]} iterations)"
 exit $((failures > 0))
