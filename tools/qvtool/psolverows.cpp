@@ -107,9 +107,12 @@ std::vector<double> readRightHandSide(const std::string& path, size_t n) {
   if (B.sizes[0] != n || B.sizes[1] != 1)
     throw Failure(path + ": the right-hand side is " + std::to_string(B.sizes[0]) + " x " +
                   std::to_string(B.sizes[1]) + ", not " + std::to_string(n) + " x 1");
-  for (size_t i = 0; i < n; ++i)
-    if (!allFinite(&B(i, 0), 1)) failNonFinite(path, i, 0);
-  return std::vector<double>(&B(0, 0), &B(0, 0) + n);
+  std::vector<double> b(n);
+  for (size_t i = 0; i < n; ++i) {
+    b[i] = B(i, 0);
+    if (!allFinite(&b[i], 1)) failNonFinite(path, i, 0);
+  }
+  return b;
 }
 
 }  // namespace
