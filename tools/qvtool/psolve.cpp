@@ -11,7 +11,9 @@
 #include <mpi.h>
 #include <petscksp.h>
 
+#include <algorithm>
 #include <array>
+#include <cstdio>
 #include <string>
 #include <vector>
 
