@@ -46,6 +46,8 @@ ENV = {"bench_dense": {"OMP_NUM_THREADS": "1", "OPENBLAS_NUM_THREADS": "1"}}
 # Programs run through a script of bench/ that times Python peers on the same
 # data and writes the merged rows (repetitions become its rounds).
 DRIVERS = {"bench_eval": "eval_numexpr.py", "bench_exprcomp": "exprcomp_jvm.py"}
+# Programs built only with an optional component (the PETSc bridge).
+OPTIONAL = {"bench_petsc"}
 # Name parts that are not part of a case.
 IGNORED = re.compile(r"^(real_time|process_time|manual_time|iterations:\d+|repeats:\d+)$")
 OURS = "qvarray"
@@ -65,6 +67,9 @@ def programs(build_dir, only):
     if only:
         names = [n for n in names if n in set(only.split(","))]
     paths = [os.path.join(build_dir, "bench", n) for n in names]
+    # Programs of optional components run only where they were built.
+    paths = [p for p in paths
+             if os.path.basename(p) not in OPTIONAL or os.access(p, os.X_OK)]
     missing = [p for p in paths if not os.access(p, os.X_OK)]
     if missing:
         sys.exit("not built: " + ", ".join(missing))

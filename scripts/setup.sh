@@ -14,6 +14,7 @@ pkgs=(g++ cmake ninja-build
       libasm-java                                  # class-file checks of the expression compiler
       python3-mpmath python3-scipy python3-numpy   # reference values and peers
       libmuparser-dev libginac-dev python3-numexpr # expression-engine peers, benchmarks only
+      libpetsc-real3.18-dev                        # distributed solves (optional qvarray_petsc)
       ccache)                                      # shared compiler cache for work trees
 missing=()
 for p in "${pkgs[@]}"; do

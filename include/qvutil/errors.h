@@ -50,7 +50,8 @@
   X(qvjarray)               \
   X(callback)               \
   X(fftplan)                \
-  X(jniaccess)
+  X(jniaccess)              \
+  X(petscbridge)
 
 /// Error keys: fixed identifiers that the product's message catalogue translates.
 #define QV_ERROR_KEYS(X)                            \
@@ -151,7 +152,11 @@
   X(Unknown_function_name)                          \
   X(Name_value_pair_mismatch)                       \
   /* the ready variable evaluator */                \
-  X(Invalid_variable_binding)
+  X(Invalid_variable_binding)                       \
+  /* PETSc bridge */                                \
+  X(PETSc_error)                                    \
+  X(Complex_Sparse_not_supported_by_PETSc)          \
+  X(Invalid_row_partition)
 
 /// Message keys: keys whose text is an English sentence rather than an
 /// identifier. Raised with QV_RAISE_TEXT, which may append a run-time part to

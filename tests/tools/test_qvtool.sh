@@ -105,7 +105,10 @@ for cmd in band gmres; do
   check "$cmd-overflow" 1 'big.mtx: the right-hand side A\*\(1, \.\.\., 1\) overflows' \
     -- "$qvtool" $cmd "$tmp/big.mtx"
 done
-for cmd in null poisson blas; do check "$cmd-help" 0 "^usage: qvtool $cmd" -- "$qvtool" $cmd -h; done
+for cmd in null poisson blas psolve; do check "$cmd-help" 0 "^usage: qvtool $cmd" -- "$qvtool" $cmd -h; done
+# A qvtool without its PETSc module beside it (a copy elsewhere) says so.
+cp "$qvtool" "$tmp/qvtool"
+check psolve-absent 2 '^qvtool psolve: needs the PETSc bridge' -- "$tmp/qvtool" psolve "$tmp/D.mtx" "$tmp/b2.mtx"
 
 # Bad option values are named with the option.
 check gmres-tol 2 "^qvtool gmres: --tol: 'abc' is not a number$" -- "$qvtool" gmres --tol abc "$tmp/D.mtx"

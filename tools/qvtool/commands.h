@@ -31,5 +31,6 @@ extern const Command parseCommand;
 extern const Command compileCommand;
 extern const Command runClassCommand;
 extern const Command evalCommand;
+extern const Command psolveCommand;
 
 }  // namespace qvtool

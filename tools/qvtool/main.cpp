@@ -20,6 +20,7 @@ using qvtool::Command;
 const Command* const kCommands[] = {
     &qvtool::solveCommand, &qvtool::bandCommand,   &qvtool::gmresCommand, &qvtool::poissonCommand,
     &qvtool::sparseCommand, &qvtool::nullCommand, &qvtool::spmvCommand,  &qvtool::blasCommand,
+    &qvtool::psolveCommand,
     &qvtool::interpCommand,
     &qvtool::parseCommand, &qvtool::evalCommand,
     &qvtool::compileCommand, &qvtool::runClassCommand,

@@ -54,6 +54,8 @@ class Arguments {
   bool next() { return ++k_ < argc_; }
   /// The current argument is `option`.
   bool is(const char* option) const;
+  /// The current argument as written.
+  const char* current() const { return argv_[k_]; }
 
   /// The value that follows the current option, consumed.
   const char* value();
