@@ -116,4 +116,40 @@ TEST(ExprCompClass, TranscendentalAndDomainOperationsInTheJvm) {
   }
 }
 
+// sign: parsed texts are written out (operation 48 itself has no evaluation
+// rule); eval and the class must both give the table's values, bit for bit.
+TEST(ExprCompClass, SignThroughParseEvalAndClass) {
+  ExprComp op48;
+  op48.addInput(0);
+  op48.addDef(1, C::OpSign, 0);
+  op48.addOutput(1);
+  std::vector<double> out;
+  qvtest::expectThrowKey([&] { op48.eval({1.0}, out); }, "Internal_error_symbolic_processing");
+  const double inf = std::numeric_limits<double>::infinity();
+  const double rows[][2] = {{-3, -1}, {-0.0, 0}, {0, 0},     {2.5, 1}, {0x1p-1074, 1},
+                            {-inf, -1}, {inf, 1}, {kNaN, kNaN}};
+  ExprComp c;
+  c.parse({"y = sign(x)", "z = sign(-x)"}, {"x"}, {"y", "z"});
+  std::vector<unsigned char> bytes;
+  c.compile("Sign", "work", bytes, false);
+  qvtest::ClassCheck check(qvtest::scratchDir("qv_exprcomp_sign", testing::TempDir()));
+  check.addClass("Sign", bytes);
+  for (const auto& r : rows) {
+    c.eval({r[0]}, out);
+    EXPECT_TRUE(qvtest::sameBits(out.at(1), -r[1] + 0.0)) << r[0];  // +0 for either zero
+    EXPECT_TRUE(qvtest::sameBits(out.at(0), r[1])) << r[0];
+    check.addCall({r[0]});
+  }
+  if (!qvtest::ClassCheck::available()) GTEST_SKIP() << "no JVM in this build";
+  const auto runs = check.run();
+  ASSERT_EQ(runs.size(), 1u) << "the JVM did not run";
+  ASSERT_EQ(runs[0].verdict, "ok 1 2");
+  for (size_t k = 0; k < std::size(rows); ++k) {
+    c.eval({rows[k][0]}, out);
+    ASSERT_EQ(runs[0].calls.at(k).out.size(), 2u) << runs[0].calls[k].failure;
+    for (size_t o = 0; o < 2; ++o)
+      EXPECT_TRUE(qvtest::sameBits(runs[0].calls[k].out[o], out[o])) << rows[k][0] << " output " << o;
+  }
+}
+
 }  // namespace
