@@ -6,6 +6,7 @@
 // programs is test_exprcomp_jvm.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <filesystem>
@@ -149,6 +150,35 @@ TEST(ExprCompClass, SignThroughParseEvalAndClass) {
     ASSERT_EQ(runs[0].calls.at(k).out.size(), 2u) << runs[0].calls[k].failure;
     for (size_t o = 0; o < 2; ++o)
       EXPECT_TRUE(qvtest::sameBits(runs[0].calls[k].out[o], out[o])) << rows[k][0] << " output " << o;
+  }
+}
+
+// abs is the sign bit cleared, payloads of NaNs kept: eval and the class
+// against the mask, bit for bit; the class calls Math.abs (no branch).
+TEST(ExprCompClass, AbsClearsTheSignBitOnly) {
+  const uint64_t bits[] = {0x8000000000000000, 0, 0xc004000000000000, 0x8000000000000001,
+                           0xfff0000000000000, 0xfff8000000000123, 0x7ff8000000000456};
+  ExprComp c;
+  c.parse({"y = abs(x)"}, {"x"}, {"y"});
+  std::vector<unsigned char> bytes;
+  c.compile("Abs", "work", bytes, false);
+  const unsigned char absName[] = {1, 0, 3, 'a', 'b', 's'};  // the Utf8 pool entry "abs"
+  EXPECT_NE(std::search(bytes.begin(), bytes.end(), std::begin(absName), std::end(absName)), bytes.end());
+  qvtest::ClassCheck check(qvtest::scratchDir("qv_exprcomp_abs", testing::TempDir()));
+  check.addClass("Abs", bytes);
+  std::vector<double> out;
+  for (uint64_t b : bits) {
+    c.eval({std::bit_cast<double>(b)}, out);
+    EXPECT_EQ(std::bit_cast<uint64_t>(out.at(0)), b & ~(uint64_t{1} << 63)) << std::hex << b;
+    check.addCall({std::bit_cast<double>(b)});
+  }
+  if (!qvtest::ClassCheck::available()) GTEST_SKIP() << "no JVM in this build";
+  const auto runs = check.run();
+  ASSERT_EQ(runs.size(), 1u) << "the JVM did not run";
+  for (size_t k = 0; k < std::size(bits); ++k) {
+    ASSERT_EQ(runs[0].calls.at(k).out.size(), 1u) << runs[0].verdict << runs[0].calls[k].failure;
+    EXPECT_EQ(std::bit_cast<uint64_t>(runs[0].calls[k].out[0]), bits[k] & ~(uint64_t{1} << 63))
+        << std::hex << bits[k];
   }
 }
 
