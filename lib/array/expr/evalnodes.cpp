@@ -394,9 +394,8 @@ EvalNodePtr GenOpNode::diff(const std::string& variable, const VarEvalPtr& ev) {
 
 DepInfo GenOpNode::depends(const std::vector<std::string>& names, const VarEvalPtr& ev,
                            ValRepCache& cache) {
-  DepInfo d;
-  for (const auto& a : args_) d |= a->depends(names, ev, cache);
-  return d;
+  QV_ASSERT(ev != nullptr, evalnodes);
+  return ev->depends(ev, name_, args_, names, cache);
 }
 
 void GenOpNode::gatherBVars(const VarEvalPtr& ev, IdSet& ids, NameSet& names) {
