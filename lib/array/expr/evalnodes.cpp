@@ -57,6 +57,44 @@ S& shadowOf(const VarEvalPtr& ev, uint64_t id) {
 
 EvalNode::~EvalNode() = default;
 
+namespace {
+// The worklist of the outermost node destructor running on this thread, or
+// null. A plain pointer: nothing to destroy at thread exit.
+thread_local std::vector<EvalNodePtr>* tPending = nullptr;
+}  // namespace
+
+// The outermost destructor collects its children that nobody else holds and
+// destroys them one after another; their destructors, finding the worklist,
+// only add their own such children to it. So the stack depth stays that of
+// one destructor however deep the tree. A child that cannot be queued (no
+// memory) is left to its member's destructor.
+void EvalNode::releaseChildren(EvalNodePtr* children, size_t count) noexcept {
+  auto queue = [&](std::vector<EvalNodePtr>& list) {
+    for (size_t i = 0; i < count; ++i) {
+      if (children[i].use_count() != 1) continue;  // null, or held elsewhere
+      try {
+        list.push_back(std::move(children[i]));
+      } catch (...) {
+        return;
+      }
+    }
+  };
+  if (tPending) {
+    queue(*tPending);
+    return;
+  }
+  std::vector<EvalNodePtr> pending;
+  queue(pending);
+  if (pending.empty()) return;
+  tPending = &pending;
+  while (!pending.empty()) {
+    EvalNodePtr last = std::move(pending.back());
+    pending.pop_back();
+    last.reset();  // queues its own children
+  }
+  tPending = nullptr;
+}
+
 DepInfo EvalNode::depends(const std::vector<std::string>&, const VarEvalPtr&, ValRepCache&) {
   return {};
 }
