@@ -2,7 +2,9 @@
 // each node kind, and the shadows that hold their per-evaluator state.
 #include <charconv>
 #include <cmath>
+#include <new>
 #include <sstream>
+#include <vector>
 
 #include "qvarray/expr/elemfuns.h"
 #include "qvarray/expr/evalflags.h"
@@ -58,9 +60,26 @@ S& shadowOf(const VarEvalPtr& ev, uint64_t id) {
 EvalNode::~EvalNode() = default;
 
 namespace {
+// Storage of the worklist below from the nothrow operator new: running out of
+// memory while destroying is no error, the child is then destroyed in place.
+template <class T>
+struct NothrowAllocator {
+  using value_type = T;
+  NothrowAllocator() = default;
+  template <class U>
+  NothrowAllocator(const NothrowAllocator<U>&) {}
+  T* allocate(size_t n) {
+    if (void* p = ::operator new(n * sizeof(T), std::nothrow)) return static_cast<T*>(p);
+    throw std::bad_alloc();
+  }
+  void deallocate(T* p, size_t) noexcept { ::operator delete(p); }
+  bool operator==(const NothrowAllocator&) const { return true; }
+};
+using Worklist = std::vector<EvalNodePtr, NothrowAllocator<EvalNodePtr>>;
+
 // The worklist of the outermost node destructor running on this thread, or
 // null. A plain pointer: nothing to destroy at thread exit.
-thread_local std::vector<EvalNodePtr>* tPending = nullptr;
+thread_local Worklist* tPending = nullptr;
 }  // namespace
 
 // The outermost destructor collects its children that nobody else holds and
@@ -69,12 +88,12 @@ thread_local std::vector<EvalNodePtr>* tPending = nullptr;
 // one destructor however deep the tree. A child that cannot be queued (no
 // memory) is left to its member's destructor.
 void EvalNode::releaseChildren(EvalNodePtr* children, size_t count) noexcept {
-  auto queue = [&](std::vector<EvalNodePtr>& list) {
+  auto queue = [&](Worklist& list) {
     for (size_t i = 0; i < count; ++i) {
       if (children[i].use_count() != 1) continue;  // null, or held elsewhere
       try {
         list.push_back(std::move(children[i]));
-      } catch (...) {
+      } catch (const std::bad_alloc&) {
         return;
       }
     }
@@ -83,7 +102,7 @@ void EvalNode::releaseChildren(EvalNodePtr* children, size_t count) noexcept {
     queue(*tPending);
     return;
   }
-  std::vector<EvalNodePtr> pending;
+  Worklist pending;
   queue(pending);
   if (pending.empty()) return;
   tPending = &pending;
