@@ -249,3 +249,32 @@ TEST(EvaluateParallel, SameBitsAsSerial) {
   t1.join();
   same(hosts, "threads");
 }
+
+// User-function calls: a wrong argument count is refused when the formula is
+// read (also inside another function's body), and a call depends on what
+// its body uses besides its parameters, as the same formula written out does.
+TEST(Evaluate, UserFunctionCalls) {
+  auto ev = UserEvaluator::make(1);
+  for (const char* c : {"u", "v"}) ev->addSolution(c);
+  ev->addParameter("p");
+  ev->bind("u", 3.0);
+  ev->bind("p", 0.5);
+  ev->defineFunction("f", {"x"}, "x*p");
+  ev->defineFunction("g", {"s", "r"}, "f(s)+r*v");
+  ev->defineFunction("h", {"x"}, "f(x, x)");
+  const std::pair<const char*, const char*> bad[] = {
+      {"f(u, u)", "1"}, {"1+g(u)", "2"}, {"f()", "1"}, {"h(u)", "1"}, {"f..p1(u, 1)", "1"}};
+  for (const auto& [text, expected] : bad) {
+    auto e = qvtest::expectThrowKey([&] { ev->evaluate(text); }, "Wrong_number_of_function_arguments");
+    EXPECT_EQ(e.detail("Number_of_arguments_expected").value_or(""), expected) << text;
+  }
+  EXPECT_EQ(ev->values("f(u)").data[0], 1.5);  // nothing changed
+  const std::pair<const char*, const char*> same[] = {
+      {"f(1)", "p"}, {"f(u)", "u*p"}, {"g(2, u)", "2*p+u*v"}, {"g(1, 1)", "p+v"}};
+  for (const auto& [call, written] : same) {
+    DepInfo a = ev->dependencies(call), b = ev->dependencies(written);
+    EXPECT_EQ(a.getSolDep(0, 0), b.getSolDep(0, 0)) << call;
+    EXPECT_EQ(a.getSolDep(1, 0), b.getSolDep(1, 0)) << call;
+    EXPECT_EQ(a.getParDep(0, 0), b.getParDep(0, 0)) << call;
+  }
+}

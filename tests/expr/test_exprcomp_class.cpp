@@ -116,4 +116,41 @@ TEST(ExprCompClass, TranscendentalAndDomainOperationsInTheJvm) {
   }
 }
 
+// sign (written out by parse: operation 48 has no evaluation rule) and abs
+// (the sign bit cleared, NaN payloads kept) in eval and in the class, bit for
+// bit against formulas of their own.
+TEST(ExprCompClass, SignAndAbsBitForBit) {
+  ExprComp op48, c;
+  op48.addInput(0);
+  op48.addDef(1, C::OpSign, 0);
+  op48.addOutput(1);
+  std::vector<double> out;
+  qvtest::expectThrowKey([&] { op48.eval({1.0}, out); }, "Internal_error_symbolic_processing");
+  const uint64_t xs[] = {0x8000000000000000, 0, 0xc004000000000000, 0x8000000000000001, 1,
+                         0xfff0000000000000, 0x7ff0000000000000, 0xfff8000000000123, 0x7ff8000000000456};
+  c.parse({"s = sign(x)", "a = abs(x)"}, {"x"}, {"s", "a"});
+  std::vector<unsigned char> bytes;
+  c.compile("SignAbs", "work", bytes, false);
+  qvtest::ClassCheck check(qvtest::scratchDir("qv_exprcomp_signabs", testing::TempDir()));
+  check.addClass("SignAbs", bytes);
+  auto bits = [](const std::vector<double>& v) {
+    std::vector<uint64_t> b;
+    for (double d : v) b.push_back(std::bit_cast<uint64_t>(d));
+    return b;
+  };
+  std::vector<std::vector<uint64_t>> want;
+  for (uint64_t b : xs) {
+    const double x = std::bit_cast<double>(b);
+    want.push_back({std::bit_cast<uint64_t>(x != x ? x : x > 0 ? 1.0 : x < 0 ? -1.0 : 0.0), b << 1 >> 1});
+    c.eval({x}, out);
+    EXPECT_EQ(bits(out), want.back()) << std::hex << b;
+    check.addCall({x});
+  }
+  if (!qvtest::ClassCheck::available()) GTEST_SKIP() << "no JVM in this build";
+  const auto runs = check.run();
+  ASSERT_EQ(runs.size(), 1u) << "the JVM did not run";
+  for (size_t k = 0; k < std::size(xs); ++k)
+    EXPECT_EQ(bits(runs[0].calls.at(k).out), want[k]) << runs[0].verdict << std::hex << xs[k];
+}
+
 }  // namespace

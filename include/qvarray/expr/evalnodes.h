@@ -87,6 +87,12 @@ class QVARRAY_API EvalNode : public std::enable_shared_from_this<EvalNode> {
  protected:
   explicit EvalNode(uint64_t id) : id_(id) {}
   EvalNode(const EvalNode&) = default;
+  /// For the destructor of a node that owns children: children that this
+  /// node alone holds are destroyed from a worklist of the thread, not inside
+  /// this destructor, so destroying a chain of any length takes constant
+  /// stack. Children held elsewhere too are left to the members' destructors
+  /// (their count just drops).
+  static void releaseChildren(EvalNodePtr* children, size_t count) noexcept;
 
  private:
   uint64_t id_;
@@ -291,6 +297,7 @@ class QVARRAY_API VarDiffNode : public VarNode {
                   ValRepCache& cache) override;
   void gatherBVars(const VarEvalPtr& ev, IdSet& ids, NameSet& names) override;
   const EvalNodePtr& expression() const { return expr_; }
+  ~VarDiffNode() override { releaseChildren(&expr_, 1); }
 
  private:
   VarDiffNode(std::string name, EvalNodePtr expr, uint64_t id)
@@ -316,6 +323,7 @@ class QVARRAY_API OpNode : public EvalNode {
   }
   const FunPtr& function() const { return fun_; }
   const NodeList& args() const { return args_; }
+  ~OpNode() override { releaseChildren(args_.data(), args_.size()); }
 
  private:
   OpNode(FunPtr fun, NodeList args, uint64_t id)
@@ -345,6 +353,7 @@ class QVARRAY_API GenOpNode : public EvalNode {
                  const VarEvalPtr& ev) override;
   /// The call's cache name: the operator name and the arguments' identities.
   std::string cacheName();
+  ~GenOpNode() override { releaseChildren(args_.data(), args_.size()); }
 
  private:
   GenOpNode(std::string name, NodeList args, uint64_t id)
@@ -392,6 +401,7 @@ class QVARRAY_API ProxyNode : public EvalNode {
   void markAsShared() { direct_.store(false, std::memory_order_relaxed); }
   bool isShared() const { return !direct_.load(std::memory_order_relaxed); }
   const EvalNodePtr& target() const { return node_; }
+  ~ProxyNode() override { releaseChildren(&node_, 1); }
 
  private:
   ProxyNode(EvalNodePtr node, uint64_t id) : EvalNode(id), node_(std::move(node)) {}
@@ -416,6 +426,7 @@ class QVARRAY_API DiffNode : public EvalNode {
   void evalMethod(const VarEvalPtr&, const EvalNodePtr& node, EvalMethod& m) override {
     m.setUnexpandable(node);
   }
+  ~DiffNode() override { releaseChildren(&expr_, 1); }
 
  private:
   DiffNode(EvalNodePtr expr, std::string variable, unsigned kind, uint64_t id)
@@ -442,6 +453,7 @@ class QVARRAY_API DepNodeBase : public EvalNode {
   void evalMethod(const VarEvalPtr&, const EvalNodePtr& node, EvalMethod& m) override {
     m.setUnexpandable(node);
   }
+  ~DepNodeBase() override { releaseChildren(&expr_, 1); }
 
  protected:
   DepNodeBase(const char* fname, bool jac, EvalNodePtr expr, std::string variable, uint64_t id)

@@ -85,8 +85,10 @@ class QVARRAY_API ExprComp {
   /// named. Operators and the function names abs, acos, asin, atan, atan2,
   /// ceil, conj, cos, cosh, cot, coth, csc, csch, exp, fix, floor, identity,
   /// imag, log, log10, log2, max, min, mod, real, round, sec, sech, sign, sin,
-  /// sinh, sqrt, tan, tanh become their operations; x^2, x^3, x^4 with a
-  /// literal exponent the integer powers. Raises "Syntax_error_in_expression"
+  /// sinh, sqrt, tan, tanh become their operations, but sign, which no
+  /// operation evaluates, becomes x != x ? x : (x > 0) - (x < 0) (NaN for
+  /// NaN, +0 for either zero); x^2, x^3, x^4 with a literal exponent the
+  /// integer powers. Raises "Syntax_error_in_expression"
   /// with "Expression" (the whole text) for a text that does not parse or a
   /// call with the wrong number of arguments, "Unimplemented_operator" with
   /// "Name" for an unknown function or a construct without an operation

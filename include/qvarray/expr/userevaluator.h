@@ -58,13 +58,16 @@
 //     definition) (VarNode::eval);
 //   - a call of an unknown function raises "Unknown_function_or_operator"
 //     when the formula is read (VarEvaluator::getGenFun); a call of a user
-//     function with the wrong number of arguments is a NaN value.
+//     function (or of one of its partial derivatives) with the wrong number
+//     of arguments raises "Wrong_number_of_function_arguments" then, with
+//     ("Number_of_arguments_expected", count) and ("Name", name).
 //
 // User functions are general operators that this evaluator answers: their
 // derivatives follow the chain rule through the partial derivatives "f..pk"
 // (by the k-th argument) and "f..vNAME" (by a variable NAME the body uses
-// itself), which a printed derivative names and which read back. Their
-// dependency records are those of their arguments.
+// itself), which a printed derivative names and which read back. The
+// dependency record of a call is the union of its arguments' records and of
+// what the body depends on besides its parameters (f(x) := x*p depends on p).
 //
 // Threads: an evaluator serves one thread at a time. For parallel evaluation
 // give every thread its own copy (copy(): the node factory is shared, the
@@ -167,6 +170,8 @@ class QVARRAY_API UserEvaluator : public VarEvaluator {
   EvalNodePtr diff(const VarEvalPtr& self, const std::string& name, const NodeList& args,
                    const std::string& variable) override;
   DepInfo depends(const VarEvalPtr& self, const std::string& name,
+                  const std::vector<std::string>& names, ValRepCache& cache) override;
+  DepInfo depends(const VarEvalPtr& self, const std::string& name, const NodeList& args,
                   const std::vector<std::string>& names, ValRepCache& cache) override;
   GenFunPtr getGenFun(const std::string& name, int nArgs) override;
 

@@ -60,6 +60,10 @@ class QVARRAY_API VarEvaluator {
                           const std::vector<std::string>& names, ValRepCache& cache);
   virtual DepInfo jacDepends(const VarEvalPtr& self, const std::string& name,
                              const std::vector<std::string>& names, ValRepCache& cache);
+  /// Dependence of a call of the operator `name` on `args` (base: the union
+  /// of the arguments' records; GenOpNode asks this for both records).
+  virtual DepInfo depends(const VarEvalPtr& self, const std::string& name, const NodeList& args,
+                          const std::vector<std::string>& names, ValRepCache& cache);
   /// The function object of a call of `name` with nArgs arguments (base:
   /// the built-in functions of the node factory, validated by checkGenFun).
   virtual GenFunPtr getGenFun(const std::string& name, int nArgs);

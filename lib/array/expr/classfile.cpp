@@ -244,6 +244,7 @@ constexpr LibraryMethod kLibrary[ExprComp::FunctionTable::FunCount] = {
     {"java/lang/Math", "sinh", "(D)D"},  {"java/lang/Math", "cosh", "(D)D"},
     {"java/lang/Math", "tanh", "(D)D"},  {"java/lang/Math", "pow", "(DD)D"},
     {"java/lang/Double", "isNaN", "(D)Z"}, {nullptr, "modImpl", "(DD)D"},
+    {"java/lang/Math", "abs", "(D)D"},
 };
 
 }  // namespace

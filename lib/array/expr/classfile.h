@@ -298,17 +298,17 @@ class QVARRAY_API ExprComp::Method {
 };
 
 /// The library methods generated code calls, entered into the pool on first
-/// use. Math methods are java/lang/Math's ("(D)D", atan2 and pow "(DD)D",
-/// round "(D)J"); IsNaN is java/lang/Double.isNaN "(D)Z"; ModImpl is the
-/// class's own static "modImpl" "(DD)D", the floating modulus a - b*floor(a/b)
-/// computed as qvmath::mod does (sign of b, mod(a, 0) = a), whose body
-/// ClassFile::write adds when it was used.
+/// use. Math methods (abs among them) are java/lang/Math's ("(D)D", atan2
+/// and pow "(DD)D", round "(D)J"); IsNaN is java/lang/Double.isNaN "(D)Z";
+/// ModImpl is the class's own static "modImpl" "(DD)D", the floating modulus
+/// a - b*floor(a/b) computed as qvmath::mod does (sign of b, mod(a, 0) = a),
+/// whose body ClassFile::write adds when it was used.
 class QVARRAY_API ExprComp::FunctionTable {
  public:
   enum Fun {
     Acos, Asin, Atan, Atan2, Ceil, Floor, Sqrt, Round,
     Exp, Log, Log10, Sin, Cos, Tan, Sinh, Cosh, Tanh, Pow,
-    IsNaN, ModImpl, FunCount
+    IsNaN, ModImpl, Abs, FunCount
   };
 
   FunctionTable(ConstPool& pool, std::string className);

@@ -4,6 +4,7 @@
 // evaluation, operation for operation, so that compiled code computes what
 // the function object computes.
 #include "defsbuilder.h"
+#include "exprcomp_impl.h"
 #include "qvarray/expr/elemfuns.h"
 #include "qvarray/expr/operators.h"
 
@@ -82,14 +83,14 @@ int ConstPowFun::createDefs(const NodeList& args, ExprComp& comp, std::map<int, 
 }
 
 // The compiler evaluates no operation 48 (sign): sign is written out as
-// qvmath::sign computes it, x != x ? x : (x > 0) - (x < 0), which gives NaN
-// for NaN and +0 for either zero.
+// qvmath::sign computes it (signChoiceOperands).
 int SignFun::createDefs(const NodeList& args, ExprComp& comp, std::map<int, std::string>& defs,
                         int& counter, const std::shared_ptr<VarEvaluator>& ev) const {
   DefsBuilder b(comp, defs, counter, ev);
-  int x = b.valueOf(args.at(0)), zero = b.constant(0.0);
-  int s = b.op(ExprComp::OpMinus, {b.op(ExprComp::OpGT, {x, zero}), b.op(ExprComp::OpLT, {x, zero})});
-  return b.op(ExprComp::OpChoice, {b.op(ExprComp::OpNE, {x, x}), x, s});
+  const std::vector<int> choice = signChoiceOperands(
+      b.valueOf(args.at(0)), [&](double v) { return b.constant(v); },
+      [&](int op, const std::vector<int>& a) { return b.op(op, a); });
+  return b.op(ExprComp::OpChoice, choice);
 }
 
 // a*a + b*b.

@@ -2,7 +2,9 @@
 // each node kind, and the shadows that hold their per-evaluator state.
 #include <charconv>
 #include <cmath>
+#include <new>
 #include <sstream>
+#include <vector>
 
 #include "qvarray/expr/elemfuns.h"
 #include "qvarray/expr/evalflags.h"
@@ -56,6 +58,61 @@ S& shadowOf(const VarEvalPtr& ev, uint64_t id) {
 // ---------------------------------------------------------------- EvalNode
 
 EvalNode::~EvalNode() = default;
+
+namespace {
+// Storage of the worklist below from the nothrow operator new: running out of
+// memory while destroying is no error, the child is then destroyed in place.
+template <class T>
+struct NothrowAllocator {
+  using value_type = T;
+  NothrowAllocator() = default;
+  template <class U>
+  NothrowAllocator(const NothrowAllocator<U>&) {}
+  T* allocate(size_t n) {
+    if (void* p = ::operator new(n * sizeof(T), std::nothrow)) return static_cast<T*>(p);
+    throw std::bad_alloc();
+  }
+  void deallocate(T* p, size_t) noexcept { ::operator delete(p); }
+  bool operator==(const NothrowAllocator&) const { return true; }
+};
+using Worklist = std::vector<EvalNodePtr, NothrowAllocator<EvalNodePtr>>;
+
+// The worklist of the outermost node destructor running on this thread, or
+// null. A plain pointer: nothing to destroy at thread exit.
+thread_local Worklist* tPending = nullptr;
+}  // namespace
+
+// The outermost destructor collects its children that nobody else holds and
+// destroys them one after another; their destructors, finding the worklist,
+// only add their own such children to it. So the stack depth stays that of
+// one destructor however deep the tree. A child that cannot be queued (no
+// memory) is left to its member's destructor.
+void EvalNode::releaseChildren(EvalNodePtr* children, size_t count) noexcept {
+  auto queue = [&](Worklist& list) {
+    for (size_t i = 0; i < count; ++i) {
+      if (children[i].use_count() != 1) continue;  // null, or held elsewhere
+      try {
+        list.push_back(std::move(children[i]));
+      } catch (const std::bad_alloc&) {
+        return;
+      }
+    }
+  };
+  if (tPending) {
+    queue(*tPending);
+    return;
+  }
+  Worklist pending;
+  queue(pending);
+  if (pending.empty()) return;
+  tPending = &pending;
+  while (!pending.empty()) {
+    EvalNodePtr last = std::move(pending.back());
+    pending.pop_back();
+    last.reset();  // queues its own children
+  }
+  tPending = nullptr;
+}
 
 DepInfo EvalNode::depends(const std::vector<std::string>&, const VarEvalPtr&, ValRepCache&) {
   return {};
@@ -394,9 +451,8 @@ EvalNodePtr GenOpNode::diff(const std::string& variable, const VarEvalPtr& ev) {
 
 DepInfo GenOpNode::depends(const std::vector<std::string>& names, const VarEvalPtr& ev,
                            ValRepCache& cache) {
-  DepInfo d;
-  for (const auto& a : args_) d |= a->depends(names, ev, cache);
-  return d;
+  QV_ASSERT(ev != nullptr, evalnodes);
+  return ev->depends(ev, name_, args_, names, cache);
 }
 
 void GenOpNode::gatherBVars(const VarEvalPtr& ev, IdSet& ids, NameSet& names) {

@@ -6,7 +6,9 @@
 // host to a syntax tree and turns every node into a definition: operators and
 // the recognised function names become their operation numbers, numbers
 // become constants, names the inputs or definitions of that name. Exponents
-// 2, 3 and 4 written as literals become the integer powers (41 to 43).
+// 2, 3 and 4 written as literals become the integer powers (41 to 43); sign,
+// which no operation number evaluates, is written out as the function
+// object writes it (signChoiceOperands).
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
@@ -149,6 +151,21 @@ class DefBuilder {
       QV_RAISE(exprcomp, Unimplemented_operator,
                qvbase::DetailPairs{{"Name", kind}, {"Expression", text}});
     for (size_t i = 0; i < node.childCount(); ++i) args.push_back(build(*node.child(i), -1, text));
+    if (op == ExprComp::OpSign) {  // no operation evaluates sign: written out
+      args = signChoiceOperands(
+          args[0],
+          [&](double v) {
+            const int c = fresh();
+            comp_.addDef(c, v);
+            return c;
+          },
+          [&](int o, const std::vector<int>& a) {
+            const int d = fresh();
+            comp_.addDef(d, o, a);
+            return d;
+          });
+      op = ExprComp::OpChoice;
+    }
     const int id = target < 0 ? fresh() : target;
     comp_.addDef(id, op, args);
     return id;

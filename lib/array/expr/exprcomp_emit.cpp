@@ -244,19 +244,10 @@ class WorkEmitter {
       QV_CHECK(n == k, exprcomp, Internal_error_symbolic_processing, "Operation", std::int64_t{s.op});
     };
     switch (s.op) {
-      case C::OpAbs: {  // x > 0 or NaN: x + 0; else -x + 0 (abs(-0) = +0)
-        arity(1);
-        Method::Label keep = m.newLabel();
-        m.dup2();
-        m.dconst(pool_, 0.0);
-        m.dcmpg();
-        m.ifgt(keep);
-        m.dneg();
-        m.bind(keep);
-        m.dconst(pool_, 0.0);
-        m.dadd();
-        break;
-      }
+      // Math.abs clears the sign bit as fabs does (abs(-0) = +0; a NaN keeps
+      // its payload: HotSpot does so, Java specifies it from 18 on), without
+      // a branch.
+      case C::OpAbs: arity(1); call(m, Fun::Abs); break;
       case C::OpAcos:
       case C::OpAsin: {
         arity(1);

@@ -125,4 +125,18 @@ int evalProgram(const EvalProgram& program, const double* in, double* out);
 /// definition of every operation's semantics.
 double evalOperation(int op, const double* args, int nargs, int& status);
 
+/// sign(x) written out in other operations, as qvmath::sign computes it:
+/// x != x ? x : (x > 0) - (x < 0), NaN for NaN and +0 for either zero (no
+/// operation number evaluates sign itself). `constant(v)` and `op(op, args)`
+/// each add one definition and return its number. Returns the operands of
+/// the final choice (OpChoice), which the caller defines under its number.
+template <class Constant, class Op>
+std::vector<int> signChoiceOperands(int x, Constant&& constant, Op&& op) {
+  const int zero = constant(0.0);
+  const int above = op(ExprComp::OpGT, std::vector<int>{x, zero});
+  const int below = op(ExprComp::OpLT, std::vector<int>{x, zero});
+  const int s = op(ExprComp::OpMinus, std::vector<int>{above, below});
+  return {op(ExprComp::OpNE, std::vector<int>{x, x}), x, s};
+}
+
 }  // namespace qvarray

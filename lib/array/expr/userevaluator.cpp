@@ -452,11 +452,32 @@ DepInfo UserEvaluator::depends(const VarEvalPtr& self, const std::string& name,
   return d;
 }
 
-// User functions (and their partial derivatives) are general operators that
-// eval answers: no function object.
+// A call: the arguments' records, and the body's own (its parameters are
+// names of no caller, so they add nothing).
+DepInfo UserEvaluator::depends(const VarEvalPtr& self, const std::string& name, const NodeList& args,
+                               const std::vector<std::string>& names, ValRepCache& cache) {
+  DepInfo d = VarEvaluator::depends(self, name, args, names, cache);
+  if (const FunBody* f = funBody(self, name); f && f->params.size() == args.size()) {
+    ValRepCache inner(cache.getAllocator());
+    d |= f->body->depends(names, self, inner);
+  }
+  return d;
+}
+
+// User functions (and their partial derivatives "f..pk", "f..vNAME") are
+// general operators that eval answers: no function object. Their calls are
+// checked here, when the formula is read. Other names are function objects:
+// the ones named by defineFunction, the built-ins, or a partial of a named one.
 GenFunPtr UserEvaluator::getGenFun(const std::string& name, int nArgs) {
-  if (name.find("..") != std::string::npos) return nullptr;
-  if (auto it = defs_.find(name); it != defs_.end() && it->second->function) return nullptr;
+  const std::string fun = name.substr(0, name.find(".."));
+  auto it = defs_.find(fun);
+  if (it != defs_.end() && it->second->function) {
+    const size_t n = it->second->params.size();
+    QV_CHECK(static_cast<size_t>(nArgs) == n, varevaluator, Wrong_number_of_function_arguments,
+             qvbase::DetailPairs{{"Number_of_arguments_expected", std::to_string(n)}, {"Name", name}});
+    return nullptr;
+  }
+  if (fun.size() != name.size()) return nullptr;
   GenFunPtr f;
   if (auto it = funObjs_.find(name); it != funObjs_.end())
     f = it->second;

@@ -58,6 +58,13 @@ DepInfo VarEvaluator::depends(const VarEvalPtr&, const std::string& name,
   return d;
 }
 
+DepInfo VarEvaluator::depends(const VarEvalPtr& self, const std::string&, const NodeList& args,
+                              const std::vector<std::string>& names, ValRepCache& cache) {
+  DepInfo d;
+  for (const auto& a : args) d |= a->depends(names, self, cache);
+  return d;
+}
+
 // A variable's Jacobian (its derivative, 1 or 0) depends on nothing.
 DepInfo VarEvaluator::jacDepends(const VarEvalPtr&, const std::string&, const std::vector<std::string>&,
                                  ValRepCache&) {

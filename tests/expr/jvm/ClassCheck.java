@@ -24,8 +24,9 @@ import org.objectweb.asm.util.CheckClassAdapter;
  *                        "class NAME FAIL what: details".
  *   in BITS...           calls the current method on the inputs, each the
  *                        raw bits of a double in hexadecimal (exact). Prints
- *                        "out STATUS Y..." with Double.toString's shortest
- *                        round-trip form, or "out FAIL exception".
+ *                        "out STATUS Y..." with the raw bits of each output
+ *                        in hexadecimal (NaN payloads and signs too), or
+ *                        "out FAIL exception".
  */
 public final class ClassCheck {
   /** One loader per class: classes of the same name can be checked in one run. */
@@ -112,7 +113,7 @@ public final class ClassCheck {
     try {
       int status = (Integer) work.invoke(null, x, y);
       out.append("out ").append(status);
-      for (double v : y) out.append(' ').append(v);
+      for (double v : y) out.append(' ').append(Long.toHexString(Double.doubleToRawLongBits(v)));
       out.append('\n');
     } catch (InvocationTargetException e) {
       out.append("out FAIL ").append(e.getCause()).append('\n');

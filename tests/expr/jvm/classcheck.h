@@ -16,7 +16,6 @@
 #include <string>
 #include <vector>
 
-#include "qvutil/numeric.h"
 
 namespace qvtest {
 
@@ -128,7 +127,7 @@ class ClassCheck {
           std::getline(w >> std::ws, c.failure);
         } else {
           c.status = std::stoi(first);
-          for (std::string v; w >> v;) c.out.push_back(qvutil::parseDouble(v));
+          for (std::string v; w >> v;) c.out.push_back(std::bit_cast<double>(std::stoull(v, nullptr, 16)));
         }
         runs.back().calls.push_back(std::move(c));
       }
