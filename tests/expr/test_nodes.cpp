@@ -219,13 +219,13 @@ TEST(NodeMaker, DependenciesAndErrors) {
   qvtest::expectThrowKey([&] { t.parse("[x, 1]"); }, "Evaluation_internal_error");
 }
 
-// A chain of 10^6 nodes (operators, their proxies, calls and dependency
+// A chain of 2·10^5 nodes (operators, their proxies, calls and dependency
 // tests, a third each) that only its parents hold is destroyed on a 512 KiB
 // stack, and completely: its last node goes too.
 TEST(NodeMaker, DeepChainIsDestroyedInConstantStack) {
   Fixture t;
   EvalNodePtr x = t.mk.makeVarNode("x"), chain = x;
-  for (int i = 0; i < 1000000 / 3; ++i) {
+  for (int i = 0; i < 200000 / 3; ++i) {
     chain = t.mk.makeOpNode(i % 2 ? NM::Sin : NM::Cos, chain);  // an operator behind its proxy
     chain = i % 2 ? t.mk.makeGenOpNode("f", {chain, x}) : t.mk.makeUDepNode(chain);
   }
