@@ -112,6 +112,17 @@ TEST(PetscBridge, RoundTripOfLocalRows) {
     Sparse back = fromPetscMat(A);
     EXPECT_TRUE(back.isEqual(local, 0.0, NoTrans));
 
+    // The same rows as a block of their own, as stored and transposed: the same Mat.
+    Triplets t = triplets(c.G, own), tt = t;
+    for (size_t& i : t.rows) i -= r0;
+    std::swap(tt.rows, tt.cols);
+    for (size_t& i : tt.cols) i -= r0;
+    for (const Sparse& block : {fromTriplets(t, r1 - r0, N), fromTriplets(tt, N, r1 - r0, SymmTransposed)}) {
+      PetscBool same = PETSC_FALSE;
+      check(MatEqual(A, rowBlockToPetscMat(block, PETSC_COMM_WORLD), &same));
+      EXPECT_TRUE(same) << block.getSymm();
+    }
+
     // y = A·x through PETSc against the library's product, for the local rows.
     qvtest::Rng rng(3);
     Vector xs(N);
@@ -237,7 +248,9 @@ TEST(PetscBridge, ErrorsArriveAsLibraryExceptions) {
   qvtest::expectThrowsAll("Invalid_row_partition",
                           {{[&] { toPetscMat(S, PETSC_COMM_WORLD, wrongCount); },
                             std::to_string(wrongCount.size())},
-                           {[&] { balancedPartition(4, 0); }, "0"}});
+                           {[&] { balancedPartition(4, 0); }, "0"},
+                           {[&] { rowBlockToPetscMat(Sparse(S).setSymm(SymmSymmetric), PETSC_COMM_WORLD); },
+                            "a block of rows is stored as it is or transposed, not symmetric"}});
   if (commSize() == 1)
     qvtest::expectThrowKey([&] { toPetscMat(S, PETSC_COMM_WORLD, wrongSum); },
                            "Invalid_row_partition", "16");

@@ -102,7 +102,7 @@ int run(int argc, char** argv) {
 
   qvutil::Stopwatch assemblyClock;
   qvarray::petsc::OwnedMat A;
-  together(comm, [&] { A = qvarray::petsc::toPetscMat(sys.A, comm, sys.offsets); });
+  together(comm, [&] { A = qvarray::petsc::rowBlockToPetscMat(sys.A, comm); });
   const double assemblyTime = assemblyClock.seconds();
 
   qvutil::Stopwatch solveClock;

@@ -2,7 +2,7 @@
 //
 // The matrix goes through the library's reader as triplets in file order
 // (symmetric storage expanded). Each rank keeps the triplets of its rows, in
-// the same order, and assembles them into a Sparse of the global size: the
+// the same order, and assembles them into a block of its own rows: the
 // sums of repeated entries come out as in a whole-file read, so both reading
 // modes give each rank the very same rows. With --read root, rank 0 reads and
 // sends each rank its triplets; with --read each, every rank reads and
@@ -152,9 +152,17 @@ LocalSystem readLocalSystem(const std::string& aPath, const std::string& bPath, 
     mine = rowsOf(whole, r0, r1);
     whole = MatrixMarketTriplets();
   }
+  // The rows as a block of their own, stored transposed: stored column i is
+  // row r0 + i, so the block's column pointers count the local rows, not
+  // every column of the matrix.
+  for (size_t& i : mine.rows) i -= r0;
+  std::swap(mine.rows, mine.cols);
+  mine.m = s.n;
+  mine.n = r1 - r0;
+  mine.symm = qvarray::SymmTransposed;
   together(comm, [&] {
     mine.assemble(s.A);
-    requireFiniteEntries(s.A, aPath);
+    requireFiniteEntries(s.A, aPath, r0);
   });
 
   // The right-hand side, likewise.

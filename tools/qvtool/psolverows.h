@@ -58,7 +58,7 @@ enum class ReadMode { Root, Each };
 struct LocalSystem {
   size_t n = 0;                 ///< A is n×n
   std::vector<size_t> offsets;  ///< rows offsets[r] .. offsets[r+1] on rank r (balanced)
-  qvarray::Sparse A;            ///< this rank's rows of A (SymmNone, n×n, other rows empty)
+  qvarray::Sparse A;            ///< this rank's rows of A, a block stored transposed (n × rows)
   qvarray::Vector b;            ///< this rank's rows of b
 };
 

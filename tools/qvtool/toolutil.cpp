@@ -282,14 +282,15 @@ void failReading(const std::string& path) {
   throw Failure(path + ": not enough memory to read the matrix");
 }
 
-void requireFiniteEntries(const qvarray::Sparse& A, const std::string& path) {
+void requireFiniteEntries(const qvarray::Sparse& A, const std::string& path, size_t firstRow) {
   const size_t* colptr = A.getColPtr();
   const size_t* row = A.getRow();
+  const bool transposed = A.getSymm() == qvarray::SymmTransposed;  // stored (i, j) is (j, i)
   for (size_t j = 0; j < A.getN(); ++j)
     for (size_t k = colptr[j]; k < colptr[j + 1]; ++k)
       if (A.isReal() ? !std::isfinite(A.getDoubleVal()[k])
                      : !allFinite(A.getDcmplxVal() + k, 1))
-        failNonFinite(path, row[k], j);
+        failNonFinite(path, firstRow + (transposed ? j : row[k]), transposed ? row[k] : j);
 }
 
 // ---- printing ----

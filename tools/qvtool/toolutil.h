@@ -102,8 +102,9 @@ void printLogEntry(const qvutil::RunLog::Entry& entry);
 /// out of memory on the way raises a Failure that names the file.
 qvarray::Sparse readSparse(const std::string& path, bool keepSymmetric = false);
 /// Raises a Failure when A holds a NaN or an infinity, naming the line of
-/// the file `path` where the offending entry stands.
-void requireFiniteEntries(const qvarray::Sparse& A, const std::string& path);
+/// the file `path` where the offending entry stands. A may be a block of the
+/// matrix's rows from row firstRow on, stored as it is or transposed.
+void requireFiniteEntries(const qvarray::Sparse& A, const std::string& path, size_t firstRow = 0);
 /// The Failure for memory that ran out while the file `path` was read; the
 /// reader's FileBadAlloc, which already names the line, passes through.
 [[noreturn]] void failReading(const std::string& path);

@@ -87,6 +87,17 @@ QVARRAY_API std::vector<size_t> balancedPartition(size_t m, int ranks);
 QVARRAY_API OwnedMat toPetscMat(const Sparse& S, MPI_Comm comm,
                                 std::span<const size_t> rowOffsets = {});
 
+/// The distributed matrix A whose rows on this rank are the block `rows`:
+/// block row i is row r0 + i of A, r0 counting the rows of the lower ranks,
+/// so the ranks' row counts are the partition. The block is A's rows as
+/// stored (SymmNone, local × N) or transposed (SymmTransposed, stored
+/// N × local); every rank gives the same N. The transposed form is the one
+/// for large N: its column pointers count the local rows, where the stored
+/// form's count all N columns. Columns are laid out as toPetscMat's.
+/// Refusals (complex, symmetric, column counts that differ) raise on every
+/// rank alike. Collective.
+QVARRAY_API OwnedMat rowBlockToPetscMat(const Sparse& rows, MPI_Comm comm);
+
 /// The rank's rows of the distributed A as a SymmNone Sparse with A's global
 /// dimensions (other rows empty), rows ascending within each column.
 QVARRAY_API Sparse fromPetscMat(Mat A);

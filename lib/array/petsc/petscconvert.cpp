@@ -116,34 +116,11 @@ LocalRows gatherLocalRows(const Sparse& S, size_t r0, size_t r1) {
   return L;
 }
 
-}  // namespace
-
-OwnedMat toPetscMat(const Sparse& S, MPI_Comm comm, std::span<const size_t> rowOffsets) {
-  // 1. contract
-  QV_CHECK(S.isReal(), petscbridge, Complex_Sparse_not_supported_by_PETSc);
-  const bool transposed = S.getSymm() == SymmTransposed;
-  const size_t M = transposed ? S.getN() : S.getM();
-  const size_t N = transposed ? S.getM() : S.getN();
-  const PetscInt gM = toPetscIndex(M), gN = toPetscIndex(N);
-  toPetscIndex(S.getNnz());
-  int size = 1, rank = 0;
-  MPI_Comm_size(comm, &size);
-  MPI_Comm_rank(comm, &rank);
-  const std::vector<size_t> balanced = balancedPartition(M, size);
-  size_t r0 = 0, r1 = 0;
-  rowRange(rowOffsets.empty() ? std::span<const size_t>(balanced) : rowOffsets, M, size, rank, r0,
-           r1);
-  size_t c0 = r0, c1 = r1;
-  if (M != N) {
-    const std::vector<size_t> cols = balancedPartition(N, size);
-    c0 = cols[rank];
-    c1 = cols[rank + 1];
-  }
-
-  // 2-4. local rows
-  const LocalRows L = gatherLocalRows(S, r0, r1);
-  const size_t local = r1 - r0;
-
+// Passes 5-6: a Mat with the rank's rows r0.. from L, preallocated exactly
+// (diagonal block: columns c0..c1), written, assembled.
+OwnedMat assemble(MPI_Comm comm, const LocalRows& L, size_t r0, size_t c0, size_t c1, PetscInt gM,
+                  PetscInt gN) {
+  const size_t local = L.ptr.size() - 1;
   // 5. preallocate
   std::vector<PetscInt> dnz(local, 0), onz(local, 0);
   for (size_t i = 0; i < local; ++i)
@@ -171,6 +148,71 @@ OwnedMat toPetscMat(const Sparse& S, MPI_Comm comm, std::span<const size_t> rowO
   check(MatGetInfo(A, MAT_LOCAL, &info));
   QV_ASSERT(info.mallocs == 0, petscbridge);
   return owned;
+}
+
+}  // namespace
+
+OwnedMat toPetscMat(const Sparse& S, MPI_Comm comm, std::span<const size_t> rowOffsets) {
+  // 1. contract
+  QV_CHECK(S.isReal(), petscbridge, Complex_Sparse_not_supported_by_PETSc);
+  const bool transposed = S.getSymm() == SymmTransposed;
+  const size_t M = transposed ? S.getN() : S.getM();
+  const size_t N = transposed ? S.getM() : S.getN();
+  const PetscInt gM = toPetscIndex(M), gN = toPetscIndex(N);
+  toPetscIndex(S.getNnz());
+  int size = 1, rank = 0;
+  MPI_Comm_size(comm, &size);
+  MPI_Comm_rank(comm, &rank);
+  const std::vector<size_t> balanced = balancedPartition(M, size);
+  size_t r0 = 0, r1 = 0;
+  rowRange(rowOffsets.empty() ? std::span<const size_t>(balanced) : rowOffsets, M, size, rank, r0,
+           r1);
+  size_t c0 = r0, c1 = r1;
+  if (M != N) {
+    const std::vector<size_t> cols = balancedPartition(N, size);
+    c0 = cols[rank];
+    c1 = cols[rank + 1];
+  }
+
+  // 2-4. local rows; 5-6.
+  return assemble(comm, gatherLocalRows(S, r0, r1), r0, c0, c1, gM, gN);
+}
+
+OwnedMat rowBlockToPetscMat(const Sparse& rows, MPI_Comm comm) {
+  // 1. contract, agreed by every rank so that a refusal raises on all of them
+  const Symm_t symm = rows.getSymm();
+  const bool transposed = symm == SymmTransposed;
+  const size_t local = transposed ? rows.getN() : rows.getM();
+  const size_t N = transposed ? rows.getM() : rows.getN();
+  unsigned long long mine[3] = {rows.isReal() ? 0ull : 1ull,
+                                symm == SymmNone || transposed ? 0ull : 1ull, N};
+  unsigned long long most[3], least[3];
+  MPI_Allreduce(mine, most, 3, MPI_UNSIGNED_LONG_LONG, MPI_MAX, comm);
+  MPI_Allreduce(mine, least, 3, MPI_UNSIGNED_LONG_LONG, MPI_MIN, comm);
+  QV_CHECK(most[0] == 0, petscbridge, Complex_Sparse_not_supported_by_PETSc);
+  QV_CHECK(most[1] == 0, petscbridge, Invalid_row_partition,
+           "a block of rows is stored as it is or transposed, not symmetric");
+  QV_CHECK(least[2] == most[2], petscbridge, Invalid_row_partition,
+           "the ranks' blocks differ in their column count");
+  unsigned long long count = local, before = 0, M = 0;
+  MPI_Exscan(&count, &before, 1, MPI_UNSIGNED_LONG_LONG, MPI_SUM, comm);
+  MPI_Allreduce(&count, &M, 1, MPI_UNSIGNED_LONG_LONG, MPI_SUM, comm);
+  int size = 1, rank = 0;
+  MPI_Comm_size(comm, &size);
+  MPI_Comm_rank(comm, &rank);
+  const size_t r0 = rank == 0 ? 0 : before;  // MPI_Exscan leaves rank 0's result undefined
+  const PetscInt gM = toPetscIndex(M), gN = toPetscIndex(N);
+  toPetscIndex(rows.getNnz());
+  size_t c0 = r0, c1 = r0 + local;
+  if (M != N) {
+    const std::vector<size_t> cols = balancedPartition(N, size);
+    c0 = cols[rank];
+    c1 = cols[rank + 1];
+  }
+
+  // 2-4. the block's rows are all the rank's own: block row i is row r0 + i.
+  LocalRows L = gatherLocalRows(rows, 0, local);
+  return assemble(comm, L, r0, c0, c1, gM, gN);
 }
 
 Sparse fromPetscMat(Mat A) {
