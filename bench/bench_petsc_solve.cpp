@@ -14,6 +14,7 @@
 //                            KSP and GAMG set-up, solve, x back to a Vector)
 //   solve/.../petsc_ilu      the same with PETSc's default preconditioner,
 //                            block Jacobi with ILU(0) in each rank's block
+//   solve/.../petsc_hypre    the same with hypre's BoomerAMG (through PETSc)
 //   setup/.../petsc_<pc>     KSPSetUp alone (the preconditioner's set-up) of the
 //                            same KSP: the solve's share is solve − setup
 //   convert/.../to_mat       toPetscMat of the rank's Sparse block (gather,
@@ -83,7 +84,8 @@ constexpr const char* kKrylov = "-ksp_type gmres -ksp_gmres_restart 30 -ksp_pc_s
                                 "-ksp_rtol 1e-8 -ksp_max_it 20000 ";
 const std::map<std::string, std::string> kPetscOptions = {
     {"petsc_gamg", std::string(kKrylov) + "-pc_type gamg"},
-    {"petsc_ilu", std::string(kKrylov) + "-pc_type bjacobi -sub_pc_type ilu"}};
+    {"petsc_ilu", std::string(kKrylov) + "-pc_type bjacobi -sub_pc_type ilu"},
+    {"petsc_hypre", std::string(kKrylov) + "-pc_type hypre -pc_hypre_type boomeramg"}};
 
 // The rank count mpirun started, 0 without mpirun (read before MPI starts:
 // registration comes first).
@@ -445,7 +447,7 @@ void registerAll() {
       continue;
     }
     const std::string p = grid + std::to_string(ranks);
-    for (const char* impl : {"petsc_gamg", "petsc_ilu"}) {
+    for (const char* impl : {"petsc_gamg", "petsc_ilu", "petsc_hypre"}) {
       const std::string name(impl);
       add("solve" + p + "/" + name, 1,
           [n, name](benchmark::State& s) { BM_PetscSolve(s, n, name); });
