@@ -15,12 +15,18 @@
 //   solve/.../petsc_ilu      the same with PETSc's default preconditioner,
 //                            block Jacobi with ILU(0) in each rank's block
 //   solve/.../petsc_hypre    the same with hypre's BoomerAMG (through PETSc)
-//   setup/.../petsc_<pc>     KSPSetUp alone (the preconditioner's set-up) of the
-//                            same KSP: the solve's share is solve − setup
+//   setup/.../petsc_<pc>     KSPSetUp and KSPSetUpOnBlocks alone (the
+//                            preconditioner's set-up) of the same KSP: the
+//                            solve's share is solve − setup
 //   convert/.../to_mat       toPetscMat of the rank's Sparse block (gather,
 //                            exact preallocation, MatSetValues, assembly)
 //   convert/.../to_vec, from_vec   toPetscVec and fromPetscVec of the rank's
 //                            part of b
+//   convert/poisson_1e8_share_of_64/procs:1/to_mat_{global,local}_columns
+//                            toPetscMat of one rank's share of 465³ unknowns
+//                            over 64 ranks, held with all 465³ columns or with
+//                            only those its rows reach (1 rank only)
+// Counter "its": iterations; "core_s": CPU seconds of all ranks (Clock).
 // Right preconditioning makes PETSc's GMRES watch the unpreconditioned
 // residual, as the library's does, so "-ksp_rtol 1e-8" is the same target.
 //
@@ -52,8 +58,8 @@
 
 #include <chrono>
 #include <cmath>
-#include <ctime>
 #include <cstdlib>
+#include <ctime>
 #include <map>
 #include <memory>
 #include <numbers>
@@ -80,8 +86,9 @@ using namespace qvarray::petsc;
 constexpr double kTol = 1e-8;
 constexpr double kTolCheck = 1.05 * kTol;
 constexpr double kOmega = 1.85;  // about the best ω for the serial sweep at 100³ (bench_relax)
-constexpr const char* kKrylov = "-ksp_type gmres -ksp_gmres_restart 30 -ksp_pc_side right "
-                                "-ksp_rtol 1e-8 -ksp_max_it 20000 ";
+constexpr const char* kKrylov =
+    "-ksp_type gmres -ksp_gmres_restart 30 -ksp_pc_side right "
+    "-ksp_rtol 1e-8 -ksp_max_it 20000 ";
 const std::map<std::string, std::string> kPetscOptions = {
     {"petsc_gamg", std::string(kKrylov) + "-pc_type gamg"},
     {"petsc_ilu", std::string(kKrylov) + "-pc_type bjacobi -sub_pc_type ilu"},
@@ -94,9 +101,7 @@ int mpiRanks() {
   return size ? std::atoi(size) : 0;
 }
 
-void ensurePetsc() {
-  static Session session(nullptr, nullptr);
-}
+void ensurePetsc() { static Session session(nullptr, nullptr); }
 
 double processCpuSeconds() {
   timespec t{};
@@ -289,8 +294,7 @@ void BM_Library(benchmark::State& state, size_t n, int threads) {
     Vector x;
     librarySolve(A, b, x);
     const std::vector<double> xv(x.getdArr().data, x.getdArr().data + x.size());
-    return qvbench::Agreements{
-        {"qvarray", {checkSolution(A, 0, pb.N, pb, xv), kTolCheck}}};
+    return qvbench::Agreements{{"qvarray", {checkSolution(A, 0, pb.N, pb, xv), kTolCheck}}};
   });
   if (!qvbench::agrees(state, agreements, "qvarray")) return;
   int its = 0;
@@ -316,8 +320,8 @@ void BM_PetscSolve(benchmark::State& state, size_t n, const std::string& impl) {
   const std::string config = "petsc/" + std::to_string(n) + "/" + impl;
   const auto& agreements = qvbench::checked(config, [&] {
     const KspResult r = kspSolve(p.A, b, options);
-    const double res = r.converged ? checkSolution(p.block, p.r0, p.r1, pb, gathered(r.x, p.offsets))
-                                   : INFINITY;
+    const double res =
+        r.converged ? checkSolution(p.block, p.r0, p.r1, pb, gathered(r.x, p.offsets)) : INFINITY;
     return qvbench::Agreements{{impl, {res, kTolCheck}}};
   });
   if (!qvbench::agrees(state, agreements, impl)) return;
