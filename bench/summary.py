@@ -25,7 +25,9 @@ compared by CPU time, which other processes on the machine do not inflate;
 benchmarks marked real_time or manual_time (threaded ones) by wall-clock time. bench_dense
 runs with OMP_NUM_THREADS=1 (no BLAS threads on short vectors). bench_eval runs under
 bench/eval_numexpr.py, which adds the numexpr and numpy rows; bench_exprcomp under
-bench/exprcomp_jvm.py, which adds the compiled classes' speed in the JVM against javac's.
+bench/exprcomp_jvm.py, which adds the compiled classes' speed in the JVM against javac's;
+bench_petsc_solve under bench/petsc_solve_mpi.py, which alternates its library
+process with its runs under mpirun -np 1 and -np 2.
 
 The check columns come from the programs: every configuration is checked
 once before it is timed, and each row reports the difference of the peer's
@@ -45,9 +47,10 @@ from collections import OrderedDict
 ENV = {"bench_dense": {"OMP_NUM_THREADS": "1", "OPENBLAS_NUM_THREADS": "1"}}
 # Programs run through a script of bench/ that times Python peers on the same
 # data and writes the merged rows (repetitions become its rounds).
-DRIVERS = {"bench_eval": "eval_numexpr.py", "bench_exprcomp": "exprcomp_jvm.py"}
+DRIVERS = {"bench_eval": "eval_numexpr.py", "bench_exprcomp": "exprcomp_jvm.py",
+           "bench_petsc_solve": "petsc_solve_mpi.py"}
 # Programs built only with an optional component (the PETSc bridge).
-OPTIONAL = {"bench_petsc"}
+OPTIONAL = {"bench_petsc", "bench_petsc_solve"}
 # Name parts that are not part of a case.
 IGNORED = re.compile(r"^(real_time|process_time|manual_time|iterations:\d+|repeats:\d+)$")
 OURS = "qvarray"
