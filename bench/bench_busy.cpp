@@ -64,9 +64,11 @@
 #include "qvarray/sparse/sparserelax.h"
 #include "qvutil/parallel.h"
 #include "qvarray/sparse/ssorpreconditioner.h"
+#include "benchthreads.h"
 
 namespace {
 
+using qvbench::Threads;
 using qvarray::Array;
 using qvarray::Sparse;
 using qvarray::Vector;
@@ -100,20 +102,6 @@ class BusyMachine {
 
  private:
   std::vector<pid_t> children_;
-};
-
-// The thread count of the library's kernels and of the calling thread's BLAS.
-class Threads {
- public:
-  explicit Threads(int n) : saved_(AVAILABLETHREADS()) {
-    qvbase::Parallel::setAvailableThreads(n);
-    if (n == 1) serialBlas_.emplace();
-  }
-  ~Threads() { qvbase::Parallel::setAvailableThreads(saved_); }
-
- private:
-  int saved_;
-  std::optional<qvarray::SerialBlasScope> serialBlas_;
 };
 
 // ---- the paths -------------------------------------------------------------------------

@@ -69,6 +69,7 @@
 #include <vector>
 
 #include "benchcheck.h"
+#include "benchthreads.h"
 #include "qvarray/blasruntime.h"
 #include "qvarray/gmres.h"
 #include "qvarray/petsc/petscbridge.h"
@@ -80,6 +81,7 @@
 
 namespace {
 
+using qvbench::Threads;
 using qvarray::Sparse;
 using qvarray::Vector;
 using namespace qvarray::petsc;
@@ -257,15 +259,6 @@ std::vector<double> gathered(const Vector& local, const std::vector<size_t>& off
 }
 
 // ---- the solvers -------------------------------------------------------------------
-
-class Threads {
- public:
-  explicit Threads(int n) : saved_(AVAILABLETHREADS()) { qvbase::Parallel::setAvailableThreads(n); }
-  ~Threads() { qvbase::Parallel::setAvailableThreads(saved_); }
-
- private:
-  int saved_;
-};
 
 qvarray::GmresResult librarySolve(const Sparse& A, const Vector& b, Vector& x) {
   const qvarray::SparseOperator op(A);

@@ -42,6 +42,7 @@
 #include <vector>
 
 #include "benchcheck.h"
+#include "benchthreads.h"
 #include "qvarray/blasruntime.h"
 #include "qvarray/gmres.h"
 #include "qvarray/sparse/poissongrid.h"
@@ -52,6 +53,7 @@
 
 namespace {
 
+using qvbench::Threads;
 using qvarray::Sparse;
 using qvarray::Vector;
 
@@ -60,15 +62,6 @@ constexpr size_t kSolveGrid = 100;
 constexpr double kOmega = 1.2;
 constexpr double kBestOmega = 1.85;
 constexpr double kTol = 1e-8;
-
-class Threads {
- public:
-  explicit Threads(int n) : saved_(AVAILABLETHREADS()) { qvbase::Parallel::setAvailableThreads(n); }
-  ~Threads() { qvbase::Parallel::setAvailableThreads(saved_); }
-
- private:
-  int saved_;
-};
 
 // The sorted Poisson matrix of the given grid, built once per program.
 const Sparse& poisson(size_t n, qvarray::Symm_t symm = qvarray::SymmNone) {
