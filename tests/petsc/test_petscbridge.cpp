@@ -215,8 +215,9 @@ TEST(PetscBridge, PoissonSolveAgreesWithLibraryGmres) {
   Vector bLocal(r1 - r0);
   for (size_t i = r0; i < r1; ++i) bLocal.set(i - r0, bv[i]);
   const KspResult r = kspSolve(
-      A, bLocal, "-ksp_type gmres -pc_type gamg -ksp_pc_side right -ksp_rtol 1e-10");
+      A, bLocal, "-ksp_type gmres -pc_type gamg -ksp_pc_side right -ksp_rtol 1e-10 -ksp_rtoll 1");
   ASSERT_TRUE(r.converged) << r.reason;
+  EXPECT_EQ(r.unusedOptions, std::vector<std::string>{"-ksp_rtoll"});  // misspelt: never read
   EXPECT_EQ(r.residuals.size(), static_cast<size_t>(r.iterations) + 1);
   EXPECT_LE(r.residuals.back(), tol * r.residuals.front());
 

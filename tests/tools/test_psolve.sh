@@ -42,7 +42,8 @@ done
 [[ ${its[root]} == "${its[each]}" ]] || fail "iterations differ: ${its[root]} (root), ${its[each]} (each)" ""
 
 # Failures on any rank end every rank with one report: a PETSc error, a file
-# rank 0 cannot read, a non-finite entry in the last rank's rows, a usage error.
+# rank 0 cannot read, a non-finite entry in the last rank's rows, a usage error;
+# and an option PETSc never read is named once.
 printf '%%%%MatrixMarket matrix coordinate real general\n4 4 4\n1 1 1\n2 2 1\n3 3 1\n4 4 inf\n' >"$tmp/inf.mtx"
 printf '%%%%MatrixMarket matrix array real general\n4 1\n1\n1\n1\n1\n' >"$tmp/b4.mtx"
 while IFS='|' read -r status pattern args; do
@@ -54,6 +55,7 @@ done <<EOT
 1|^qvtool: $tmp/none.mtx: Cannot open file|$tmp/none.mtx $b
 1|^qvtool: $tmp/inf.mtx:7: the entry '4 4 inf' is not a finite number|$tmp/inf.mtx $tmp/b4.mtx
 2|^qvtool psolve: no right-hand side file given|$A
+0|^PETSc did not use the option -ksp_rtoll$|$A $b -ksp_rtoll 1e-3
 EOT
 
 [[ $failures -eq 0 ]] && echo "psolve checks passed (${its[root]} iterations)"

@@ -127,6 +127,8 @@ int run(int argc, char** argv) {
     std::printf("%s (%s) after %d iterations\n", res.converged ? "converged" : "not converged",
                 KSPConvergedReasons[res.reason], res.iterations);
     std::printf("relative residual ||b - A*x|| / ||b|| = %.3e\n", residual);
+    for (const std::string& unused : res.unusedOptions)
+      std::printf("PETSc did not use the option %s\n", unused.c_str());
     std::printf("time (slowest rank): read %.3f ms, assembly %.3f ms, solve %.3f ms\n",
                 slowest[0] * 1e3, slowest[1] * 1e3, slowest[2] * 1e3);
   }

@@ -54,6 +54,11 @@ KspResult kspSolve(Mat A, const Vector& b, std::string_view options) {
   r.reason = static_cast<int>(reason);
   r.converged = reason > 0;
   r.x = fromPetscVec(x);
+  PetscInt left = 0;
+  char **names = nullptr, **values = nullptr;
+  check(PetscOptionsLeftGet(s.options, &left, &names, &values));
+  for (PetscInt i = 0; i < left; ++i) r.unusedOptions.push_back(std::string("-") + names[i]);
+  check(PetscOptionsLeftRestore(s.options, &left, &names, &values));
   return r;
 }
 
