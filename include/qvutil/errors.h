@@ -170,6 +170,7 @@
   X(Output_lacks_definition, "Output #")                                       \
   X(Cyclic_dependency, "Cyclic dependency for definition #")                   \
   X(Too_many_constants, "Compilation failed: Too many different constants.")    \
+  X(Too_many_live_values, "Compilation failed: Too many values live at once.")  \
   /* compiled definitions from evaluation nodes and function objects */         \
   X(Complex_definition_set, "Definition set may not contain complex variables.") \
   X(No_definitions_from, "Cannot create definitions from ")

@@ -259,4 +259,24 @@ TEST(ExprComp, LongChainCompilesWithoutDeepRecursion) {
   EXPECT_EQ(countLines(c.dumpFlatList(), "stack = plus(stack, 0.5)"), static_cast<size_t>(n) - 2);
 }
 
+// Outputs stay live to the end: 33 000 of them exceed the JVM's local slots.
+// The class is refused with its own message; eval still answers.
+TEST(ExprComp, TooManyLiveValuesForTheClass) {
+  const int n = 33000;
+  ExprComp c;
+  c.addInput(1);
+  for (int i = 2; i <= n + 1; ++i) {  // value i is i·x
+    c.addDef(i, C::OpPlus, i - 1, 1);
+    c.addOutput(i);
+  }
+  std::vector<unsigned char> bytes;
+  expectThrowKey([&] { c.compile("Live", "work", bytes, false); },
+                 "Compilation failed: Too many values live at once.");
+  EXPECT_TRUE(bytes.empty());
+  std::vector<double> out;
+  c.eval({3.0}, out);
+  EXPECT_EQ(out.size(), static_cast<size_t>(n));
+  EXPECT_EQ(out.back(), 3.0 * (n + 1));
+}
+
 }  // namespace

@@ -108,9 +108,12 @@ class QVARRAY_API ExprComp {
   /// number does.
   void eval(const std::vector<double>& in, std::vector<double>& out) const;
 
-  /// Builds the class and returns its bytes. Values live at once beyond
-  /// about 32 000 exceed the JVM's local slots ("QUBRIX_assertion_failure");
-  /// more than about 32 000 distinct constants fill the constant pool.
+  /// Builds the class and returns its bytes. Values live at once (outputs
+  /// count until the end) beyond about 32 760 exceed the JVM's local slots:
+  /// "Compilation failed: Too many values live at once."; more than about
+  /// 32 000 distinct constants fill the constant pool: "Compilation failed:
+  /// Too many different constants.". Either refusal returns no bytes; eval
+  /// still works.
   void compile(const std::string& className, const std::string& methodName,
                std::vector<unsigned char>& bytes, bool withMain);
   /// Builds the class and writes it to `fileName` ("Cannot_create_native_file").

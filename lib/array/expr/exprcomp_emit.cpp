@@ -51,7 +51,8 @@ class WorkEmitter {
   WorkEmitter(ExprComp::ClassFile& cf, const EvalProgram& p) : cf_(cf), pool_(cf.pool()), p_(p) {
     scratch1_ = 2 * p.registers + 5;
     scratch2_ = scratch1_ + 2;
-    QV_ASSERT(scratch2_ + 1 <= 65535, exprcomp);
+    // Two local slots per register: the JVM's 65535 slots end it at about 32 760.
+    if (scratch2_ + 1 > 65535) QV_RAISE_TEXT(exprcomp, Too_many_live_values, "");
     lastRead_.assign(p.steps.size(), -1);
     std::vector<int> writer(static_cast<size_t>(p.registers), -1);  // register -> step
     auto read = [&](const ProgramOperand& a, int at) {
