@@ -64,7 +64,6 @@
 #include <map>
 #include <memory>
 #include <numbers>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -278,8 +277,6 @@ Vector localB(const Problem& pb, const RankPart& p) {
 
 void BM_Library(benchmark::State& state, size_t n, int threads) {
   Threads t(threads);
-  std::optional<qvarray::SerialBlasScope> serialBlas;
-  if (threads == 1) serialBlas.emplace();
   const Problem& pb = problem(n);
   const Sparse& A = libraryMatrix(n);
   const Vector b(pb.b);

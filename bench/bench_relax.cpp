@@ -37,7 +37,6 @@
 #include <Eigen/Sparse>
 #include <map>
 #include <memory>
-#include <optional>
 #include <utility>
 #include <vector>
 
@@ -311,8 +310,6 @@ std::vector<double> solve(const std::string& impl, double omega, int* its = null
 void BM_Solve(benchmark::State& state, const std::string& impl, double omega, int threads) {
   Threads t(threads);
   Eigen::setNbThreads(threads);
-  std::optional<qvarray::SerialBlasScope> serialBlas;
-  if (threads == 1) serialBlas.emplace();
   const std::string config = "solve/" + std::to_string(omega) + "/" + std::to_string(threads);
   const auto& agreements = qvbench::checked(config, [&] {
     const std::vector<double> ours = solve("qvarray", omega);

@@ -119,6 +119,12 @@ TEST(InterpFun, CalledByNameInFormulas) {
     EXPECT_NEAR(dv.data[p], k[p] + xs[p] * kx[p], 1e-14 * std::abs(dv.data[p]));
   }
   EXPECT_TRUE(ev->dependencies("k(2*u, y)").getSolDep(0, 0));
+  // Defined again (linear now): the printed derivative reads back as the new one's.
+  auto lin = makeGrid(InterpMethod::Linear, InterpExtrapolation::Constant);
+  ev->defineFunction("k", std::make_shared<InterpFun>("k", lin));
+  lin->evaluate(c, 3, kx, 0, 0);
+  Array<double, 1> dk = ev->values(ev->derivative("k(x, y)", "x")->getExpandedExpr());
+  for (int p = 0; p < 3; ++p) EXPECT_EQ(dk.data[p], kx[p]);
   qvtest::expectThrowKey([&] { ev->values("k(x)"); }, "Wrong_number_of_function_arguments");
 }
 

@@ -212,6 +212,7 @@ class QVARRAY_API UserEvaluator : public VarEvaluator {
   std::vector<std::string> solNames_, parNames_;
   std::map<std::string, std::shared_ptr<const Definition>> defs_;
   std::map<std::string, GenFunPtr> funObjs_;  // defineFunction(name, fun)
+  std::map<std::string, GenFunPtr> derivedFuns_;  // their partials met by name (derivedFunObj)
   std::map<std::string, int> nesting_;     // checked definitions: their nesting depth
   std::map<std::string, FunBody> bodies_;  // built by this evaluator
   std::weak_ptr<UserEvaluator> self_;

@@ -168,6 +168,7 @@ void UserEvaluator::define(const std::string& name, const std::string& text) {
   collectNames(*d->syntax.root(), d->refs);
   defs_[name] = std::move(d);
   funObjs_.erase(name);
+  derivedFuns_.clear();
   nesting_.clear();
   bodies_.clear();
   updateVersion();
@@ -190,6 +191,7 @@ void UserEvaluator::defineFunction(const std::string& name, const std::vector<st
   for (size_t k = 0; k < params.size(); ++k) d->params.push_back(paramName(name, k));
   defs_[name] = std::move(d);
   funObjs_.erase(name);
+  derivedFuns_.clear();
   nesting_.clear();
   bodies_.clear();
   updateVersion();
@@ -201,6 +203,7 @@ void UserEvaluator::defineFunction(const std::string& name, GenFunPtr fun) {
            Invalid_variable_binding, qvbase::DetailPairs{{"Name", name}});
   defs_.erase(name);
   funObjs_[name] = std::move(fun);
+  derivedFuns_.clear();
   nesting_.clear();
   bodies_.clear();
   updateVersion();
@@ -490,12 +493,12 @@ GenFunPtr UserEvaluator::getGenFun(const std::string& name, int nArgs) {
 // The derivative of a call of a named function object is a call of the object
 // its diffRule builds ("k_d0" for an InterpFun "k"), printed under that
 // object's name. Finding it here among the partials of the named objects lets
-// a printed derivative read back; it is kept under its name from then on.
+// a printed derivative read back; it is kept under its name until the
+// functions change.
 GenFunPtr UserEvaluator::derivedFunObj(const std::string& name) {
+  if (auto it = derivedFuns_.find(name); it != derivedFuns_.end()) return it->second;
   NodeMaker& mk = getNodeMaker();
-  std::vector<GenFunPtr> named;  // funObjs_ grows below
-  for (const auto& entry : funObjs_) named.push_back(entry.second);
-  for (const GenFunPtr& g : named) {
+  for (const auto& [base, g] : funObjs_) {
     auto f = std::dynamic_pointer_cast<const FunObj>(g);
     const int n = g->getNArgs();
     if (!f || n <= 0) continue;
@@ -505,7 +508,7 @@ GenFunPtr UserEvaluator::derivedFunObj(const std::string& name) {
       EvalNodePtr d = f->diffRule(args, k, mk);
       while (auto* proxy = dynamic_cast<const ProxyNode*>(d.get())) d = proxy->target();
       auto* op = dynamic_cast<const OpNode*>(d.get());
-      if (op && op->function()->getName() == name) return funObjs_[name] = op->function();
+      if (op && op->function()->getName() == name) return derivedFuns_[name] = op->function();
     }
   }
   return nullptr;
