@@ -156,7 +156,8 @@
   /* PETSc bridge */                                \
   X(PETSc_error)                                    \
   X(Complex_Sparse_not_supported_by_PETSc)          \
-  X(Invalid_row_partition)
+  X(Invalid_row_partition)                          \
+  X(Failed_on_another_rank)
 
 /// Message keys: keys whose text is an English sentence rather than an
 /// identifier. Raised with QV_RAISE_TEXT, which may append a run-time part to

@@ -257,6 +257,16 @@ TEST(PetscBridge, ErrorsArriveAsLibraryExceptions) {
                            "Invalid_row_partition", "16");
   qvtest::expectThrowKey([&] { toPetscVec(A, Vector(S.getM() + 5)); },
                          "Size_vector_sparse_matrix_disagree", "21");
+  // A refusal on one rank only raises on every rank: no rank is left waiting
+  // in the collective calls that follow.
+  if (commSize() == 2) {
+    const size_t mine = S.getM() / 2 + static_cast<size_t>(commRank());  // rank 1: one too many
+    if (commRank() == 1)
+      qvtest::expectThrowKey([&] { toPetscVec(A, Vector(mine)); },
+                             "Size_vector_sparse_matrix_disagree", "9");
+    else
+      qvtest::expectThrowKey([&] { toPetscVec(A, Vector(mine)); }, "Failed_on_another_rank", "1");
+  }
   // PETSc's own failures, with PETSc's text: unknown names reach the KSP and
   // its preconditioner through the solve's options.
   for (const char* name : {"-ksp_type no_such_method", "-pc_type no_such_method"}) {

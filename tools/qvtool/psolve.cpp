@@ -110,7 +110,8 @@ int run(int argc, char** argv) {
   together(comm, [&] { res = qvarray::petsc::kspSolve(A, sys.b, o.petsc); });
   const double solveTime = solveClock.seconds();
 
-  const double residual = relativeResidual(A, res.x, sys.b);
+  double residual = 0;
+  together(comm, [&] { residual = relativeResidual(A, res.x, sys.b); });
   std::array<double, 3> times{readTime, assemblyTime, solveTime}, slowest{};
   MPI_Reduce(times.data(), slowest.data(), 3, MPI_DOUBLE, MPI_MAX, 0, comm);
   unsigned long long nnz = sys.A.getNnz(), totalNnz = 0;

@@ -18,6 +18,7 @@
 // made.
 #include <petscmat.h>
 
+#include <functional>
 #include <source_location>
 #include <span>
 #include <utility>
@@ -71,6 +72,14 @@ class Owned {
 };
 using OwnedMat = Owned<Mat, MatDestroy>;
 using OwnedVec = Owned<Vec, VecDestroy>;
+
+/// Runs `local`, the rank's own preparation for a collective step, then
+/// agrees across `comm` before anyone goes on: when `local` raised on some
+/// rank, every rank raises — that rank its own error, the others
+/// "Failed_on_another_rank" with the lowest failing rank — so no rank waits
+/// in a collective call that another has left. The bridge's conversions and
+/// kspSolve check their input this way. Collective.
+QVARRAY_API void agree(MPI_Comm comm, const std::function<void()>& local);
 
 /// The balanced partition of m rows over `ranks` ranks: the first m % ranks
 /// ranks get one row more.

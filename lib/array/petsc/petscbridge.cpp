@@ -2,6 +2,8 @@
 // PETSc session, the balanced row partition.
 #include "qvarray/petsc/petscbridge.h"
 
+#include <climits>
+#include <exception>
 #include <string>
 
 #include "qvutil/errors.h"
@@ -35,6 +37,21 @@ Session::Session(int* argc, char*** argv) {
 Session::~Session() {
   PetscPopErrorHandler();
   if (owned_) PetscFinalize();
+}
+
+void agree(MPI_Comm comm, const std::function<void()>& local) {
+  std::exception_ptr error;
+  try {
+    local();
+  } catch (...) {
+    error = std::current_exception();
+  }
+  int rank = 0;
+  MPI_Comm_rank(comm, &rank);
+  int mine = error ? rank : INT_MAX, first = INT_MAX;
+  MPI_Allreduce(&mine, &first, 1, MPI_INT, MPI_MIN, comm);
+  if (error) std::rethrow_exception(error);
+  QV_CHECK(first == INT_MAX, petscbridge, Failed_on_another_rank, "rank", first);
 }
 
 std::vector<size_t> balancedPartition(size_t m, int ranks) {

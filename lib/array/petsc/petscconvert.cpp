@@ -13,10 +13,14 @@
 //      range (diagonal block) and outside it;
 //   6. write: MatSetValues row by row, assemble, and check that PETSc made no
 //      mallocs.
+// Passes 1-5 are local and may refuse on one rank only: the ranks agree on
+// their outcome (agree) before the collective pass 6, so a refusal raises on
+// every rank and none waits for the others.
 #include <petscmat.h>
 
 #include <algorithm>
 #include <climits>
+#include <functional>
 #include <limits>
 #include <numeric>
 #include <string>
@@ -47,10 +51,12 @@ void rowRange(std::span<const size_t> offsets, size_t rows, int size, int rank, 
   r1 = offsets[rank + 1];
 }
 
-// Local compressed rows of A: row i - r0 holds cols[ptr[i]..ptr[i+1]).
+// Local compressed rows of A: row i - r0 holds cols[ptr[i]..ptr[i+1]);
+// dnz/onz: its entries in and outside the diagonal block's columns.
 struct LocalRows {
   std::vector<PetscInt> ptr, cols;
   std::vector<PetscScalar> vals;
+  std::vector<PetscInt> dnz, onz;
 };
 
 // Passes 2-4: the local rows of A = S, S + Sᵀ or Sᵀ.
@@ -116,27 +122,31 @@ LocalRows gatherLocalRows(const Sparse& S, size_t r0, size_t r1) {
   return L;
 }
 
-// Passes 5-6: a Mat with the rank's rows r0.. from L, preallocated exactly
-// (diagonal block: columns c0..c1), written, assembled.
-OwnedMat assemble(MPI_Comm comm, const LocalRows& L, size_t r0, size_t c0, size_t c1, PetscInt gM,
-                  PetscInt gN) {
+// Pass 5: the exact preallocation of L's rows, diagonal block columns c0..c1.
+void countPreallocation(LocalRows& L, size_t c0, size_t c1) {
   const size_t local = L.ptr.size() - 1;
-  // 5. preallocate
-  std::vector<PetscInt> dnz(local, 0), onz(local, 0);
+  L.dnz.assign(local, 0);
+  L.onz.assign(local, 0);
   for (size_t i = 0; i < local; ++i)
     for (PetscInt k = L.ptr[i]; k < L.ptr[i + 1]; ++k) {
       const size_t c = static_cast<size_t>(L.cols[k]);
-      ++(c >= c0 && c < c1 ? dnz[i] : onz[i]);
+      ++(c >= c0 && c < c1 ? L.dnz[i] : L.onz[i]);
     }
+}
+
+// Pass 6, collective: a Mat with the rank's rows r0.. from L, preallocated,
+// written, assembled. Everything local that may fail is done before.
+OwnedMat assemble(MPI_Comm comm, const LocalRows& L, size_t r0, size_t c0, size_t c1, PetscInt gM,
+                  PetscInt gN) {
+  const size_t local = L.ptr.size() - 1;
   Mat A = nullptr;
   check(MatCreate(comm, &A));
   OwnedMat owned(A);
   check(MatSetSizes(A, static_cast<PetscInt>(local), static_cast<PetscInt>(c1 - c0), gM, gN));
   check(MatSetType(A, MATMPIAIJ));
-  check(MatMPIAIJSetPreallocation(A, 0, dnz.data(), 0, onz.data()));
+  check(MatMPIAIJSetPreallocation(A, 0, L.dnz.data(), 0, L.onz.data()));
   check(MatSetOption(A, MAT_NEW_NONZERO_ALLOCATION_ERR, PETSC_TRUE));
 
-  // 6. write
   for (size_t i = 0; i < local; ++i) {
     const PetscInt gi = static_cast<PetscInt>(r0 + i);
     check(MatSetValues(A, 1, &gi, L.ptr[i + 1] - L.ptr[i], L.cols.data() + L.ptr[i],
@@ -153,29 +163,39 @@ OwnedMat assemble(MPI_Comm comm, const LocalRows& L, size_t r0, size_t c0, size_
 }  // namespace
 
 OwnedMat toPetscMat(const Sparse& S, MPI_Comm comm, std::span<const size_t> rowOffsets) {
-  // 1. contract
-  QV_CHECK(S.isReal(), petscbridge, Complex_Sparse_not_supported_by_PETSc);
-  const bool transposed = S.getSymm() == SymmTransposed;
-  const size_t M = transposed ? S.getN() : S.getM();
-  const size_t N = transposed ? S.getM() : S.getN();
-  const PetscInt gM = toPetscIndex(M), gN = toPetscIndex(N);
-  toPetscIndex(S.getNnz());
   int size = 1, rank = 0;
   MPI_Comm_size(comm, &size);
   MPI_Comm_rank(comm, &rank);
-  const std::vector<size_t> balanced = balancedPartition(M, size);
-  size_t r0 = 0, r1 = 0;
-  rowRange(rowOffsets.empty() ? std::span<const size_t>(balanced) : rowOffsets, M, size, rank, r0,
-           r1);
-  size_t c0 = r0, c1 = r1;
-  if (M != N) {
-    const std::vector<size_t> cols = balancedPartition(N, size);
-    c0 = cols[rank];
-    c1 = cols[rank + 1];
-  }
-
-  // 2-4. local rows; 5-6.
-  return assemble(comm, gatherLocalRows(S, r0, r1), r0, c0, c1, gM, gN);
+  LocalRows L;
+  size_t r0 = 0, c0 = 0, c1 = 0;
+  PetscInt gM = 0, gN = 0;
+  agree(comm, [&] {
+    // 1. contract
+    QV_CHECK(S.isReal(), petscbridge, Complex_Sparse_not_supported_by_PETSc);
+    const Symm_t symm = S.getSymm();
+    const bool transposed = symm == SymmTransposed;
+    const size_t M = transposed ? S.getN() : S.getM();
+    const size_t N = transposed ? S.getM() : S.getN();
+    gM = toPetscIndex(M);
+    gN = toPetscIndex(N);
+    toPetscIndex(symm == SymmNone || transposed ? S.getNnz() : 2 * S.getNnz());  // local entries
+    const std::vector<size_t> balanced = balancedPartition(M, size);
+    size_t r1 = 0;
+    rowRange(rowOffsets.empty() ? std::span<const size_t>(balanced) : rowOffsets, M, size, rank,
+             r0, r1);
+    c0 = r0;
+    c1 = r1;
+    if (M != N) {
+      const std::vector<size_t> cols = balancedPartition(N, size);
+      c0 = cols[rank];
+      c1 = cols[rank + 1];
+    }
+    // 2-5. local rows, preallocation
+    L = gatherLocalRows(S, r0, r1);
+    countPreallocation(L, c0, c1);
+  });
+  // 6.
+  return assemble(comm, L, r0, c0, c1, gM, gN);
 }
 
 OwnedMat rowBlockToPetscMat(const Sparse& rows, MPI_Comm comm) {
@@ -201,8 +221,7 @@ OwnedMat rowBlockToPetscMat(const Sparse& rows, MPI_Comm comm) {
   MPI_Comm_size(comm, &size);
   MPI_Comm_rank(comm, &rank);
   const size_t r0 = rank == 0 ? 0 : before;  // MPI_Exscan leaves rank 0's result undefined
-  const PetscInt gM = toPetscIndex(M), gN = toPetscIndex(N);
-  toPetscIndex(rows.getNnz());
+  const PetscInt gM = toPetscIndex(M), gN = toPetscIndex(N);  // the same on every rank
   size_t c0 = r0, c1 = r0 + local;
   if (M != N) {
     const std::vector<size_t> cols = balancedPartition(N, size);
@@ -210,8 +229,14 @@ OwnedMat rowBlockToPetscMat(const Sparse& rows, MPI_Comm comm) {
     c1 = cols[rank + 1];
   }
 
-  // 2-4. the block's rows are all the rank's own: block row i is row r0 + i.
-  LocalRows L = gatherLocalRows(rows, 0, local);
+  // 2-5. the block's rows are all the rank's own (block row i is row r0 + i).
+  LocalRows L;
+  agree(comm, [&] {
+    toPetscIndex(rows.getNnz());
+    L = gatherLocalRows(rows, 0, local);
+    countPreallocation(L, c0, c1);
+  });
+  // 6.
   return assemble(comm, L, r0, c0, c1, gM, gN);
 }
 
@@ -241,11 +266,18 @@ Sparse fromPetscMat(Mat A) {
 
 namespace {
 
-OwnedVec makeVec(Mat A, const double* local, size_t n) {
+// `ok`: the caller's own check of its vector, agreed with the other ranks
+// together with the length.
+OwnedVec makeVec(Mat A, const double* local, size_t n, const std::function<void()>& ok = {}) {
   PetscInt r0 = 0, r1 = 0;
   check(MatGetOwnershipRange(A, &r0, &r1));
-  QV_CHECK(n == static_cast<size_t>(r1 - r0), petscbridge, Size_vector_sparse_matrix_disagree,
-           "length", static_cast<std::int64_t>(n));
+  MPI_Comm comm = MPI_COMM_NULL;
+  check(PetscObjectGetComm(reinterpret_cast<PetscObject>(A), &comm));
+  agree(comm, [&] {
+    if (ok) ok();
+    QV_CHECK(n == static_cast<size_t>(r1 - r0), petscbridge, Size_vector_sparse_matrix_disagree,
+             "length", static_cast<std::int64_t>(n));
+  });
   Vec v = nullptr;
   check(MatCreateVecs(A, nullptr, &v));
   OwnedVec owned(v);
@@ -259,8 +291,10 @@ OwnedVec makeVec(Mat A, const double* local, size_t n) {
 }  // namespace
 
 OwnedVec toPetscVec(Mat A, const Vector& local) {
-  QV_CHECK(local.isReal(), petscbridge, Complex_Sparse_not_supported_by_PETSc);
-  return makeVec(A, local.getdArr().data, local.size());
+  const bool real = local.isReal();
+  return makeVec(A, real ? local.getdArr().data : nullptr, local.size(), [real] {
+    QV_CHECK(real, petscbridge, Complex_Sparse_not_supported_by_PETSc);
+  });
 }
 
 OwnedVec toPetscVec(Mat A, const Array<double, 1>& local) {
