@@ -14,6 +14,7 @@
 #include <complex>
 #include <cstdint>
 #include <new>
+#include <numeric>
 
 #include "qvarray/io/densemm.h"
 #include "qvarray/io/sparsemm.h"
@@ -62,9 +63,32 @@ MatrixMarketTriplets readTriplets(const std::string& path) {
   return t;
 }
 
-// The triplets of t in rows r0 <= i < r1, in file order (one shared value,
-// as of a pattern file, stays shared).
-MatrixMarketTriplets rowsOf(const MatrixMarketTriplets& t, size_t r0, size_t r1) {
+// The positions of t's triplets grouped by the rank that owns their row, in
+// file order within each rank: rank r's are at[first[r]] .. at[first[r+1]].
+// One pass over the triplets, whatever the number of ranks.
+struct ByOwner {
+  std::vector<size_t> at, first;
+};
+ByOwner groupByOwner(const MatrixMarketTriplets& t, const std::vector<size_t>& offsets) {
+  const size_t ranks = offsets.size() - 1, n = t.rows.size();
+  std::vector<unsigned> owner(n);
+  ByOwner g;
+  g.first.assign(ranks + 1, 0);
+  for (size_t k = 0; k < n; ++k) {
+    owner[k] = static_cast<unsigned>(
+        std::upper_bound(offsets.begin() + 1, offsets.end(), t.rows[k]) - offsets.begin() - 1);
+    ++g.first[owner[k] + 1];
+  }
+  std::partial_sum(g.first.begin(), g.first.end(), g.first.begin());
+  g.at.resize(n);
+  std::vector<size_t> fill(g.first.begin(), g.first.end() - 1);
+  for (size_t k = 0; k < n; ++k) g.at[fill[owner[k]]++] = k;
+  return g;
+}
+
+// Rank r's triplets of t, in file order (one shared value, as of a pattern
+// file, stays shared).
+MatrixMarketTriplets rowsOf(const MatrixMarketTriplets& t, const ByOwner& g, int r) {
   MatrixMarketTriplets part;
   part.m = t.m;
   part.n = t.n;
@@ -73,8 +97,8 @@ MatrixMarketTriplets rowsOf(const MatrixMarketTriplets& t, size_t r0, size_t r1)
   part.sizeLine = t.sizeLine;
   const bool shared = !t.isComplex && t.realValues.size() != t.rows.size();
   if (shared) part.realValues = t.realValues;
-  for (size_t k = 0; k < t.rows.size(); ++k) {
-    if (t.rows[k] < r0 || t.rows[k] >= r1) continue;
+  for (size_t q = g.first[r]; q < g.first[r + 1]; ++q) {
+    const size_t k = g.at[q];
     part.rows.push_back(t.rows[k]);
     part.cols.push_back(t.cols[k]);
     if (t.isComplex) part.complexValues.push_back(t.complexValues[k]);
@@ -125,10 +149,13 @@ LocalSystem readLocalSystem(const std::string& aPath, const std::string& bPath, 
   MPI_Comm_size(comm, &size);
   const bool reads = mode == ReadMode::Each || rank == 0;
 
-  // The matrix's triplets, whole on the ranks that read.
+  // The matrix's triplets, whole on the ranks that read, grouped by rank.
   MatrixMarketTriplets whole;
+  ByOwner groups;
   together(comm, [&] {
-    if (reads) whole = readTriplets(aPath);
+    if (!reads) return;
+    whole = readTriplets(aPath);
+    groups = groupByOwner(whole, qvarray::petsc::balancedPartition(whole.n, size));
   });
   // The size, and what the ranks that do not read need to assemble.
   std::array<std::uint64_t, 3> head{whole.n, whole.sizeLine, whole.isComplex};
@@ -148,8 +175,8 @@ LocalSystem readLocalSystem(const std::string& aPath, const std::string& bPath, 
   } else {
     if (mode == ReadMode::Root)
       for (int r = 1; r < size; ++r)
-        sendTriplets(rowsOf(whole, s.offsets[r], s.offsets[r + 1]), r, comm);
-    mine = rowsOf(whole, r0, r1);
+        sendTriplets(rowsOf(whole, groups, r), r, comm);
+    mine = rowsOf(whole, groups, rank);
     whole = MatrixMarketTriplets();
   }
   // The rows as a block of their own, stored transposed: stored column i is
