@@ -4,11 +4,10 @@
 // expression host (a table in host/com/qubrix/nativejni/util/ExprTree.java),
 // the errors that reach Java, and 10^5 calls without growth of native memory
 // or of global references. Run under -Xcheck:jni; the test fails on any JNI
-// warning. --no-host: the host's class is missing; --bench: times the round
-// trip of 10^6 doubles.
+// warning. --no-host: the host's class is missing.
 //
 // usage: java -Xcheck:jni -cp CLASSES JniTest LIBQVARRAYJNI LIBJNITEST HOSTCLASSES
-//        [--no-host | --bench]
+//        [--no-host]
 import java.io.File;
 import java.lang.ref.WeakReference;
 import java.net.URL;
@@ -54,8 +53,6 @@ public class JniTest {
   static native String exprToString(String text, boolean worker);
   static native String exprSimp(String text);
   static native String exprPrefix(String text);
-  static native void affineCopy(double[] a);
-  static native void affineInPlace(double[] a);
 
   static int failures = 0;
   static final Random rng = new Random(20);
@@ -393,35 +390,6 @@ public class JniTest {
 
   // ---- timing: the round trip of 10^6 doubles --------------------------------------
 
-  static double median(long[] t) {
-    Arrays.sort(t);
-    return t[t.length / 2] / 1e3;
-  }
-
-  static void bench() {
-    final int n = 1000000, reps = 101;
-    double[] a = random(n);
-    long[][] t = new long[3][reps];
-    for (int r = 0; r < reps; ++r)
-      for (int way = 0; way < 3; ++way) {  // interleaved
-        long t0 = System.nanoTime();
-        if (way == 0) {
-          for (int k = 0; k < n; ++k) a[k] = 2 * a[k] + 1;
-        } else if (way == 1) {
-          affineCopy(a);
-        } else {
-          affineInPlace(a);
-        }
-        t[way][r] = System.nanoTime() - t0;
-        for (int k = 0; k < 8; ++k) a[k] = 0;  // keep the values finite
-        for (int k = 8; k < n; k += 4096) a[k] = 0;
-      }
-    double java = median(t[0]);
-    System.out.printf("x = 2x+1 on 10^6 doubles, medians of %d (us): java loop %.1f, "
-            + "native copy %.1f (%.2fx), native no-copy %.1f (%.2fx)%n",
-        reps, java, median(t[1]), median(t[1]) / java, median(t[2]), median(t[2]) / java);
-  }
-
   public static void main(String[] args) throws Exception {
     // The host's classes come from a loader of their own, the context class
     // loader of the thread that loads the library, as in the product.
@@ -430,10 +398,6 @@ public class JniTest {
     Thread.currentThread().setContextClassLoader(hostLoader);
     System.load(args[0]);
     System.load(args[1]);
-    if (args.length > 3 && args[3].equals("--bench")) {
-      bench();
-      return;
-    }
     if (args.length > 3 && args[3].equals("--no-host")) {
       noHost();
       System.out.println(failures == 0 ? "all passed" : failures + " failed");

@@ -351,26 +351,4 @@ JNIEXPORT jboolean JNICALL Java_JniTest_jniFindFromWorker(JNIEnv* env, jclass, j
   });
 }
 
-// ---- the round trip of the benchmark: x = 2x + 1 over the array ---------------
-// (vectorised as the JIT vectorises the Java loop it is compared with)
-
-JNIEXPORT void JNICALL Java_JniTest_affineCopy(JNIEnv* env, jclass, jdoubleArray a) {
-  callFromJava(env, [&] {
-    Array<double, 1> x = getArray(env, a);
-    double* p = x.data;
-#pragma omp simd
-    for (size_t k = 0; k < x.count; ++k) p[k] = 2 * p[k] + 1;
-    setJavaArray(env, a, x);
-  });
-}
-
-JNIEXPORT void JNICALL Java_JniTest_affineInPlace(JNIEnv* env, jclass, jdoubleArray a) {
-  callFromJava(env, [&] {
-    jdoubleArrayRH x(env, a, JMode::ReadWrite, JAccess::Critical);
-    double* p = x.data();
-#pragma omp simd
-    for (size_t k = 0; k < x.size(); ++k) p[k] = 2 * p[k] + 1;
-  });
-}
-
 }  // extern "C"
