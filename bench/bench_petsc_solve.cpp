@@ -162,9 +162,34 @@ const Problem& problem(size_t n) {
   return *slot;
 }
 
-// The rank's rows r0 <= i < r1 of the Poisson matrix (h² times the 7-point
-// stencil: 6 on the diagonal, −1 per neighbour inside the grid) as a Sparse
-// with the global dimensions, and the Mat the bridge makes of it.
+// Rows r0 <= i < r1 of the Poisson matrix on the n³ grid (h² times the
+// 7-point stencil: 6 on the diagonal, −1 per neighbour inside the grid) as
+// triplets, without building the whole matrix.
+struct Triplets {
+  std::vector<size_t> rows, cols;
+  std::vector<double> vals;
+  void add(size_t i, size_t j, double v) {
+    rows.push_back(i);
+    cols.push_back(j);
+    vals.push_back(v);
+  }
+};
+Triplets poissonRows(size_t n, size_t r0, size_t r1) {
+  Triplets t;
+  const size_t stride[3] = {1, n, n * n};
+  for (size_t i = r0; i < r1; ++i) {
+    const size_t at[3] = {i % n, i / n % n, i / (n * n)};
+    t.add(i, i, 6.0);
+    for (int d = 0; d < 3; ++d) {
+      if (at[d] > 0) t.add(i, i - stride[d], -1.0);
+      if (at[d] + 1 < n) t.add(i, i + stride[d], -1.0);
+    }
+  }
+  return t;
+}
+
+// The rank's rows of the Poisson matrix as a Sparse with the global
+// dimensions, and the Mat the bridge makes of it.
 struct RankPart {
   size_t r0 = 0, r1 = 0;
   std::vector<size_t> offsets;
@@ -182,21 +207,8 @@ const RankPart& rankPart(size_t n) {
   p.offsets = balancedPartition(N, PetscGlobalSize);
   p.r0 = p.offsets[PetscGlobalRank];
   p.r1 = p.offsets[PetscGlobalRank + 1];
-  std::vector<size_t> rows, cols;
-  std::vector<double> vals;
-  for (size_t i = p.r0; i < p.r1; ++i) {
-    const size_t x = i % n, y = i / n % n, z = i / (n * n);
-    const size_t stride[3] = {1, n, n * n};
-    const size_t at[3] = {x, y, z};
-    rows.push_back(i);
-    cols.push_back(i);
-    vals.push_back(6.0);
-    for (int d = 0; d < 3; ++d) {
-      if (at[d] > 0) rows.push_back(i), cols.push_back(i - stride[d]), vals.push_back(-1.0);
-      if (at[d] + 1 < n) rows.push_back(i), cols.push_back(i + stride[d]), vals.push_back(-1.0);
-    }
-  }
-  p.block.vectorTripletToSparse(rows, cols, vals, N, N);
+  const Triplets t = poissonRows(n, p.r0, p.r1);
+  p.block.vectorTripletToSparse(t.rows, t.cols, t.vals, N, N);
   p.A = toPetscMat(p.block, PETSC_COMM_WORLD, p.offsets);
   return p;
 }
@@ -395,22 +407,12 @@ void BM_Share(benchmark::State& state, bool globalColumns) {
   static std::map<bool, std::unique_ptr<Sparse>> cache;
   auto& slot = cache[globalColumns];
   if (!slot) {
-    std::vector<size_t> ri, ci;
-    std::vector<double> vals;
-    const size_t stride[3] = {1, n, n * n};
-    for (size_t i = 0; i < rows; ++i) {
-      const size_t at[3] = {i % n, i / n % n, i / (n * n)};
-      ri.push_back(i), ci.push_back(i), vals.push_back(6.0);
-      for (int d = 0; d < 3; ++d) {
-        if (at[d] > 0) ri.push_back(i), ci.push_back(i - stride[d]), vals.push_back(-1.0);
-        if (at[d] + 1 < n) ri.push_back(i), ci.push_back(i + stride[d]), vals.push_back(-1.0);
-      }
-    }
+    const Triplets t = poissonRows(n, 0, rows);
     slot = std::make_unique<Sparse>();
     if (globalColumns) {
-      slot->vectorTripletToSparse(ri, ci, vals, rows, N);
+      slot->vectorTripletToSparse(t.rows, t.cols, t.vals, rows, N);
     } else {
-      slot->vectorTripletToSparse(ci, ri, vals, N, rows);
+      slot->vectorTripletToSparse(t.cols, t.rows, t.vals, N, rows);
       slot->setSymm(qvarray::SymmTransposed);
     }
   }
